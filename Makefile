@@ -1,0 +1,47 @@
+# Entry points for developers and CI; each target bootstraps the machine first when packages are missing.
+SHELL := /bin/bash
+JOBS ?= 2
+FUZZ_SECONDS ?= 30
+QVDOVRIN := build/linux/tools/qvdovrin/qvdovrin
+
+.PHONY: bootstrap build run test test-asan bench fuzz format format-check tidy lint clean
+
+bootstrap:
+	@scripts/bootstrap.sh
+
+build: bootstrap
+	cmake --preset linux
+	cmake --build --preset linux -j $(JOBS)
+
+run: build
+	$(QVDOVRIN) --help
+
+test: build
+	ctest --preset linux
+
+test-asan: bootstrap
+	cmake --preset asan
+	cmake --build --preset asan -j $(JOBS)
+	ctest --preset asan
+
+bench: build
+	scripts/run-benchmarks.sh build/linux/bench
+
+fuzz: bootstrap
+	cmake --preset fuzz
+	cmake --build --preset fuzz -j $(JOBS)
+	scripts/run-fuzzers.sh build/fuzz/tests/fuzz $(FUZZ_SECONDS)
+
+format:
+	scripts/check-format.sh --fix
+
+format-check: bootstrap
+	scripts/check-format.sh
+
+tidy: build
+	scripts/run-tidy.sh build/linux
+
+lint: format-check tidy
+
+clean:
+	rm -rf build

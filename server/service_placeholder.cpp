@@ -1,0 +1,2 @@
+// Version service library (filled in by the service work).
+namespace qv::server {}

@@ -1,0 +1,35 @@
+// The command groups of qvdovrin and what they share: streams, the bad-input error and exit codes.
+#pragma once
+
+#include <iosfwd>
+#include <stdexcept>
+#include <string>
+
+namespace CLI {
+class App;
+}
+
+namespace qvdovrin {
+
+enum ExitCode : int { kExitOk = 0, kExitBadInput = 1, kExitBadUsage = 2 };
+
+// Thrown by a command for input it cannot use; the message becomes the one line on stderr and the exit code 1.
+class BadInput : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+struct Io {
+    std::ostream &out;
+    std::ostream &err;
+};
+
+// Each group adds its subcommands to the app; handlers write to io and throw BadInput for bad input.
+void registerCoreCommands(CLI::App &app, Io &io);    // compare, state, buyparams
+void registerBlockedCommands(CLI::App &app, Io &io); // blocked
+void registerServiceCommands(CLI::App &app, Io &io); // serve, versions, lookup, report
+
+// Parses and runs one command line; returns the process exit code. Never throws.
+int run(int argc, const char *const *argv, Io &io);
+
+} // namespace qvdovrin
