@@ -398,7 +398,7 @@ void write(std::string &out, const Value &value, int indent, int level) {
     const auto newline = [&](int depth) {
         if (indent > 0) {
             out += '\n';
-            out.append(static_cast<std::size_t>(depth * indent), ' ');
+            out.append(static_cast<std::size_t>(depth) * static_cast<std::size_t>(indent), ' ');
         }
     };
     switch (value.kind()) {
