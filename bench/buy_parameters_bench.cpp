@@ -136,10 +136,14 @@ template <class Intercept> void runIntercept(benchmark::State &state, int size, 
     state.SetItemsProcessed(state.iterations() * size);
 }
 
-void BM_Intercept1000(benchmark::State &state) { runIntercept(state, kBatchSize, qv::addPurchasesIntercept); }
+void BM_Intercept1000(benchmark::State &state) {
+    runIntercept(state, kBatchSize, qv::addPurchasesIntercept);
+}
 BENCHMARK(BM_Intercept1000)->Unit(benchmark::kMicrosecond);
 
-void BM_Intercept1000Naive(benchmark::State &state) { runIntercept(state, kBatchSize, naiveIntercept); }
+void BM_Intercept1000Naive(benchmark::State &state) {
+    runIntercept(state, kBatchSize, naiveIntercept);
+}
 BENCHMARK(BM_Intercept1000Naive)->Unit(benchmark::kMicrosecond);
 
 // One purchase rewritten: the cost the store's purchase thread pays per downgrade.

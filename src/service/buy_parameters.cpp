@@ -46,7 +46,9 @@ std::string firstGroupOrEmpty(const Regex *regex, std::string_view subject) {
     return match ? std::string(match->group(subject, kIdentifierGroup)) : std::string();
 }
 
-std::string_view objectText(std::optional<std::string_view> object) { return object ? *object : kMissingObjectText; }
+std::string_view objectText(std::optional<std::string_view> object) {
+    return object ? *object : kMissingObjectText;
+}
 
 std::string replacementTemplate(std::string_view replacement) {
     std::string result;
@@ -75,7 +77,12 @@ std::string purchaseBuyParameters(std::optional<std::string_view> storeIdentifie
     std::string result;
     result.reserve(kTemplateHead.size() + store.size() + kTemplateMiddle.size() + slot.size() + kTemplateTail.size() +
                    suffix.size());
-    result.append(kTemplateHead).append(store).append(kTemplateMiddle).append(slot).append(kTemplateTail).append(suffix);
+    result.append(kTemplateHead)
+        .append(store)
+        .append(kTemplateMiddle)
+        .append(slot)
+        .append(kTemplateTail)
+        .append(suffix);
     return result;
 }
 

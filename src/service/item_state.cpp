@@ -25,8 +25,14 @@ template <std::size_t N> bool isMember(const std::array<std::int32_t, N> &set, s
 
 } // namespace
 
-bool supportedAppState(std::int32_t state) { return isMember(kSupportedStates, state); }
-bool installedAppState(std::int32_t state) { return isMember(kInstalledStates, state); }
-bool updateAvailableAppState(std::int32_t state) { return isMember(kUpdateAvailableStates, state); }
+bool supportedAppState(std::int32_t state) {
+    return isMember(kSupportedStates, state);
+}
+bool installedAppState(std::int32_t state) {
+    return isMember(kInstalledStates, state);
+}
+bool updateAvailableAppState(std::int32_t state) {
+    return isMember(kUpdateAvailableStates, state);
+}
 
 } // namespace qv

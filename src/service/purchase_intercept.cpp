@@ -72,7 +72,8 @@ std::vector<PurchaseHandle> addPurchasesIntercept(const std::vector<PurchaseHand
         }
         const std::string version = pendingVersionSlot(*pendingValue, buyParameters);
         // Deliberately nothing else of the incoming purchase is carried over: the store fills in the rest.
-        PurchaseHandle fresh = maker.purchaseWithBuyParameters(rewrittenPurchaseBuyParameters(storeIdentifier, version));
+        PurchaseHandle fresh =
+            maker.purchaseWithBuyParameters(rewrittenPurchaseBuyParameters(storeIdentifier, version));
         if (!fresh) {
             continue;
         }

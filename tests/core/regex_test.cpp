@@ -47,8 +47,11 @@ INSTANTIATE_TEST_SUITE_P(
         ReplaceCase{"abc", Regex::kCaseInsensitive, "ABC aBc abc", "-", "- - -"},
         ReplaceCase{"abc", Regex::kNoOptions, "ABC aBc abc", "-", "ABC aBc -"},
         ReplaceCase{"x*", Regex::kNoOptions, "ab", "-", "-a-b-"},
-        ReplaceCase{"\\d+", Regex::kNoOptions, "\xC3\xA9" "12\xE2\x82\xAC" "3", "<$0>",
-                    "\xC3\xA9<12>\xE2\x82\xAC<3>"},
+        ReplaceCase{"\\d+", Regex::kNoOptions,
+                    "\xC3\xA9"
+                    "12\xE2\x82\xAC"
+                    "3",
+                    "<$0>", "\xC3\xA9<12>\xE2\x82\xAC<3>"},
         ReplaceCase{"\\d+", Regex::kNoOptions, "", "-", ""}));
 
 struct OffsetCase {
@@ -72,10 +75,8 @@ TEST_P(RegexOffsets, AreUtf8ByteRanges) {
 
 INSTANTIATE_TEST_SUITE_P(Subjects, RegexOffsets,
                          ::testing::Values(OffsetCase{"id=42", 3, 2}, OffsetCase{"\xC3\xA9id=42", 5, 2},
-                                           OffsetCase{"\xF0\x9F\x98\x80id=42", 7, 2},
-                                           OffsetCase{"\xFF\xC3id=42", 5, 2},
-                                           OffsetCase{"\xE2\x82id=42", 5, 2},
-                                           OffsetCase{"\xED\xA0\x80id=42", 6, 2}));
+                                           OffsetCase{"\xF0\x9F\x98\x80id=42", 7, 2}, OffsetCase{"\xFF\xC3id=42", 5, 2},
+                                           OffsetCase{"\xE2\x82id=42", 5, 2}, OffsetCase{"\xED\xA0\x80id=42", 6, 2}));
 
 TEST(RegexMatch, GroupThatDidNotTakePartReadsEmpty) {
     const auto regex = Regex::compile("(a)|(b)");

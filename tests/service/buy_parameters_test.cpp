@@ -22,17 +22,17 @@ TEST_P(Extract, ReadsLeadingDigitsOfFirstKey) {
     EXPECT_EQ(versionFromBuyParameters(GetParam().params), GetParam().version);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Params, Extract,
-    ::testing::Values(ExtractCase{kInstalledPurchase, "123", "456"},
-                      ExtractCase{"productType=C&appExtVrsId=9", "", "9"}, ExtractCase{"", "", ""},
-                      ExtractCase{"salableAdamId=&appExtVrsId=x1", "", ""},
-                      ExtractCase{"salableAdamId=12ab34&salableAdamId=56", "12", ""},
-                      // Case-sensitive and not anchored to a key boundary.
-                      ExtractCase{"SALABLEADAMID=1&xsalableAdamId=2", "2", ""},
-                      // \d is any decimal digit of any script, as the platform's engine reads it.
-                      ExtractCase{"appExtVrsId=\xD9\xA3&salableAdamId=\xEF\xBC\x91x", "\xEF\xBC\x91", "\xD9\xA3"},
-                      ExtractCase{"\xC3\xA9salableAdamId=77&appExtVrsId=0088", "77", "0088"}));
+INSTANTIATE_TEST_SUITE_P(Params, Extract,
+                         ::testing::Values(ExtractCase{kInstalledPurchase, "123", "456"},
+                                           ExtractCase{"productType=C&appExtVrsId=9", "", "9"}, ExtractCase{"", "", ""},
+                                           ExtractCase{"salableAdamId=&appExtVrsId=x1", "", ""},
+                                           ExtractCase{"salableAdamId=12ab34&salableAdamId=56", "12", ""},
+                                           // Case-sensitive and not anchored to a key boundary.
+                                           ExtractCase{"SALABLEADAMID=1&xsalableAdamId=2", "2", ""},
+                                           // \d is any decimal digit of any script, as the platform's engine reads it.
+                                           ExtractCase{"appExtVrsId=\xD9\xA3&salableAdamId=\xEF\xBC\x91x",
+                                                       "\xEF\xBC\x91", "\xD9\xA3"},
+                                           ExtractCase{"\xC3\xA9salableAdamId=77&appExtVrsId=0088", "77", "0088"}));
 
 struct ReplaceCase {
     const char *receiver;

@@ -23,15 +23,15 @@ TEST_P(ItemState, ClassifiesByExactMembership) {
     EXPECT_EQ(updateAvailableAppState(GetParam().state), GetParam().updateAvailable);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    States, ItemState,
-    ::testing::Values(StateCase{44, true, false, true}, StateCase{8, true, false, false},
-                      StateCase{12, true, true, false}, StateCase{28, true, true, false}, StateCase{4, true, true, false},
-                      StateCase{0, false, false, false},
-                      // Values sharing bits with members are not members.
-                      StateCase{46, false, false, false}, StateCase{60, false, false, false},
-                      StateCase{-44, false, false, false},
-                      StateCase{std::numeric_limits<std::int32_t>::min() + 44, false, false, false}));
+INSTANTIATE_TEST_SUITE_P(States, ItemState,
+                         ::testing::Values(StateCase{44, true, false, true}, StateCase{8, true, false, false},
+                                           StateCase{12, true, true, false}, StateCase{28, true, true, false},
+                                           StateCase{4, true, true, false}, StateCase{0, false, false, false},
+                                           // Values sharing bits with members are not members.
+                                           StateCase{46, false, false, false}, StateCase{60, false, false, false},
+                                           StateCase{-44, false, false, false},
+                                           StateCase{std::numeric_limits<std::int32_t>::min() + 44, false, false,
+                                                     false}));
 
 } // namespace
 } // namespace qv

@@ -85,11 +85,8 @@ INSTANTIATE_TEST_SUITE_P(
     Batches, Intercept,
     ::testing::Values(
         InterceptCase{"Empty", {}, {{"123", "400"}}, {}, {{"123", "400"}}},
-        InterceptCase{"ChosenVersion",
-                      {{kApp123, "a"}, {kApp124, "b"}},
-                      {{"123", "400"}},
-                      {rewritten("123", "400"), ""},
-                      {}},
+        InterceptCase{
+            "ChosenVersion", {{kApp123, "a"}, {kApp124, "b"}}, {{"123", "400"}}, {rewritten("123", "400"), ""}, {}},
         InterceptCase{"PreviousKeepsCurrentVersionAndFlagsIt",
                       {{kApp123, "a"}},
                       {{"123", "previous"}, {"999", "1"}},

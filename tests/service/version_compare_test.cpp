@@ -31,10 +31,9 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(CompareCase{"1.2", "1.2", 0}, CompareCase{"1.2", "1.2.0", 0}, CompareCase{"1.9", "1.10", -1},
                       CompareCase{"2.0", "1.99.99", 1}, CompareCase{"1.0a", "1.0b", 0}, CompareCase{"", "0", 0},
                       CompareCase{"", "0.1", -1}, CompareCase{"1", std::nullopt, 1},
-                      CompareCase{"0.0", std::nullopt, 0}, CompareCase{"-1", "0", -1},
-                      CompareCase{"1..2", "1.0.2", 0}, CompareCase{"1.2b", "1.10", -1},
-                      CompareCase{" 3", "+3", 0}, CompareCase{"1.0.0.1", "1", 1}, CompareCase{"a", "0", 0},
-                      CompareCase{"99999999999999999999", "9223372036854775807", 0},
+                      CompareCase{"0.0", std::nullopt, 0}, CompareCase{"-1", "0", -1}, CompareCase{"1..2", "1.0.2", 0},
+                      CompareCase{"1.2b", "1.10", -1}, CompareCase{" 3", "+3", 0}, CompareCase{"1.0.0.1", "1", 1},
+                      CompareCase{"a", "0", 0}, CompareCase{"99999999999999999999", "9223372036854775807", 0},
                       CompareCase{"1.-0", "1", 0}, CompareCase{".", "", 0}));
 
 struct IntegerCase {
@@ -44,19 +43,21 @@ struct IntegerCase {
 
 class LenientInteger : public ::testing::TestWithParam<IntegerCase> {};
 
-TEST_P(LenientInteger, ReadsLikeThePlatform) { EXPECT_EQ(lenientInteger(GetParam().text), GetParam().expected); }
+TEST_P(LenientInteger, ReadsLikeThePlatform) {
+    EXPECT_EQ(lenientInteger(GetParam().text), GetParam().expected);
+}
 
 constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
 constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
 
-INSTANTIATE_TEST_SUITE_P(
-    Texts, LenientInteger,
-    ::testing::Values(IntegerCase{"42", 42}, IntegerCase{" \t\n42x", 42}, IntegerCase{"-7", -7},
-                      IntegerCase{"+7", 7}, IntegerCase{"", 0}, IntegerCase{"x1", 0}, IntegerCase{"- 1", 0},
-                      IntegerCase{"--1", 0}, IntegerCase{"2b", 2}, IntegerCase{"007", 7},
-                      IntegerCase{"9223372036854775807", kMax}, IntegerCase{"9223372036854775808", kMax},
-                      IntegerCase{"-9223372036854775808", kMin}, IntegerCase{"-99999999999999999999", kMin},
-                      IntegerCase{"1 2", 1}));
+INSTANTIATE_TEST_SUITE_P(Texts, LenientInteger,
+                         ::testing::Values(IntegerCase{"42", 42}, IntegerCase{" \t\n42x", 42}, IntegerCase{"-7", -7},
+                                           IntegerCase{"+7", 7}, IntegerCase{"", 0}, IntegerCase{"x1", 0},
+                                           IntegerCase{"- 1", 0}, IntegerCase{"--1", 0}, IntegerCase{"2b", 2},
+                                           IntegerCase{"007", 7}, IntegerCase{"9223372036854775807", kMax},
+                                           IntegerCase{"9223372036854775808", kMax},
+                                           IntegerCase{"-9223372036854775808", kMin},
+                                           IntegerCase{"-99999999999999999999", kMin}, IntegerCase{"1 2", 1}));
 
 } // namespace
 } // namespace qv

@@ -211,8 +211,10 @@ void registerCoreCommands(CLI::App &app, Io &io) {
     buyparams->require_subcommand(1);
     addExtract(*buyparams, io, "app", "Print the store identifier (salableAdamId); an empty line when absent",
                qv::appIdentifierFromBuyParameters);
-    addExtract(*buyparams, io, "version", "Print the external version identifier (appExtVrsId); an empty line "
-               "when absent", qv::versionFromBuyParameters);
+    addExtract(*buyparams, io, "version",
+               "Print the external version identifier (appExtVrsId); an empty line "
+               "when absent",
+               qv::versionFromBuyParameters);
     addSetVersion(*buyparams, io);
     addNew(*buyparams, io);
     addIntercept(*buyparams, io);
