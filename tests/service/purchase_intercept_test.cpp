@@ -122,19 +122,6 @@ TEST(InterceptEdges, NullPurchasesAndFailedMakerLeaveTheBatchAlone) {
     EXPECT_EQ(addPurchasesIntercept(batch, pending, maker), batch);
 }
 
-TEST(PendingTable, SetFindTakeErase) {
-    PendingDowngrades pending;
-    pending.set("1", "a");
-    pending.set("1", "b");
-    EXPECT_EQ(pending.find("1"), "b");
-    EXPECT_EQ(pending.take("1"), "b");
-    EXPECT_EQ(pending.take("1"), std::nullopt);
-    pending.set("2", "c");
-    EXPECT_TRUE(pending.erase("2"));
-    EXPECT_FALSE(pending.erase("2"));
-    EXPECT_EQ(&PendingDowngrades::shared(), &PendingDowngrades::shared());
-}
-
 // Writers fill the table while two store threads intercept batches for the same apps: every entry must rewrite
 // exactly one purchase, however the threads interleave.
 TEST(PendingTable, EachEntryIsConsumedExactlyOnceAcrossThreads) {

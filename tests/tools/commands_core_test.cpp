@@ -86,7 +86,6 @@ INSTANTIATE_TEST_SUITE_P(
         CliCase{"BuyparamsWithoutCommand", {"buyparams"}, kExitBadUsage, ""},
         CliCase{"UnknownOption", {"buyparams", "app", "--bogus", "x"}, kExitBadUsage, ""},
         CliCase{"CompareHelp", {"compare", "--help"}, kExitOk, nullptr},
-        CliCase{"StateHelp", {"state", "--help"}, kExitOk, nullptr},
         CliCase{"InterceptHelp", {"buyparams", "intercept", "--help"}, kExitOk, nullptr},
         CliCase{"SetVersionHelp", {"buyparams", "set-version", "--help"}, kExitOk, nullptr}),
     [](const auto &info) { return std::string(info.param.name); });
