@@ -1,6 +1,8 @@
 // Buy-parameter codec: fixed patterns compiled once, the purchase templates and the version rewrite.
 #include "service/buy_parameters.h"
 
+#include <algorithm>
+#include <cstddef>
 #include <memory>
 
 #include "core/regex.h"
@@ -57,17 +59,22 @@ std::string replacementTemplate(std::string_view replacement) {
     return result;
 }
 
+// One pass over the original text: pairs that the removal brings together are not removed again.
 void eraseAll(std::string &text, std::string_view needle) {
     std::size_t kept = 0;
     std::size_t read = 0;
-    while (read < text.size()) {
-        if (text.compare(read, needle.size(), needle) == 0) {
-            read += needle.size();
-            continue;
-        }
-        text[kept++] = text[read++];
+    for (std::size_t at = text.find(needle); at != std::string::npos; at = text.find(needle, read)) {
+        std::copy(text.begin() + static_cast<std::ptrdiff_t>(read), text.begin() + static_cast<std::ptrdiff_t>(at),
+                  text.begin() + static_cast<std::ptrdiff_t>(kept));
+        kept += at - read;
+        read = at + needle.size();
     }
-    text.resize(kept);
+    if (read == 0) {
+        return;
+    }
+    std::copy(text.begin() + static_cast<std::ptrdiff_t>(read), text.end(),
+              text.begin() + static_cast<std::ptrdiff_t>(kept));
+    text.resize(kept + (text.size() - read));
 }
 
 std::string purchaseBuyParameters(std::optional<std::string_view> storeIdentifier,
