@@ -2,12 +2,222 @@
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
+#include <charconv>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "core/json.h"
+#include "core/value.h"
+#include "service/buy_parameters.h"
+#include "service/item_state.h"
+#include "service/purchase_intercept.h"
+#include "service/version_compare.h"
 
 namespace qvdovrin {
 
+namespace {
+
+// A purchase of the command line: its buy parameters and nothing else; equal when they carry the same text.
+class CommandLinePurchase final : public qv::Purchase {
+  public:
+    explicit CommandLinePurchase(std::string buyParameters) : buyParameters_(std::move(buyParameters)) {}
+    std::string buyParameters() const override { return buyParameters_; }
+    bool isEqualTo(const qv::Purchase &other) const override { return other.buyParameters() == buyParameters_; }
+
+  private:
+    std::string buyParameters_;
+};
+
+class CommandLinePurchaseMaker final : public qv::PurchaseMaker {
+  public:
+    qv::PurchaseHandle purchaseWithBuyParameters(const std::string &buyParameters) override {
+        return std::make_shared<CommandLinePurchase>(buyParameters);
+    }
+};
+
+constexpr const char *kDecimalDigits = "0123456789";
+
+std::int64_t parseInteger(const std::string &text) {
+    std::int64_t value = 0;
+    const char *first = text.data();
+    const char *last = text.data() + text.size();
+    if (first != last && *first == '+') {
+        ++first;
+    }
+    const auto [end, error] = std::from_chars(first, last, value);
+    if (error == std::errc::result_out_of_range) {
+        throw BadInput("state out of range: " + text);
+    }
+    if (error != std::errc() || end != last || first == last) {
+        throw BadInput("state is not an integer: " + text);
+    }
+    return value;
+}
+
+// The store hands over only the low 32 bits of its state.
+std::int32_t lowWord(std::int64_t value) {
+    return static_cast<std::int32_t>(static_cast<std::uint32_t>(static_cast<std::uint64_t>(value)));
+}
+
+void addCompare(CLI::App &app, Io &io) {
+    struct Args {
+        std::string receiver;
+        std::optional<std::string> other;
+    };
+    auto args = std::make_shared<Args>();
+    auto *command = app.add_subcommand("compare", "Compare two dotted versions; prints -1 (A older), 0 or 1 (A newer)");
+    command->add_option("A", args->receiver, "The version to compare")->required();
+    command->add_option("B", args->other, "The other version; omitted, it compares as all zeros");
+    command->callback([args, &io] {
+        const std::optional<std::string_view> other =
+            args->other ? std::optional<std::string_view>(*args->other) : std::nullopt;
+        io.out << static_cast<int>(qv::compareToVersion(args->receiver, other)) << "\n";
+    });
+}
+
+void addState(CLI::App &app, Io &io) {
+    struct Args {
+        std::string state;
+        bool json = false;
+    };
+    auto args = std::make_shared<Args>();
+    auto *command =
+        app.add_subcommand("state", "Show which item-state sets (supported, installed, update available) hold N");
+    command->add_option("N", args->state, "The store's item state (its low 32 bits are used)")->required();
+    command->add_flag("--json", args->json, "Print a JSON object instead of lines");
+    command->callback([args, &io] {
+        const std::int32_t state = lowWord(parseInteger(args->state));
+        const bool supported = qv::supportedAppState(state);
+        const bool installed = qv::installedAppState(state);
+        const bool updateAvailable = qv::updateAvailableAppState(state);
+        if (args->json) {
+            const qv::Dictionary result{
+                {"supported", supported}, {"installed", installed}, {"updateAvailable", updateAvailable}};
+            io.out << qv::toJson(result) << "\n";
+            return;
+        }
+        const auto answer = [](bool yes) { return yes ? "yes" : "no"; };
+        io.out << "supported: " << answer(supported) << "\n"
+               << "installed: " << answer(installed) << "\n"
+               << "update available: " << answer(updateAvailable) << "\n";
+    });
+}
+
+void addExtract(CLI::App &buyparams, Io &io, const std::string &name, const std::string &description,
+                std::string (*extract)(std::string_view)) {
+    auto params = std::make_shared<std::string>();
+    auto *command = buyparams.add_subcommand(name, description);
+    command->add_option("PARAMS", *params, "A buy-parameter string")->required();
+    command->callback([params, extract, &io] { io.out << extract(*params) << "\n"; });
+}
+
+void addSetVersion(CLI::App &buyparams, Io &io) {
+    struct Args {
+        std::string params;
+        std::string version;
+    };
+    auto args = std::make_shared<Args>();
+    auto *command = buyparams.add_subcommand(
+        "set-version", "Write VERSION into every appExtVrsId pair (any spelling) and drop \"&installed=1\"");
+    command->add_option("PARAMS", args->params, "A buy-parameter string")->required();
+    command->add_option("VERSION", args->version, "The external version identifier to write")->required();
+    command->callback([args, &io] {
+        const auto rewritten = qv::buyParametersWithVersion(args->params, args->version);
+        if (!rewritten) {
+            throw BadInput("the version could not be written");
+        }
+        io.out << *rewritten << "\n";
+    });
+}
+
+void addNew(CLI::App &buyparams, Io &io) {
+    struct Args {
+        std::string app;
+        std::optional<std::string> version;
+        bool installed = false;
+    };
+    auto args = std::make_shared<Args>();
+    auto *command = buyparams.add_subcommand("new", "Print the buy parameters of a new purchase of one version");
+    command->add_option("--app", args->app, "The app's store identifier")->required();
+    command->add_option("--version", args->version, "The external version identifier; omitted, it reads (null)");
+    command->add_flag("--installed", args->installed, "The app is on the device: append \"&installed=1\"");
+    command->callback([args, &io] {
+        const std::optional<std::string_view> version =
+            args->version ? std::optional<std::string_view>(*args->version) : std::nullopt;
+        io.out << qv::newPurchaseBuyParameters(args->app, version, args->installed) << "\n";
+    });
+}
+
+void addIntercept(CLI::App &buyparams, Io &io) {
+    struct Args {
+        std::vector<std::string> pending;
+        std::vector<std::string> purchases;
+    };
+    auto args = std::make_shared<Args>();
+    auto *command = buyparams.add_subcommand(
+        "intercept", "Run the purchase intercept over a batch (one purchase per PARAMS) with a pending table");
+    command->add_option("--pending", args->pending,
+                        "Pending downgrades as ID=VALUE (VALUE a version identifier or \"previous\"); end the "
+                        "list with --");
+    command->add_option("PARAMS", args->purchases, "Buy parameters of the purchases, in batch order");
+    command->callback([args, &io] {
+        qv::PendingDowngrades pending;
+        for (const auto &entry : args->pending) {
+            const auto equals = entry.find('=');
+            if (equals == std::string::npos) {
+                throw BadInput("pending entry is not ID=VALUE: " + entry);
+            }
+            const std::string storeIdentifier = entry.substr(0, equals);
+            // Keys are matched against the digits read from salableAdamId, so any other key could never match;
+            // most often it is a PARAMS argument that --pending swallowed because "--" was left out.
+            if (storeIdentifier.find_first_not_of(kDecimalDigits) != std::string::npos) {
+                throw BadInput("pending store identifier is not decimal (end --pending with -- before PARAMS): " +
+                               entry);
+            }
+            pending.set(storeIdentifier, entry.substr(equals + 1));
+        }
+        std::vector<qv::PurchaseHandle> batch;
+        batch.reserve(args->purchases.size());
+        for (const auto &params : args->purchases) {
+            batch.push_back(std::make_shared<CommandLinePurchase>(params));
+        }
+        CommandLinePurchaseMaker maker;
+        const auto queued = qv::addPurchasesIntercept(batch, pending, maker);
+
+        qv::Array purchases;
+        for (std::size_t i = 0; i < queued.size(); ++i) {
+            purchases.push_back(qv::Dictionary{{"buyParameters", queued[i]->buyParameters()},
+                                               {"replaced", i >= batch.size() || queued[i] != batch[i]}});
+        }
+        qv::Dictionary left;
+        for (const auto &[storeIdentifier, value] : pending.snapshot()) {
+            left.set(storeIdentifier, value);
+        }
+        io.out << qv::toJson(qv::Dictionary{{"purchases", purchases}, {"pending", left}}) << "\n";
+    });
+}
+
+} // namespace
+
 void registerCoreCommands(CLI::App &app, Io &io) {
-    (void)app;
-    (void)io;
+    addCompare(app, io);
+    addState(app, io);
+    auto *buyparams = app.add_subcommand("buyparams", "Read, rewrite, build and intercept buy-parameter strings");
+    buyparams->require_subcommand(1);
+    addExtract(*buyparams, io, "app", "Print the store identifier (salableAdamId); an empty line when absent",
+               qv::appIdentifierFromBuyParameters);
+    addExtract(*buyparams, io, "version",
+               "Print the external version identifier (appExtVrsId); an empty line "
+               "when absent",
+               qv::versionFromBuyParameters);
+    addSetVersion(*buyparams, io);
+    addNew(*buyparams, io);
+    addIntercept(*buyparams, io);
 }
 
 } // namespace qvdovrin
