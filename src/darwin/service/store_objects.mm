@@ -12,8 +12,9 @@ namespace {
 
 constexpr long long kSoftwareItemKind = 12;
 
-// The buy parameters of a new purchase, in the store's key order. Built here until the core's codec offers the
-// same string, at which point this should call it so both sides share one definition.
+// The buy parameters of a new purchase, in the store's key order.
+// SWITCH OVER: once service/buy_parameters.h offers the new-purchase string, call it here instead, so the phone
+// and the core share one definition of the template.
 NSString *newPurchaseBuyParameters(id storeIdentifier, id versionIdentifier, BOOL installed) {
     return [NSString stringWithFormat:@"productType=C&price=0&salableAdamId=%@&pricingParameters=SWUPD&appExtVrsId=%@"
                                       @"&clientBuyId=1%@",
