@@ -4,7 +4,7 @@ JOBS ?= 2
 FUZZ_SECONDS ?= 30
 QVDOVRIN := build/linux/tools/qvdovrin/qvdovrin
 
-.PHONY: bootstrap build run test test-asan bench fuzz format format-check tidy lint clean
+.PHONY: bootstrap build run test test-asan bench fuzz format format-check tidy lint clean ios package
 
 bootstrap:
 	@scripts/bootstrap.sh
@@ -31,6 +31,16 @@ fuzz: bootstrap
 	cmake --preset fuzz
 	cmake --build --preset fuzz -j $(JOBS)
 	scripts/run-fuzzers.sh build/fuzz/tests/fuzz $(FUZZ_SECONDS)
+
+# The phone library (rootful and rootless arm64 dylibs) cross-built against the iOS SDK; see README "The phone library".
+ios: bootstrap
+	cmake --preset ios
+	cmake --build --preset ios -j $(JOBS)
+
+# Both .deb packages in build/packages, then scripts/check-packages.sh inspects them.
+package: bootstrap
+	cmake --preset package
+	cmake --build --preset package -j $(JOBS)
 
 format:
 	scripts/check-format.sh --fix

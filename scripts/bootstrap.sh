@@ -8,7 +8,7 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libplist-dev libcurl4-openssl-dev nlohmann-json3-dev libcli11-dev
   libcpp-httplib-dev libsqlite3-dev sqlite3
-  dpkg-dev fakeroot curl
+  dpkg-dev fakeroot curl python3
 )
 
 missing=()
