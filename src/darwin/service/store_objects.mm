@@ -3,6 +3,8 @@
 
 #include "darwin/core/guard.h"
 #include "darwin/core/ownership.h"
+#include "darwin/core/strings.h"
+#include "service/buy_parameters.h"
 
 #import <objc/message.h>
 #import <objc/runtime.h>
@@ -12,13 +14,12 @@ namespace {
 
 constexpr long long kSoftwareItemKind = 12;
 
-// The buy parameters of a new purchase, in the store's key order.
-// SWITCH OVER: once service/buy_parameters.h offers the new-purchase string, call it here instead, so the phone
-// and the core share one definition of the template.
 NSString *newPurchaseBuyParameters(id storeIdentifier, id versionIdentifier, BOOL installed) {
-    return [NSString stringWithFormat:@"productType=C&price=0&salableAdamId=%@&pricingParameters=SWUPD&appExtVrsId=%@"
-                                      @"&clientBuyId=1%@",
-                                      storeIdentifier, versionIdentifier, installed ? @"&installed=1" : @""];
+    const auto storeText = textForm(storeIdentifier);
+    const auto versionText = textForm(versionIdentifier);
+    return toNSString(qv::newPurchaseBuyParameters(
+        storeText ? std::optional<std::string_view>(*storeText) : std::nullopt,
+        versionText ? std::optional<std::string_view>(*versionText) : std::nullopt, installed));
 }
 
 id makeWithLookupDictionary(const char *className, NSDictionary *lookup) {
