@@ -66,9 +66,10 @@ HttpResult CurlHttp::fetch(const HttpRequest &request) {
     Reply reply;
     curl_easy_setopt(curl, CURLOPT_URL, request.url.c_str());
     curl_easy_setopt(curl, CURLOPT_CUSTOMREQUEST, request.method.c_str());
+    static const std::string kNoBody;
+    const std::string &body = request.body ? *request.body : kNoBody;
     if (request.method == "POST") {
         curl_easy_setopt(curl, CURLOPT_POST, 1L);
-        const std::string &body = request.body ? *request.body : std::string();
         curl_easy_setopt(curl, CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body.size()));
         curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
     }

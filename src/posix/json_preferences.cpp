@@ -6,10 +6,10 @@
 
 namespace qv::posix {
 
-std::optional<JsonFilePreferences> JsonFilePreferences::load(const std::string &path, std::string *error) {
+std::unique_ptr<JsonFilePreferences> JsonFilePreferences::load(const std::string &path, std::string *error) {
     const auto text = readFile(path, error);
     if (!text) {
-        return std::nullopt;
+        return nullptr;
     }
     JsonError parseError;
     auto json = parseJson(*text, &parseError);
@@ -17,9 +17,9 @@ std::optional<JsonFilePreferences> JsonFilePreferences::load(const std::string &
         if (error != nullptr) {
             *error = path + ": " + (json ? std::string("not a JSON object") : parseError.message);
         }
-        return std::nullopt;
+        return nullptr;
     }
-    return JsonFilePreferences(std::move(*json->asDictionary()));
+    return std::unique_ptr<JsonFilePreferences>(new JsonFilePreferences(std::move(*json->asDictionary())));
 }
 
 std::optional<Value> JsonFilePreferences::valueForKey(const std::string &key) const {

@@ -1,6 +1,7 @@
 // Preferences port over a JSON file holding one object of stored values.
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -12,10 +13,9 @@ namespace qv::posix {
 class JsonFilePreferences : public Preferences {
   public:
     // Reads the file once; nothing when it cannot be read or is not a JSON object (reason in *error).
-    static std::optional<JsonFilePreferences> load(const std::string &path, std::string *error = nullptr);
+    static std::unique_ptr<JsonFilePreferences> load(const std::string &path, std::string *error = nullptr);
 
     JsonFilePreferences() = default;
-    JsonFilePreferences(JsonFilePreferences &&other) noexcept : values_(std::move(other.values_)) {}
 
     std::optional<Value> valueForKey(const std::string &key) const override;
 
