@@ -12,6 +12,7 @@ namespace {
 constexpr int kMaxPort = 65535;
 constexpr std::string_view kJsonType = "application/json";
 constexpr int kFirstErrorStatus = 400;
+constexpr std::size_t kKeepAliveRequests = 10000;
 
 std::string messageForStatus(int status) {
     switch (status) {
@@ -30,6 +31,10 @@ std::string messageForStatus(int status) {
 
 HttpFront::HttpFront(VersionService &service) : service_(service), server_(std::make_unique<httplib::Server>()) {
     server_->set_payload_max_length(kMaxBodyBytes);
+    // Replies go out in two writes (head, body); without this, delayed acknowledgements stall every reply.
+    server_->set_tcp_nodelay(true);
+    // Clients such as the phone's URL session keep connections open; closing every few requests costs a handshake.
+    server_->set_keep_alive_max_count(kKeepAliveRequests);
     const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
         ServiceRequest serviceRequest{request.method, request.path, {}, request.body};
         for (const auto &[key, value] : request.params) {
