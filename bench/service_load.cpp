@@ -97,7 +97,8 @@ class LoopbackConnection {
             text += "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) + "\r\n";
         }
         text += "\r\n" + body;
-        if (socket_ < 0 || ::send(socket_, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) {
+        if (socket_ < 0 ||
+            ::send(socket_, text.data(), text.size(), MSG_NOSIGNAL) != static_cast<ssize_t>(text.size())) {
             return 0;
         }
         std::size_t headerEnd = std::string::npos;
@@ -107,8 +108,9 @@ class LoopbackConnection {
                 headerEnd = buffer_.find("\r\n\r\n");
                 if (headerEnd != std::string::npos) {
                     const auto length = buffer_.find("Content-Length: ");
-                    const std::size_t bodyLength =
-                        length != std::string::npos && length < headerEnd ? std::strtoul(buffer_.c_str() + length + 16, nullptr, 10) : 0;
+                    const std::size_t bodyLength = length != std::string::npos && length < headerEnd
+                                                       ? std::strtoul(buffer_.c_str() + length + 16, nullptr, 10)
+                                                       : 0;
                     total = headerEnd + 4 + bodyLength;
                 }
             }

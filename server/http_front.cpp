@@ -62,7 +62,9 @@ HttpFront::HttpFront(VersionService &service) : service_(service), server_(std::
     });
 }
 
-HttpFront::~HttpFront() { stop(); }
+HttpFront::~HttpFront() {
+    stop();
+}
 
 std::optional<int> HttpFront::bind(const std::string &host, int port) {
     const int bound = port == 0 ? server_->bind_to_any_port(host) : (server_->bind_to_port(host, port) ? port : -1);
@@ -72,11 +74,17 @@ std::optional<int> HttpFront::bind(const std::string &host, int port) {
     return bound;
 }
 
-bool HttpFront::serve() { return server_->listen_after_bind(); }
+bool HttpFront::serve() {
+    return server_->listen_after_bind();
+}
 
-void HttpFront::stop() { server_->stop(); }
+void HttpFront::stop() {
+    server_->stop();
+}
 
-bool HttpFront::running() const { return server_->is_running(); }
+bool HttpFront::running() const {
+    return server_->is_running();
+}
 
 std::optional<std::pair<std::string, int>> parseListenAddress(const std::string &text) {
     const auto colon = text.rfind(':');

@@ -11,7 +11,9 @@ namespace {
 
 constexpr std::int64_t kDecimalBase = 10;
 
-const Value *field(const Dictionary &object, std::string_view key) { return object.find(Value(key)); }
+const Value *field(const Dictionary &object, std::string_view key) {
+    return object.find(Value(key));
+}
 
 std::optional<std::string> textField(const Dictionary &object, std::string_view key, std::size_t maxLength,
                                      std::string &error) {

@@ -45,8 +45,7 @@ constexpr const char *kSelectAppSummary =
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
     "ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
 constexpr const char *kInsertEvent = "INSERT INTO search_events(query, body, received_at) VALUES(?1, ?2, ?3)";
-constexpr const char *kTrimEvents =
-    "DELETE FROM search_events WHERE id <= (SELECT MAX(id) FROM search_events) - ?1";
+constexpr const char *kTrimEvents = "DELETE FROM search_events WHERE id <= (SELECT MAX(id) FROM search_events) - ?1";
 constexpr const char *kCountEvents = "SELECT COUNT(*) FROM search_events";
 
 std::int64_t nowSeconds() {
@@ -73,8 +72,8 @@ class SqliteStorage::Connection {
 
     static std::unique_ptr<Connection> open(const std::string &path, bool writer, std::string *error) {
         auto connection = std::unique_ptr<Connection>(new Connection());
-        const int flags = SQLITE_OPEN_NOMUTEX | (writer ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE
-                                                        : SQLITE_OPEN_READONLY);
+        const int flags =
+            SQLITE_OPEN_NOMUTEX | (writer ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
         if (sqlite3_open_v2(path.c_str(), &connection->db_, flags, nullptr) != SQLITE_OK) {
             *error = path + ": " + (connection->db_ != nullptr ? sqlite3_errmsg(connection->db_) : "cannot open");
             return nullptr;
@@ -103,8 +102,7 @@ class SqliteStorage::Connection {
         auto found = statements_.find(sql);
         if (found == statements_.end()) {
             sqlite3_stmt *statement = nullptr;
-            if (sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) !=
-                SQLITE_OK) {
+            if (sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
                 return nullptr;
             }
             found = statements_.emplace(sql, statement).first;

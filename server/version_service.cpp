@@ -13,7 +13,9 @@ constexpr std::string_view kVersionsSuffix = "/versions";
 constexpr std::string_view kEventsRoute = "/v1/events";
 constexpr std::string_view kLookupRoute = "/lookup";
 
-ServiceResponse jsonResponse(const Value &body) { return ServiceResponse{status::kOk, toJson(body), {}}; }
+ServiceResponse jsonResponse(const Value &body) {
+    return ServiceResponse{status::kOk, toJson(body), {}};
+}
 
 ServiceResponse methodNotAllowed(const std::string &allowed) {
     auto response = errorResponse(status::kMethodNotAllowed, "method not allowed; use " + allowed);
@@ -25,11 +27,14 @@ ServiceResponse storageFailure(const std::string &reason) {
     return errorResponse(status::kInternalError, "storage failure: " + reason);
 }
 
-bool isGet(const std::string &method) { return method == "GET" || method == "HEAD"; }
+bool isGet(const std::string &method) {
+    return method == "GET" || method == "HEAD";
+}
 
 // The app identifier of "/v1/apple_apps/{id}/versions", or nothing when the path has another shape.
 std::optional<std::string> versionsRouteId(std::string_view path) {
-    if (path.size() <= kAppsPrefix.size() + kVersionsSuffix.size() || path.substr(0, kAppsPrefix.size()) != kAppsPrefix ||
+    if (path.size() <= kAppsPrefix.size() + kVersionsSuffix.size() ||
+        path.substr(0, kAppsPrefix.size()) != kAppsPrefix ||
         path.substr(path.size() - kVersionsSuffix.size()) != kVersionsSuffix) {
         return std::nullopt;
     }

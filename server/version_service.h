@@ -11,7 +11,7 @@
 
 namespace qv::server {
 
-inline constexpr std::size_t kMaxBodyBytes = 1024U * 1024U;
+inline constexpr std::size_t kMaxBodyBytes = std::size_t{1024} * 1024;
 
 struct ServiceRequest {
     std::string method;

@@ -89,9 +89,8 @@ void fetchKnownVersions(Http &http, Queues &queues, std::string_view apiBaseUrl,
                 known.versions = std::move(*versions);
             }
         }
-        queues.main().async([completion = std::move(completion), known = std::move(known)]() mutable {
-            completion(std::move(known));
-        });
+        queues.main().async(
+            [completion = std::move(completion), known = std::move(known)]() mutable { completion(std::move(known)); });
     });
 }
 

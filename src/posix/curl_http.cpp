@@ -45,9 +45,13 @@ struct HeaderListDeleter {
 
 } // namespace
 
-CurlHttp::CurlHttp() { initialiseCurlOnce(); }
+CurlHttp::CurlHttp() {
+    initialiseCurlOnce();
+}
 
-CurlHttp::~CurlHttp() { waitForSends(); }
+CurlHttp::~CurlHttp() {
+    waitForSends();
+}
 
 HttpResult CurlHttp::fetch(const HttpRequest &request) {
     const std::unique_ptr<CURL, CurlDeleter> handle(curl_easy_init());
@@ -57,7 +61,8 @@ HttpResult CurlHttp::fetch(const HttpRequest &request) {
     CURL *curl = handle.get();
     curl_slist *headerList = nullptr;
     for (const auto &[name, value] : request.headers) {
-        const std::string line = name + ": " + value;
+        std::string line = name;
+        line.append(": ").append(value);
         if (curl_slist *longer = curl_slist_append(headerList, line.c_str())) {
             headerList = longer;
         }

@@ -30,7 +30,7 @@ class CurlHttp : public Http {
     std::vector<SentRequest> completedSends() const;
 
     // Replies larger than this are cut off and reported as an error.
-    static constexpr std::size_t kMaxReplyBytes = 16U * 1024U * 1024U;
+    static constexpr std::size_t kMaxReplyBytes = std::size_t{16} * 1024 * 1024;
 
   private:
     static constexpr std::size_t kSendThreads = 2;

@@ -211,7 +211,9 @@ ReportOutcome ServiceClient::cacheAppWithMetadata(const Value &metadata) {
     return ReportOutcome::Sent;
 }
 
-void ServiceClient::cacheAppWithPurchaseDictionary(const Value &purchase) { (void)purchase; }
+void ServiceClient::cacheAppWithPurchaseDictionary(const Value &purchase) {
+    (void)purchase;
+}
 
 void ServiceClient::appsForHTMLString(std::optional<std::string> html) {
     if (!html) {
@@ -250,24 +252,26 @@ void ServiceClient::getBundleIdWithStoreIdentifier(const std::string &storeIdent
                                                    std::function<void(std::string)> completion) {
     HttpRequest request;
     request.url = endpoints_.lookupBaseUrl + "lookup?id=" + storeIdentifier;
-    queues_.global().async([this, request = std::move(request), completion = std::move(completion)]() mutable {
-        std::string bundleId;
-        const HttpResult result = http_.fetch(request);
-        if (result.succeeded()) {
-            const auto json = parseJson(result.body);
-            const Dictionary *reply = json ? json->asDictionary() : nullptr;
-            const Value *results = reply != nullptr ? reply->find(Value("results")) : nullptr;
-            const Array *list = results != nullptr ? results->asArray() : nullptr;
-            const Dictionary *first = list != nullptr && !list->empty() ? list->items().front().asDictionary() : nullptr;
-            const Value *found = first != nullptr ? first->find(Value("bundleId")) : nullptr;
-            if (found != nullptr && found->asString() != nullptr) {
-                bundleId = *found->asString();
+    // The task holds the ports, not the client, so it may finish after the client is gone.
+    queues_.global().async(
+        [&http = http_, &queues = queues_, request = std::move(request), completion = std::move(completion)]() mutable {
+            std::string bundleId;
+            const HttpResult result = http.fetch(request);
+            if (result.succeeded()) {
+                const auto json = parseJson(result.body);
+                const Dictionary *reply = json ? json->asDictionary() : nullptr;
+                const Value *results = reply != nullptr ? reply->find(Value("results")) : nullptr;
+                const Array *list = results != nullptr ? results->asArray() : nullptr;
+                const Dictionary *first =
+                    list != nullptr && !list->empty() ? list->items().front().asDictionary() : nullptr;
+                const Value *found = first != nullptr ? first->find(Value("bundleId")) : nullptr;
+                if (found != nullptr && found->asString() != nullptr) {
+                    bundleId = *found->asString();
+                }
             }
-        }
-        queues_.main().async([completion = std::move(completion), bundleId = std::move(bundleId)] {
-            completion(bundleId);
+            queues.main().async(
+                [completion = std::move(completion), bundleId = std::move(bundleId)] { completion(bundleId); });
         });
-    });
 }
 
 void ServiceClient::setExtraAttribute(const Value &key, const Value &value) {

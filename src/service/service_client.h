@@ -26,9 +26,9 @@ inline constexpr double kPostTimeoutSeconds = 60;
 // Why a version report went out or not; the phone ignores it, the command-line tool explains it.
 enum class ReportOutcome {
     Sent,
-    CachingDisabled,    // the user switched crowdsourcing off
-    MissingVersion,     // no first offer with a version / no short version or external identifier
-    MissingField,       // bundle identifier, store identifier, name or a later offer's version is missing
+    CachingDisabled, // the user switched crowdsourcing off
+    MissingVersion,  // no first offer with a version / no short version or external identifier
+    MissingField,    // bundle identifier, store identifier, name or a later offer's version is missing
 };
 std::string_view describe(ReportOutcome outcome);
 
@@ -87,12 +87,13 @@ class ServiceClient {
     Queues &queues_;
     const Preferences &preferences_;
     ServiceEndpoints endpoints_;
-    std::unique_ptr<Queue> workQueue_;
 
     mutable std::mutex extraAttributesMutex_;
     Dictionary extraAttributes_;
     // Query text -> number of results last sent; touched on the work queue only.
     std::map<std::string, std::size_t, std::less<>> cached_;
+    // Last, so that it is destroyed first: its pending tasks still use the members above.
+    std::unique_ptr<Queue> workQueue_;
 };
 
 } // namespace qv

@@ -47,7 +47,9 @@ TEST(KnownVersionsMapping, KeepsObjectsThatLackEitherKey) {
 }
 
 class UnmappableReply : public ::testing::TestWithParam<const char *> {};
-TEST_P(UnmappableReply, YieldsNoList) { EXPECT_FALSE(versionsFromJson(*parseJson(GetParam()))); }
+TEST_P(UnmappableReply, YieldsNoList) {
+    EXPECT_FALSE(versionsFromJson(*parseJson(GetParam())));
+}
 INSTANTIATE_TEST_SUITE_P(Replies, UnmappableReply,
                          ::testing::Values(R"({"bundle_version":"1"})", R"([1])", R"([{"bundle_version":["1"]}])",
                                            R"("text")"));
@@ -74,13 +76,12 @@ TEST_P(FetchKnownVersions, CompletesOnTheMainQueue) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Replies, FetchKnownVersions,
-    ::testing::Values(FetchCase{{200, R"([{"external_identifier":"1"},{"external_identifier":"2"}])", {}},
-                                {"2", "1"},
-                                false},
-                      FetchCase{{200, "[]", {}}, {}, false}, FetchCase{{200, "not json", {}}, {}, true},
-                      FetchCase{{200, R"({"error":"x"})", {}}, {}, true},
-                      FetchCase{{500, R"([{"external_identifier":"1"}])", {}}, {}, true},
-                      FetchCase{{0, {}, std::string("timed out")}, {}, true}));
+    ::testing::Values(
+        FetchCase{{200, R"([{"external_identifier":"1"},{"external_identifier":"2"}])", {}}, {"2", "1"}, false},
+        FetchCase{{200, "[]", {}}, {}, false}, FetchCase{{200, "not json", {}}, {}, true},
+        FetchCase{{200, R"({"error":"x"})", {}}, {}, true},
+        FetchCase{{500, R"([{"external_identifier":"1"}])", {}}, {}, true},
+        FetchCase{{0, {}, std::string("timed out")}, {}, true}));
 
 TEST(KnownVersionsJson, LeavesMissingPropertiesOut) {
     EXPECT_EQ(toJson(versionsToJson({{"1.0", "5"}, {std::nullopt, "4"}})),

@@ -134,7 +134,8 @@ TEST_P(CliBadInput, ExitsOneWithOneLine) {
     const std::string dir = *directory_;
     writeFile("broken.json", "{\"itemId\":");
     writeFile("disabled.json", R"({"disableAppCaching_QV":true})");
-    writeFile("mismatch.json", R"({"bundleId":"b","id":"12x","name":"n","offers":[{"version":{"display":"1","externalId":1}}]})");
+    writeFile("mismatch.json",
+              R"({"bundleId":"b","id":"12x","name":"n","offers":[{"version":{"display":"1","externalId":1}}]})");
     arguments = std::regex_replace(arguments, std::regex("\\{dir\\}"), dir);
     const auto run = runCli(arguments);
     EXPECT_EQ(run.exitCode, 1) << run.output;
@@ -158,13 +159,14 @@ struct RawCase {
 class RawHttpBadInput : public LiveService, public ::testing::WithParamInterface<RawCase> {};
 TEST_P(RawHttpBadInput, AnswersJsonErrorAndKeepsData) {
     auto http = client();
-    const std::string report = R"({"bundle_id":"com.example.keep","identifier":"8001","title":"Keep","versions":[{"display":"1.0","externalId":"1"}]})";
+    const std::string report =
+        R"({"bundle_id":"com.example.keep","identifier":"8001","title":"Keep","versions":[{"display":"1.0","externalId":"1"}]})";
     ASSERT_EQ(http.Post("/v1/apple_apps/8001/versions", report, "application/json")->status, 200);
     const std::string before = http.Get("/v1/apple_apps/8001/versions")->body;
 
     const auto &raw = GetParam();
-    const auto result = std::string(raw.method) == "POST"   ? http.Post(raw.path, raw.body, "application/json")
-                        : std::string(raw.method) == "PUT"  ? http.Put(raw.path, raw.body, "application/json")
+    const auto result = std::string(raw.method) == "POST"     ? http.Post(raw.path, raw.body, "application/json")
+                        : std::string(raw.method) == "PUT"    ? http.Put(raw.path, raw.body, "application/json")
                         : std::string(raw.method) == "DELETE" ? http.Delete(raw.path)
                                                               : http.Get(raw.path);
     ASSERT_TRUE(result);
@@ -175,17 +177,18 @@ TEST_P(RawHttpBadInput, AnswersJsonErrorAndKeepsData) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Requests, RawHttpBadInput,
-    ::testing::Values(RawCase{"POST", "/v1/apple_apps/8001/versions", "{not json", 400},
-                      RawCase{"POST", "/v1/apple_apps/8001/versions",
-                              R"({"bundle_id":"x","identifier":"8002","title":"t","versions":[{"display":"9","externalId":"1"}]})",
-                              400},
-                      RawCase{"POST", "/v1/apple_apps/8001/versions",
-                              R"({"bundle_id":"x","identifier":"8001","title":"t","versions":{"display":"9"}})", 400},
-                      RawCase{"POST", "/v1/apple_apps/eighty/versions", "{}", 400},
-                      RawCase{"POST", "/v1/apple_apps/8001/versions", std::string(1024 * 1024 + 1, '{'), 413},
-                      RawCase{"POST", "/v1/events", "[1,2", 400}, RawCase{"GET", "/v2/whatever", "", 404},
-                      RawCase{"PUT", "/v1/apple_apps/8001/versions", "{}", 405},
-                      RawCase{"DELETE", "/v1/events", "", 405}, RawCase{"GET", "/lookup?id=abc", "", 400}));
+    ::testing::Values(
+        RawCase{"POST", "/v1/apple_apps/8001/versions", "{not json", 400},
+        RawCase{"POST", "/v1/apple_apps/8001/versions",
+                R"({"bundle_id":"x","identifier":"8002","title":"t","versions":[{"display":"9","externalId":"1"}]})",
+                400},
+        RawCase{"POST", "/v1/apple_apps/8001/versions",
+                R"({"bundle_id":"x","identifier":"8001","title":"t","versions":{"display":"9"}})", 400},
+        RawCase{"POST", "/v1/apple_apps/eighty/versions", "{}", 400},
+        RawCase{"POST", "/v1/apple_apps/8001/versions", std::string(1024 * 1024 + 1, '{'), 413},
+        RawCase{"POST", "/v1/events", "[1,2", 400}, RawCase{"GET", "/v2/whatever", "", 404},
+        RawCase{"PUT", "/v1/apple_apps/8001/versions", "{}", 405}, RawCase{"DELETE", "/v1/events", "", 405},
+        RawCase{"GET", "/lookup?id=abc", "", 400}));
 
 TEST(ServeCommand, PrintsWhereItListensAndStopsOnSigterm) {
     std::string pattern = (std::filesystem::temp_directory_path() / "qv-serve-XXXXXX").string();

@@ -66,15 +66,19 @@ TEST_F(ServiceTest, RepeatedReportsAreIdempotentAndTheLatestNamesWin) {
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
     }
-    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions",
-                   R"({"bundle_id":"com.example.app","identifier":42,"title":"Final","versions":[{"display":"2.0.1","externalId":1000}]})")
-                  .status,
-              200);
+    ASSERT_EQ(
+        call(
+            "POST", "/v1/apple_apps/42/versions",
+            R"({"bundle_id":"com.example.app","identifier":42,"title":"Final","versions":[{"display":"2.0.1","externalId":1000}]})")
+            .status,
+        200);
     EXPECT_EQ(versionsOf("42"), R"([{"bundle_version":"2.0.1","external_identifier":"1000"},)"
                                 R"({"bundle_version":"1.9","external_identifier":"100"}])");
-    EXPECT_EQ(call("GET", "/lookup", {}, {{"bundleId", "com.example.app"}}).body,
-              R"({"resultCount":1,"results":[{"trackId":42,"bundleId":"com.example.app","trackName":"Final","version":"2.0.1"}]})");
-    EXPECT_EQ(call("GET", "/lookup", {}, {{"bundleId", "com.example.renamed"}}).body, R"({"resultCount":0,"results":[]})");
+    EXPECT_EQ(
+        call("GET", "/lookup", {}, {{"bundleId", "com.example.app"}}).body,
+        R"({"resultCount":1,"results":[{"trackId":42,"bundleId":"com.example.app","trackName":"Final","version":"2.0.1"}]})");
+    EXPECT_EQ(call("GET", "/lookup", {}, {{"bundleId", "com.example.renamed"}}).body,
+              R"({"resultCount":0,"results":[]})");
 }
 
 TEST_F(ServiceTest, SearchEventsAreCappedDroppingTheOldest) {
@@ -116,25 +120,28 @@ INSTANTIATE_TEST_SUITE_P(
                    R"({"bundle_id":"b","title":"t","versions":[{"display":"1","externalId":1}]})", 400},
         BadRequest{"POST", "/v1/apple_apps/42/versions",
                    R"({"bundle_id":7,"identifier":42,"title":"t","versions":[{"display":"1","externalId":1}]})", 400},
-        BadRequest{"POST", "/v1/apple_apps/42/versions",
-                   R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"9","externalId":1},{"display":"1","externalId":"x1"}]})",
-                   400},
+        BadRequest{
+            "POST", "/v1/apple_apps/42/versions",
+            R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"9","externalId":1},{"display":"1","externalId":"x1"}]})",
+            400},
         BadRequest{"POST", "/v1/apple_apps/42/versions",
                    R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":1,"externalId":1}]})", 400},
         BadRequest{"POST", "/v1/apple_apps/42/versions",
-                   R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"1","externalId":-1}]})", 400},
+                   R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"1","externalId":-1}]})",
+                   400},
+        BadRequest{
+            "POST", "/v1/apple_apps/42/versions",
+            R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"1","externalId":"99999999999999999999"}]})",
+            400},
         BadRequest{"POST", "/v1/apple_apps/42/versions",
-                   R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"1","externalId":"99999999999999999999"}]})",
-                   400},
-        BadRequest{"POST", "/v1/apple_apps/42/versions", R"({"bundle_id":"b","identifier":42,"title":"t","versions":[]})",
-                   400},
+                   R"({"bundle_id":"b","identifier":42,"title":"t","versions":[]})", 400},
         BadRequest{"GET", "/v1/apple_apps/4x2/versions", "", 400},
         BadRequest{"POST", "/v1/apple_apps/-42/versions", kItemReport, 400},
         BadRequest{"POST", "/v1/events", R"({"name":"open","attributes":{}})", 400},
-        BadRequest{"POST", "/v1/events", R"({"name":"search","attributes":{"query":"q","results":[{"appId":1,"rank":1}]}})",
-                   400},
-        BadRequest{"POST", "/v1/events", R"({"name":"search","attributes":{"query":"q","results":[{"appId":"1","rank":0}]}})",
-                   400},
+        BadRequest{"POST", "/v1/events",
+                   R"({"name":"search","attributes":{"query":"q","results":[{"appId":1,"rank":1}]}})", 400},
+        BadRequest{"POST", "/v1/events",
+                   R"({"name":"search","attributes":{"query":"q","results":[{"appId":"1","rank":0}]}})", 400},
         BadRequest{"POST", "/v1/apple_apps/42/versions", kOversized.c_str(), 413},
         BadRequest{"GET", "/v1/apple_apps/42", "", 404}, BadRequest{"GET", "/v1/apple_apps/4/2/versions", "", 404},
         BadRequest{"GET", "/", "", 404}, BadRequest{"DELETE", "/v1/apple_apps/42/versions", "", 405},
@@ -146,17 +153,18 @@ class LookupQuery : public ServiceTest,
 TEST_P(LookupQuery, NeedsExactlyOneWellFormedKey) {
     EXPECT_EQ(call("GET", "/lookup", {}, GetParam().first).status, GetParam().second);
 }
-INSTANTIATE_TEST_SUITE_P(Queries, LookupQuery,
-                         ::testing::Values(std::make_pair(std::multimap<std::string, std::string>{{"id", "42"}}, 200),
-                                           std::make_pair(std::multimap<std::string, std::string>{{"id", "x"}}, 400),
-                                           std::make_pair(std::multimap<std::string, std::string>{{"id", "1"},
-                                                                                                  {"bundleId", "b"}},
-                                                          400)));
+INSTANTIATE_TEST_SUITE_P(
+    Queries, LookupQuery,
+    ::testing::Values(std::make_pair(std::multimap<std::string, std::string>{{"id", "42"}}, 200),
+                      std::make_pair(std::multimap<std::string, std::string>{{"id", "x"}}, 400),
+                      std::make_pair(std::multimap<std::string, std::string>{{"id", "1"}, {"bundleId", "b"}}, 400)));
 
 // Storage that always fails, as a full disk or a locked file would.
 class BrokenStorage : public VersionStorage {
   public:
-    StorageResult<Done> recordReport(const VersionReport &) override { return StorageResult<Done>::failure("disk full"); }
+    StorageResult<Done> recordReport(const VersionReport &) override {
+        return StorageResult<Done>::failure("disk full");
+    }
     StorageResult<std::vector<StoredVersion>> versionsOf(std::int64_t) override {
         return StorageResult<std::vector<StoredVersion>>::failure("disk I/O error");
     }

@@ -70,11 +70,12 @@ class BodyWithoutJsonForm : public ::testing::TestWithParam<Value> {};
 TEST_P(BodyWithoutJsonForm, GoesOutWithoutBody) {
     EXPECT_FALSE(makeJsonPost("v1/events", kBase, GetParam()).body.has_value());
 }
-INSTANTIATE_TEST_SUITE_P(
-    Values, BodyWithoutJsonForm,
-    ::testing::Values(Value("top-level text"), Value(1), Value(Dictionary{{Value(1), Value("numeric key")}}),
-                      Value(Array{Value(Bytes{1, 2})}), Value(Dictionary{{"when", Value(Date{1})}}),
-                      Value(Array{Value(std::numeric_limits<double>::quiet_NaN())})));
+INSTANTIATE_TEST_SUITE_P(Values, BodyWithoutJsonForm,
+                         ::testing::Values(Value("top-level text"), Value(1),
+                                           Value(Dictionary{{Value(1), Value("numeric key")}}),
+                                           Value(Array{Value(Bytes{1, 2})}),
+                                           Value(Dictionary{{"when", Value(Date{1})}}),
+                                           Value(Array{Value(std::numeric_limits<double>::quiet_NaN())})));
 
 // ---- version report from a store item ----
 
@@ -100,17 +101,16 @@ TEST_P(IncompleteStoreItem, SendsNothing) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Items, IncompleteStoreItem,
-    ::testing::Values(IncompleteItem{R"({"bundleId":"b","id":1,"name":"n"})", ReportOutcome::MissingVersion},
-                      IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[]})",
-                                     ReportOutcome::MissingVersion},
-                      IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[{"price":0}]})",
-                                     ReportOutcome::MissingVersion},
-                      IncompleteItem{R"({"id":1,"name":"n","offers":[{"version":{}}]})", ReportOutcome::MissingField},
-                      IncompleteItem{R"({"bundleId":"b","id":null,"name":"n","offers":[{"version":{}}]})",
-                                     ReportOutcome::MissingField},
-                      IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[{"version":{}},{}]})",
-                                     ReportOutcome::MissingField},
-                      IncompleteItem{R"([1])", ReportOutcome::MissingVersion}));
+    ::testing::Values(
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n"})", ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[]})", ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[{"price":0}]})", ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"id":1,"name":"n","offers":[{"version":{}}]})", ReportOutcome::MissingField},
+        IncompleteItem{R"({"bundleId":"b","id":null,"name":"n","offers":[{"version":{}}]})",
+                       ReportOutcome::MissingField},
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[{"version":{}},{}]})",
+                       ReportOutcome::MissingField},
+        IncompleteItem{R"([1])", ReportOutcome::MissingVersion}));
 
 // ---- version report from installed-app metadata ----
 
@@ -146,12 +146,14 @@ TEST_P(IncompleteMetadata, SendsNothing) {
 INSTANTIATE_TEST_SUITE_P(
     Metadata, IncompleteMetadata,
     ::testing::Values(
-        IncompleteItem{R"({"softwareVersionBundleId":"b","itemId":1,"itemName":"n","softwareVersionExternalIdentifier":9})",
-                       ReportOutcome::MissingVersion},
+        IncompleteItem{
+            R"({"softwareVersionBundleId":"b","itemId":1,"itemName":"n","softwareVersionExternalIdentifier":9})",
+            ReportOutcome::MissingVersion},
         IncompleteItem{R"({"softwareVersionBundleId":"b","itemId":1,"itemName":"n","bundleShortVersionString":"1"})",
                        ReportOutcome::MissingVersion},
-        IncompleteItem{R"({"itemId":1,"itemName":"n","bundleShortVersionString":"1","softwareVersionExternalIdentifier":9})",
-                       ReportOutcome::MissingField},
+        IncompleteItem{
+            R"({"itemId":1,"itemName":"n","bundleShortVersionString":"1","softwareVersionExternalIdentifier":9})",
+            ReportOutcome::MissingField},
         IncompleteItem{
             R"({"softwareVersionBundleId":"b","itemId":1,"bundleShortVersionString":"1","softwareVersionExternalIdentifier":9})",
             ReportOutcome::MissingField}));
@@ -231,11 +233,12 @@ class SearchQuery : public ::testing::TestWithParam<QueryCase> {};
 TEST_P(SearchQuery, IsTheTextOfTheLastInputOnTheFirstMatchingLine) {
     EXPECT_EQ(queryStringFromHTML(std::string_view(GetParam().html)), GetParam().query);
 }
-INSTANTIATE_TEST_SUITE_P(
-    Pages, SearchQuery,
-    ::testing::Values(QueryCase{"<input type=\"search\">angry birds</input>", "angry birds"},
-                      QueryCase{"<input>a</input><input>b</input>", "b"}, QueryCase{"<INPUT>a</INPUT>", std::nullopt},
-                      QueryCase{"<input>a\n</input>", std::nullopt}, QueryCase{"x\n<input></input>", ""}));
+INSTANTIATE_TEST_SUITE_P(Pages, SearchQuery,
+                         ::testing::Values(QueryCase{"<input type=\"search\">angry birds</input>", "angry birds"},
+                                           QueryCase{"<input>a</input><input>b</input>", "b"},
+                                           QueryCase{"<INPUT>a</INPUT>", std::nullopt},
+                                           QueryCase{"<input>a\n</input>", std::nullopt},
+                                           QueryCase{"x\n<input></input>", ""}));
 
 // ---- store lookup ----
 
@@ -260,8 +263,7 @@ INSTANTIATE_TEST_SUITE_P(
                       LookupCase{{200, R"({"resultCount":0,"results":[]})", {}}, ""},
                       LookupCase{{200, R"({"results":[{"trackId":1}]})", {}}, ""},
                       LookupCase{{200, R"({"results":[{"bundleId":7}]})", {}}, ""},
-                      LookupCase{{200, R"({"results":{"bundleId":"x"}})", {}}, ""},
-                      LookupCase{{200, "<html>", {}}, ""},
+                      LookupCase{{200, R"({"results":{"bundleId":"x"}})", {}}, ""}, LookupCase{{200, "<html>", {}}, ""},
                       LookupCase{{404, R"({"results":[{"bundleId":"x"}]})", {}}, ""},
                       LookupCase{{0, {}, std::string("connection refused")}, ""}));
 

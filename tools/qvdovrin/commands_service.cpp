@@ -142,7 +142,8 @@ void serve(const ServeOptions &options, Io &io) {
            << std::endl;
     const bool served = front.serve();
     finished = true;
-    pthread_kill(stopper.native_handle(), SIGTERM);
+    // Wakes the signal thread when the server ended on its own.
+    pthread_kill(stopper.native_handle(), SIGINT);
     stopper.join();
     pthread_sigmask(SIG_UNBLOCK, &stopSignals, nullptr);
     if (!served) {
@@ -173,7 +174,8 @@ void versions(const std::string &id, const ServerOption &server, bool asJson, Io
     for (const auto &version : known->versions) {
         width = std::max(width, version.bundle_version.value_or("").size());
     }
-    io.out << std::left << std::setw(static_cast<int>(width)) << "VERSION" << "  EXTERNAL ID\n";
+    io.out << std::left << std::setw(static_cast<int>(width)) << "VERSION"
+           << "  EXTERNAL ID\n";
     for (const auto &version : known->versions) {
         io.out << std::setw(static_cast<int>(width)) << version.bundle_version.value_or("") << "  "
                << version.external_identifier.value_or("") << "\n";
@@ -188,7 +190,8 @@ void lookupStoreIdentifier(const std::string &id, const ServerOption &server, Io
     const qv::posix::JsonFilePreferences preferences;
     qv::ServiceClient client(http, queues, preferences, endpointsFor(server));
     std::optional<std::string> bundleId;
-    client.getBundleIdWithStoreIdentifier(checkedStoreIdentifier(id), [&](std::string found) { bundleId = found; });
+    client.getBundleIdWithStoreIdentifier(checkedStoreIdentifier(id),
+                                          [&](const std::string &found) { bundleId = found; });
     if (!queues.mainLoop().runUntil([&] { return bundleId.has_value(); }, kReplyWait) || bundleId->empty()) {
         throw BadInput("no app with store identifier " + id + " at " + client.endpoints().lookupBaseUrl);
     }
@@ -300,8 +303,7 @@ void report(ReportSource source, const ReportOptions &options, Io &io) {
     }
 }
 
-void addReportCommand(CLI::App &parent, const char *name, const char *description, ReportSource source,
-                      Io &io) {
+void addReportCommand(CLI::App &parent, const char *name, const char *description, ReportSource source, Io &io) {
     auto options = std::make_shared<ReportOptions>();
     auto *command = parent.add_subcommand(name, description);
     command->add_option("FILE", options->file, "JSON file")->required();
