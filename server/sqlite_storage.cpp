@@ -80,7 +80,7 @@ class SqliteStorage::Connection {
         }
         sqlite3_busy_timeout(connection->db_, kBusyTimeoutMilliseconds);
         const char *setup = writer ? "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;"
-                                   : "PRAGMA query_only=ON;";
+                                   : "PRAGMA query_only=ON; PRAGMA mmap_size=268435456;";
         if (!connection->execute(setup, error) || (writer && !connection->execute(kSchema, error))) {
             return nullptr;
         }

@@ -59,6 +59,37 @@ Value lookupResults(const std::vector<AppSummary> &apps) {
 
 } // namespace
 
+std::uint64_t VersionsReplyCache::ticket() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return generation_;
+}
+
+std::optional<std::string> VersionsReplyCache::find(std::int64_t appId) const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = replies_.find(appId);
+    if (found == replies_.end()) {
+        return std::nullopt;
+    }
+    return found->second;
+}
+
+void VersionsReplyCache::store(std::int64_t appId, std::uint64_t ticket, const std::string &reply) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (ticket != generation_) {
+        return;
+    }
+    if (replies_.size() >= kMaxApps) {
+        replies_.clear();
+    }
+    replies_[appId] = reply;
+}
+
+void VersionsReplyCache::invalidate(std::int64_t appId) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    ++generation_;
+    replies_.erase(appId);
+}
+
 ServiceResponse errorResponse(int status, const std::string &message) {
     return ServiceResponse{status, toJson(Value(Dictionary{{"error", message}})), {}};
 }
@@ -94,12 +125,17 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
             return errorResponse(status::kBadRequest, report.error);
         }
         const auto stored = storage_.recordReport(*report.value);
+        cache_.invalidate(*appId);
         if (!stored.ok()) {
             return storageFailure(stored.error);
         }
         const auto recorded = static_cast<std::int64_t>(report.value->versions.size());
         return jsonResponse(Value(Dictionary{{"identifier", std::to_string(*appId)}, {"recorded", recorded}}));
     }
+    if (auto cached = cache_.find(*appId)) {
+        return ServiceResponse{status::kOk, std::move(*cached), {}};
+    }
+    const auto ticket = cache_.ticket();
     const auto versions = storage_.versionsOf(*appId);
     if (!versions.ok()) {
         return storageFailure(versions.error);
@@ -109,7 +145,9 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
         list.push_back(Value(Dictionary{{"bundle_version", version.display},
                                         {"external_identifier", std::to_string(version.externalId)}}));
     }
-    return jsonResponse(Value(std::move(list)));
+    auto response = jsonResponse(Value(std::move(list)));
+    cache_.store(*appId, ticket, response.body);
+    return response;
 }
 
 ServiceResponse VersionService::events(const ServiceRequest &request) const {

@@ -2,8 +2,12 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <map>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -39,6 +43,25 @@ inline constexpr int kServiceUnavailable = 503;
 // {"error": message} with the status.
 ServiceResponse errorResponse(int status, const std::string &message);
 
+// The versions lists already answered, so that repeated reads of a popular app skip the database. It only sees
+// writes made through this process's service, which is the only writer of its database.
+class VersionsReplyCache {
+  public:
+    static constexpr std::size_t kMaxApps = 100000;
+
+    // A ticket taken before reading the database; storing with a stale ticket does nothing, so a reply read while
+    // a report was being recorded never outlives that report.
+    std::uint64_t ticket() const;
+    std::optional<std::string> find(std::int64_t appId) const;
+    void store(std::int64_t appId, std::uint64_t ticket, const std::string &reply);
+    void invalidate(std::int64_t appId);
+
+  private:
+    mutable std::mutex mutex_;
+    std::uint64_t generation_ = 0;
+    std::unordered_map<std::int64_t, std::string> replies_;
+};
+
 class VersionService {
   public:
     explicit VersionService(VersionStorage &storage) : storage_(storage) {}
@@ -51,6 +74,7 @@ class VersionService {
     ServiceResponse lookup(const ServiceRequest &request) const;
 
     VersionStorage &storage_;
+    mutable VersionsReplyCache cache_;
 };
 
 } // namespace qv::server

@@ -81,6 +81,25 @@ TEST_F(ServiceTest, RepeatedReportsAreIdempotentAndTheLatestNamesWin) {
               R"({"resultCount":0,"results":[]})");
 }
 
+TEST_F(ServiceTest, AReportReplacesAnAlreadyAnsweredList) {
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kMetadataReport).status, 200);
+    EXPECT_EQ(versionsOf("42"), R"([{"bundle_version":"1.2.0","external_identifier":"900"}])");
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
+    EXPECT_EQ(versionsOf("42").find(R"({"bundle_version":"2.0","external_identifier":"1000"})"), 1U);
+}
+
+TEST(VersionsReplyCache, AReplyReadBeforeAReportIsNotKept) {
+    VersionsReplyCache cache;
+    const auto staleTicket = cache.ticket();
+    cache.invalidate(7);
+    cache.store(7, staleTicket, "[old]");
+    EXPECT_FALSE(cache.find(7));
+    cache.store(7, cache.ticket(), "[new]");
+    EXPECT_EQ(cache.find(7), "[new]");
+    cache.invalidate(7);
+    EXPECT_FALSE(cache.find(7));
+}
+
 TEST_F(ServiceTest, SearchEventsAreCappedDroppingTheOldest) {
     for (int i = 0; i < 5; ++i) {
         const std::string event = R"({"name":"search","attributes":{"query":"q)" + std::to_string(i) +
@@ -107,6 +126,8 @@ TEST_P(RefusedRequest, AnswersWithAJsonErrorAndKeepsStoredData) {
     const Value *message = error->asDictionary()->find(Value("error"));
     ASSERT_TRUE(message && message->asString() && !message->asString()->empty()) << response.body;
     EXPECT_EQ(versionsOf("42"), before);
+    EXPECT_EQ(storage_->versionsOf(42).value->size(), 2U);
+    EXPECT_EQ(storage_->appsWithId(42).value->at(0).title, "Example 2");
 }
 const std::string kOversized(kMaxBodyBytes + 1, ' ');
 INSTANTIATE_TEST_SUITE_P(
