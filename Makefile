@@ -14,7 +14,7 @@ build: bootstrap
 	cmake --build --preset linux -j $(JOBS)
 
 run: build
-	$(QVDOVRIN) --help
+	$(QVDOVRIN) serve --listen 127.0.0.1:8080
 
 test: build
 	ctest --preset linux

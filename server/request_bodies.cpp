@@ -1,0 +1,165 @@
+// Strict reading of report and event bodies: every field checked before anything is stored.
+#include "request_bodies.h"
+
+#include <limits>
+
+#include "core/json.h"
+
+namespace qv::server {
+
+namespace {
+
+constexpr std::int64_t kDecimalBase = 10;
+
+const Value *field(const Dictionary &object, std::string_view key) {
+    return object.find(Value(key));
+}
+
+std::optional<std::string> textField(const Dictionary &object, std::string_view key, std::size_t maxLength,
+                                     std::string &error) {
+    const Value *value = field(object, key);
+    if (value == nullptr || value->asString() == nullptr) {
+        error = "\"" + std::string(key) + "\" must be a string";
+        return std::nullopt;
+    }
+    if (value->asString()->size() > maxLength) {
+        error = "\"" + std::string(key) + "\" is longer than " + std::to_string(maxLength) + " bytes";
+        return std::nullopt;
+    }
+    return *value->asString();
+}
+
+Parsed<Value> jsonObject(std::string_view body) {
+    JsonError error;
+    auto json = parseJson(body, &error);
+    if (!json) {
+        return Parsed<Value>::refused("malformed JSON: " + error.message);
+    }
+    if (json->asDictionary() == nullptr) {
+        return Parsed<Value>::refused("the body must be a JSON object");
+    }
+    return Parsed<Value>::ok(std::move(*json));
+}
+
+} // namespace
+
+std::optional<std::int64_t> identifierFrom(std::string_view text) {
+    if (text.empty()) {
+        return std::nullopt;
+    }
+    std::int64_t number = 0;
+    for (const char c : text) {
+        if (c < '0' || c > '9') {
+            return std::nullopt;
+        }
+        const std::int64_t digit = c - '0';
+        if (number > (std::numeric_limits<std::int64_t>::max() - digit) / kDecimalBase) {
+            return std::nullopt;
+        }
+        number = number * kDecimalBase + digit;
+    }
+    return number;
+}
+
+std::optional<std::int64_t> identifierFrom(const Value &value) {
+    if (const auto *text = value.asString()) {
+        return identifierFrom(std::string_view(*text));
+    }
+    if (const auto *integer = value.asInteger(); integer != nullptr && *integer >= 0) {
+        return *integer;
+    }
+    return std::nullopt;
+}
+
+Parsed<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId) {
+    using Result = Parsed<VersionReport>;
+    auto json = jsonObject(body);
+    if (!json.value) {
+        return Result::refused(json.error);
+    }
+    const Dictionary &object = *json.value->asDictionary();
+    VersionReport report;
+    const Value *identifier = field(object, "identifier");
+    const auto appId = identifier != nullptr ? identifierFrom(*identifier) : std::nullopt;
+    if (!appId) {
+        return Result::refused("\"identifier\" must be a store identifier (decimal digits)");
+    }
+    if (*appId != pathAppId) {
+        return Result::refused("\"identifier\" " + std::to_string(*appId) + " does not match the app in the path " +
+                               std::to_string(pathAppId));
+    }
+    report.appId = *appId;
+    std::string error;
+    auto bundleId = textField(object, "bundle_id", kMaxNameLength, error);
+    auto title = bundleId ? textField(object, "title", kMaxNameLength, error) : std::nullopt;
+    if (!bundleId || !title) {
+        return Result::refused(error);
+    }
+    report.bundleId = std::move(*bundleId);
+    report.title = std::move(*title);
+
+    const Value *versions = field(object, "versions");
+    if (versions == nullptr || versions->asArray() == nullptr) {
+        return Result::refused("\"versions\" must be an array");
+    }
+    if (versions->asArray()->empty()) {
+        return Result::refused("\"versions\" is empty");
+    }
+    for (const auto &entry : *versions->asArray()) {
+        const Dictionary *version = entry.asDictionary();
+        if (version == nullptr) {
+            return Result::refused("every entry of \"versions\" must be an object");
+        }
+        auto display = textField(*version, "display", kMaxDisplayLength, error);
+        if (!display) {
+            return Result::refused(error);
+        }
+        const Value *externalId = field(*version, "externalId");
+        const auto externalNumber = externalId != nullptr ? identifierFrom(*externalId) : std::nullopt;
+        if (!externalNumber) {
+            return Result::refused("\"externalId\" must be an external version identifier (decimal digits)");
+        }
+        report.versions.push_back(ReportedVersion{*externalNumber, std::move(*display)});
+    }
+    return Result::ok(std::move(report));
+}
+
+Parsed<SearchEvent> parseSearchEvent(std::string_view body) {
+    using Result = Parsed<SearchEvent>;
+    auto json = jsonObject(body);
+    if (!json.value) {
+        return Result::refused(json.error);
+    }
+    const Dictionary &object = *json.value->asDictionary();
+    const Value *name = field(object, "name");
+    if (name == nullptr || name->asString() == nullptr || *name->asString() != "search") {
+        return Result::refused("\"name\" must be \"search\"");
+    }
+    const Value *attributes = field(object, "attributes");
+    if (attributes == nullptr || attributes->asDictionary() == nullptr) {
+        return Result::refused("\"attributes\" must be an object");
+    }
+    std::string error;
+    auto query = textField(*attributes->asDictionary(), "query", kMaxQueryLength, error);
+    if (!query) {
+        return Result::refused(error);
+    }
+    const Value *results = field(*attributes->asDictionary(), "results");
+    if (results == nullptr || results->asArray() == nullptr) {
+        return Result::refused("\"results\" must be an array");
+    }
+    for (const auto &entry : *results->asArray()) {
+        const Dictionary *result = entry.asDictionary();
+        const Value *appId = result != nullptr ? field(*result, "appId") : nullptr;
+        const Value *rank = result != nullptr ? field(*result, "rank") : nullptr;
+        if (appId == nullptr || appId->asString() == nullptr || !identifierFrom(std::string_view(*appId->asString()))) {
+            return Result::refused("every result needs \"appId\" as a string of decimal digits");
+        }
+        if (rank == nullptr || rank->asInteger() == nullptr || *rank->asInteger() < 1) {
+            return Result::refused("every result needs \"rank\" as a positive integer");
+        }
+    }
+    return Result::ok(SearchEvent{std::move(*query), toJson(*json.value)});
+}
+
+} // namespace qv::server

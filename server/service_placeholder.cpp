@@ -1,2 +1,0 @@
-// Version service library (filled in by the service work).
-namespace qv::server {}

@@ -1,0 +1,325 @@
+// SQLite storage of version reports and search events.
+#include "sqlite_storage.h"
+
+#include <sqlite3.h>
+
+#include <chrono>
+#include <map>
+
+namespace qv::server {
+
+namespace {
+
+constexpr int kBusyTimeoutMilliseconds = 5000;
+
+constexpr const char *kSchema = R"sql(
+CREATE TABLE IF NOT EXISTS apps(
+  app_id INTEGER PRIMARY KEY,
+  bundle_id TEXT NOT NULL,
+  title TEXT NOT NULL,
+  reported_at INTEGER NOT NULL);
+CREATE INDEX IF NOT EXISTS apps_by_bundle_id ON apps(bundle_id);
+CREATE TABLE IF NOT EXISTS versions(
+  app_id INTEGER NOT NULL REFERENCES apps(app_id),
+  external_id INTEGER NOT NULL,
+  display TEXT NOT NULL,
+  reported_at INTEGER NOT NULL,
+  PRIMARY KEY(app_id, external_id)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS search_events(
+  id INTEGER PRIMARY KEY AUTOINCREMENT,
+  query TEXT NOT NULL,
+  body TEXT NOT NULL,
+  received_at INTEGER NOT NULL);
+)sql";
+
+constexpr const char *kUpsertApp =
+    "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES(?1, ?2, ?3, ?4) "
+    "ON CONFLICT(app_id) DO UPDATE SET bundle_id = excluded.bundle_id, title = excluded.title, "
+    "reported_at = excluded.reported_at";
+constexpr const char *kUpsertVersion =
+    "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES(?1, ?2, ?3, ?4) "
+    "ON CONFLICT(app_id, external_id) DO UPDATE SET display = excluded.display, reported_at = excluded.reported_at";
+constexpr const char *kSelectVersions =
+    "SELECT display, external_id FROM versions WHERE app_id = ?1 ORDER BY external_id DESC";
+constexpr const char *kSelectAppSummary =
+    "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
+    "ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
+constexpr const char *kInsertEvent = "INSERT INTO search_events(query, body, received_at) VALUES(?1, ?2, ?3)";
+constexpr const char *kTrimEvents = "DELETE FROM search_events WHERE id <= (SELECT MAX(id) FROM search_events) - ?1";
+constexpr const char *kCountEvents = "SELECT COUNT(*) FROM search_events";
+
+std::int64_t nowSeconds() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+std::string columnText(sqlite3_stmt *statement, int column) {
+    const auto *text = sqlite3_column_text(statement, column);
+    return text != nullptr ? std::string(reinterpret_cast<const char *>(text)) : std::string();
+}
+
+} // namespace
+
+// One database connection with its prepared statements, used by one thread at a time.
+class SqliteStorage::Connection {
+  public:
+    ~Connection() {
+        for (auto &[sql, statement] : statements_) {
+            sqlite3_finalize(statement);
+        }
+        sqlite3_close(db_);
+    }
+
+    static std::unique_ptr<Connection> open(const std::string &path, bool writer, std::string *error) {
+        auto connection = std::unique_ptr<Connection>(new Connection());
+        const int flags =
+            SQLITE_OPEN_NOMUTEX | (writer ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
+        if (sqlite3_open_v2(path.c_str(), &connection->db_, flags, nullptr) != SQLITE_OK) {
+            *error = path + ": " + (connection->db_ != nullptr ? sqlite3_errmsg(connection->db_) : "cannot open");
+            return nullptr;
+        }
+        sqlite3_busy_timeout(connection->db_, kBusyTimeoutMilliseconds);
+        const char *setup = writer ? "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;"
+                                   : "PRAGMA query_only=ON; PRAGMA mmap_size=268435456;";
+        if (!connection->execute(setup, error) || (writer && !connection->execute(kSchema, error))) {
+            return nullptr;
+        }
+        return connection;
+    }
+
+    bool execute(const char *sql, std::string *error) {
+        char *message = nullptr;
+        if (sqlite3_exec(db_, sql, nullptr, nullptr, &message) != SQLITE_OK) {
+            *error = message != nullptr ? message : "statement failed";
+            sqlite3_free(message);
+            return false;
+        }
+        return true;
+    }
+
+    // The cached prepared statement for the SQL text, reset and unbound; nullptr on failure.
+    sqlite3_stmt *prepare(const std::string &sql) {
+        auto found = statements_.find(sql);
+        if (found == statements_.end()) {
+            sqlite3_stmt *statement = nullptr;
+            if (sqlite3_prepare_v3(db_, sql.c_str(), -1, SQLITE_PREPARE_PERSISTENT, &statement, nullptr) != SQLITE_OK) {
+                return nullptr;
+            }
+            found = statements_.emplace(sql, statement).first;
+        }
+        sqlite3_reset(found->second);
+        sqlite3_clear_bindings(found->second);
+        return found->second;
+    }
+
+    std::string lastError() const { return sqlite3_errmsg(db_); }
+
+  private:
+    Connection() = default;
+    sqlite3 *db_ = nullptr;
+    std::map<std::string, sqlite3_stmt *> statements_;
+};
+
+class SqliteStorage::Lease {
+  public:
+    explicit Lease(SqliteStorage &storage) : storage_(storage), connection_(storage.acquireReader()) {}
+    ~Lease() { storage_.releaseReader(connection_); }
+    Lease(const Lease &) = delete;
+    Lease &operator=(const Lease &) = delete;
+    Connection &operator*() const { return *connection_; }
+
+  private:
+    SqliteStorage &storage_;
+    Connection *connection_;
+};
+
+namespace {
+
+// Binds a text parameter that outlives the statement's step.
+void bindText(sqlite3_stmt *statement, int index, const std::string &text) {
+    sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
+}
+
+StorageResult<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &connection, sqlite3_stmt *statement) {
+    std::vector<AppSummary> apps;
+    int step = SQLITE_ROW;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+        apps.push_back(AppSummary{sqlite3_column_int64(statement, 0), columnText(statement, 1),
+                                  columnText(statement, 2), columnText(statement, 3)});
+    }
+    if (step != SQLITE_DONE) {
+        return StorageResult<std::vector<AppSummary>>::failure(connection.lastError());
+    }
+    return StorageResult<std::vector<AppSummary>>::success(std::move(apps));
+}
+
+} // namespace
+
+SqliteStorage::SqliteStorage(std::int64_t maxSearchEvents) : maxSearchEvents_(maxSearchEvents) {}
+
+SqliteStorage::~SqliteStorage() = default;
+
+std::unique_ptr<SqliteStorage> SqliteStorage::open(const SqliteOptions &options, std::string *error) {
+    std::string reason;
+    auto storage = std::unique_ptr<SqliteStorage>(new SqliteStorage(options.maxSearchEvents));
+    storage->writer_ = Connection::open(options.path, true, &reason);
+    for (std::size_t i = 0; storage->writer_ && i < options.readers; ++i) {
+        auto reader = Connection::open(options.path, false, &reason);
+        if (!reader) {
+            storage->writer_.reset();
+            break;
+        }
+        storage->idleReaders_.push_back(reader.get());
+        storage->readers_.push_back(std::move(reader));
+    }
+    if (!storage->writer_ || storage->readers_.empty()) {
+        if (error != nullptr) {
+            *error = reason.empty() ? "no reader connections" : reason;
+        }
+        return nullptr;
+    }
+    return storage;
+}
+
+SqliteStorage::Connection *SqliteStorage::acquireReader() {
+    std::unique_lock<std::mutex> lock(readersMutex_);
+    readerFree_.wait(lock, [this] { return !idleReaders_.empty(); });
+    Connection *reader = idleReaders_.back();
+    idleReaders_.pop_back();
+    return reader;
+}
+
+void SqliteStorage::releaseReader(Connection *reader) {
+    {
+        const std::lock_guard<std::mutex> lock(readersMutex_);
+        idleReaders_.push_back(reader);
+    }
+    readerFree_.notify_one();
+}
+
+StorageResult<Done> SqliteStorage::recordReport(const VersionReport &report) {
+    const std::lock_guard<std::mutex> lock(writerMutex_);
+    Connection &db = *writer_;
+    std::string error;
+    if (!db.execute("BEGIN IMMEDIATE", &error)) {
+        return StorageResult<Done>::failure(error);
+    }
+    const std::int64_t now = nowSeconds();
+    bool ok = false;
+    if (sqlite3_stmt *app = db.prepare(kUpsertApp)) {
+        sqlite3_bind_int64(app, 1, report.appId);
+        bindText(app, 2, report.bundleId);
+        bindText(app, 3, report.title);
+        sqlite3_bind_int64(app, 4, now);
+        ok = sqlite3_step(app) == SQLITE_DONE;
+    }
+    for (const auto &version : report.versions) {
+        sqlite3_stmt *upsert = ok ? db.prepare(kUpsertVersion) : nullptr;
+        if (upsert == nullptr) {
+            ok = false;
+            break;
+        }
+        sqlite3_bind_int64(upsert, 1, report.appId);
+        sqlite3_bind_int64(upsert, 2, version.externalId);
+        bindText(upsert, 3, version.display);
+        sqlite3_bind_int64(upsert, 4, now);
+        ok = sqlite3_step(upsert) == SQLITE_DONE;
+    }
+    if (!ok) {
+        error = db.lastError();
+        std::string ignored;
+        db.execute("ROLLBACK", &ignored);
+        return StorageResult<Done>::failure(error);
+    }
+    if (!db.execute("COMMIT", &error)) {
+        std::string ignored;
+        db.execute("ROLLBACK", &ignored);
+        return StorageResult<Done>::failure(error);
+    }
+    return StorageResult<Done>::success(Done{});
+}
+
+StorageResult<std::vector<StoredVersion>> SqliteStorage::versionsOf(std::int64_t appId) {
+    using Result = StorageResult<std::vector<StoredVersion>>;
+    const Lease lease(*this);
+    sqlite3_stmt *statement = (*lease).prepare(kSelectVersions);
+    if (statement == nullptr) {
+        return Result::failure((*lease).lastError());
+    }
+    sqlite3_bind_int64(statement, 1, appId);
+    std::vector<StoredVersion> versions;
+    int step = SQLITE_ROW;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+        versions.push_back(StoredVersion{columnText(statement, 0), sqlite3_column_int64(statement, 1)});
+    }
+    if (step != SQLITE_DONE) {
+        return Result::failure((*lease).lastError());
+    }
+    sqlite3_reset(statement);
+    return Result::success(std::move(versions));
+}
+
+StorageResult<std::vector<AppSummary>> SqliteStorage::appsWithId(std::int64_t appId) {
+    const Lease lease(*this);
+    sqlite3_stmt *statement = (*lease).prepare(std::string(kSelectAppSummary) + "WHERE a.app_id = ?1");
+    if (statement == nullptr) {
+        return StorageResult<std::vector<AppSummary>>::failure((*lease).lastError());
+    }
+    sqlite3_bind_int64(statement, 1, appId);
+    auto result = readSummaries(*lease, statement);
+    sqlite3_reset(statement);
+    return result;
+}
+
+StorageResult<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std::string &bundleId) {
+    const Lease lease(*this);
+    sqlite3_stmt *statement =
+        (*lease).prepare(std::string(kSelectAppSummary) + "WHERE a.bundle_id = ?1 ORDER BY a.app_id");
+    if (statement == nullptr) {
+        return StorageResult<std::vector<AppSummary>>::failure((*lease).lastError());
+    }
+    bindText(statement, 1, bundleId);
+    auto result = readSummaries(*lease, statement);
+    sqlite3_reset(statement);
+    return result;
+}
+
+StorageResult<Done> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
+    const std::lock_guard<std::mutex> lock(writerMutex_);
+    Connection &db = *writer_;
+    std::string error;
+    if (!db.execute("BEGIN IMMEDIATE", &error)) {
+        return StorageResult<Done>::failure(error);
+    }
+    bool ok = false;
+    if (sqlite3_stmt *insert = db.prepare(kInsertEvent)) {
+        bindText(insert, 1, event.query);
+        bindText(insert, 2, event.bodyJson);
+        sqlite3_bind_int64(insert, 3, nowSeconds());
+        ok = sqlite3_step(insert) == SQLITE_DONE;
+    }
+    if (sqlite3_stmt *trim = ok ? db.prepare(kTrimEvents) : nullptr) {
+        sqlite3_bind_int64(trim, 1, maxSearchEvents_);
+        ok = sqlite3_step(trim) == SQLITE_DONE;
+    }
+    if (!ok || !db.execute("COMMIT", &error)) {
+        error = error.empty() ? db.lastError() : error;
+        std::string ignored;
+        db.execute("ROLLBACK", &ignored);
+        return StorageResult<Done>::failure(error);
+    }
+    return StorageResult<Done>::success(Done{});
+}
+
+StorageResult<std::int64_t> SqliteStorage::searchEventCount() {
+    const Lease lease(*this);
+    sqlite3_stmt *statement = (*lease).prepare(kCountEvents);
+    if (statement == nullptr || sqlite3_step(statement) != SQLITE_ROW) {
+        return StorageResult<std::int64_t>::failure((*lease).lastError());
+    }
+    const std::int64_t count = sqlite3_column_int64(statement, 0);
+    sqlite3_reset(statement);
+    return StorageResult<std::int64_t>::success(count);
+}
+
+} // namespace qv::server

@@ -1,0 +1,74 @@
+// Storage behind the version service: what it records and answers, independent of the database behind it.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qv::server {
+
+// One version as a report carries it.
+struct ReportedVersion {
+    std::int64_t externalId = 0;
+    std::string display;
+};
+
+// A version report, validated: the app's store identifier, names and the versions it carries.
+struct VersionReport {
+    std::int64_t appId = 0;
+    std::string bundleId;
+    std::string title;
+    std::vector<ReportedVersion> versions;
+};
+
+struct StoredVersion {
+    std::string display;
+    std::int64_t externalId = 0;
+};
+
+struct AppSummary {
+    std::int64_t appId = 0;
+    std::string bundleId;
+    std::string title;
+    std::string newestDisplay; // display text of the highest external identifier known
+};
+
+struct SearchEvent {
+    std::string query;
+    std::string bodyJson; // the event as received, in compact JSON
+};
+
+// A result or the reason the storage failed.
+template <class T> struct StorageResult {
+    std::optional<T> value;
+    std::string error;
+
+    static StorageResult success(T result) { return StorageResult{std::move(result), {}}; }
+    static StorageResult failure(std::string reason) { return StorageResult{std::nullopt, std::move(reason)}; }
+    bool ok() const { return value.has_value(); }
+};
+
+struct Done {};
+
+class VersionStorage {
+  public:
+    VersionStorage() = default;
+    VersionStorage(const VersionStorage &) = delete;
+    VersionStorage &operator=(const VersionStorage &) = delete;
+    virtual ~VersionStorage() = default;
+
+    // Records the report atomically: the app's names become the report's, each version is added or its display
+    // text replaced.
+    virtual StorageResult<Done> recordReport(const VersionReport &report) = 0;
+    // Every known version of the app, highest external identifier first.
+    virtual StorageResult<std::vector<StoredVersion>> versionsOf(std::int64_t appId) = 0;
+    virtual StorageResult<std::vector<AppSummary>> appsWithId(std::int64_t appId) = 0;
+    virtual StorageResult<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) = 0;
+    // Keeps at most the configured number of events, dropping the oldest.
+    virtual StorageResult<Done> recordSearchEvent(const SearchEvent &event) = 0;
+    virtual StorageResult<std::int64_t> searchEventCount() = 0;
+};
+
+} // namespace qv::server

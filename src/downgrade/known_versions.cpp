@@ -1,0 +1,112 @@
+// Loading, mapping and ordering of an app's known versions.
+#include "downgrade/known_versions.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "core/json.h"
+#include "service/service_endpoints.h"
+#include "service/version_compare.h"
+
+namespace qv {
+
+namespace {
+
+inline constexpr double kFetchTimeoutSeconds = 60;
+
+// Text properties accept numbers too, written in decimal, as the mapping library converts them.
+bool readTextProperty(const Dictionary &object, std::string_view key, std::optional<std::string> &out) {
+    const Value *value = object.find(Value(key));
+    if (value == nullptr || value->isNull()) {
+        return true;
+    }
+    if (value->asString() == nullptr && !value->isNumber()) {
+        return false;
+    }
+    out = textOf(*value);
+    return true;
+}
+
+std::int64_t sortKey(const QVVersion &version) {
+    return version.external_identifier ? lenientInteger(*version.external_identifier) : 0;
+}
+
+} // namespace
+
+std::optional<std::vector<QVVersion>> versionsFromJson(const Value &json) {
+    const Array *objects = json.asArray();
+    if (objects == nullptr) {
+        return std::nullopt;
+    }
+    std::vector<QVVersion> versions;
+    versions.reserve(objects->size());
+    for (const auto &item : *objects) {
+        const Dictionary *object = item.asDictionary();
+        QVVersion version;
+        if (object == nullptr || !readTextProperty(*object, "bundle_version", version.bundle_version) ||
+            !readTextProperty(*object, "external_identifier", version.external_identifier)) {
+            return std::nullopt;
+        }
+        versions.push_back(std::move(version));
+    }
+    return versions;
+}
+
+void sortNewestFirst(std::vector<QVVersion> &versions) {
+    std::stable_sort(versions.begin(), versions.end(),
+                     [](const QVVersion &left, const QVVersion &right) { return sortKey(left) > sortKey(right); });
+}
+
+std::string knownVersionsUrl(std::string_view apiBaseUrl, std::string_view storeIdentifier) {
+    std::string url(apiBaseUrl);
+    url += versionsPath(storeIdentifier);
+    return url;
+}
+
+void fetchKnownVersions(Http &http, Queues &queues, std::string_view apiBaseUrl, std::string_view storeIdentifier,
+                        std::function<void(KnownVersions)> completion) {
+    HttpRequest request;
+    request.url = knownVersionsUrl(apiBaseUrl, storeIdentifier);
+    request.timeoutSeconds = kFetchTimeoutSeconds;
+    request.headers = {{"Accept", "application/json"}};
+    queues.global().async([&http, &queues, request = std::move(request), completion = std::move(completion)]() mutable {
+        KnownVersions known;
+        const HttpResult result = http.fetch(request);
+        if (!result.answered()) {
+            known.error = *result.error;
+        } else if (!result.succeeded()) {
+            known.error = "the service answered with HTTP status " + std::to_string(result.status);
+        } else {
+            JsonError parseError;
+            const auto json = parseJson(result.body, &parseError);
+            auto versions = json ? versionsFromJson(*json) : std::nullopt;
+            if (!json) {
+                known.error = "the reply is not JSON: " + parseError.message;
+            } else if (!versions) {
+                known.error = "the reply is not a list of versions";
+            } else {
+                sortNewestFirst(*versions);
+                known.versions = std::move(*versions);
+            }
+        }
+        queues.main().async(
+            [completion = std::move(completion), known = std::move(known)]() mutable { completion(std::move(known)); });
+    });
+}
+
+Value versionsToJson(const std::vector<QVVersion> &versions) {
+    Array out;
+    for (const auto &version : versions) {
+        Dictionary object;
+        if (version.bundle_version) {
+            object.set("bundle_version", *version.bundle_version);
+        }
+        if (version.external_identifier) {
+            object.set("external_identifier", *version.external_identifier);
+        }
+        out.push_back(Value(std::move(object)));
+    }
+    return Value(std::move(out));
+}
+
+} // namespace qv

@@ -1,0 +1,46 @@
+// Port: outgoing HTTP, as the service client needs it (fire-and-forget sends and blocking fetches).
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qv {
+
+enum class HttpCachePolicy { ProtocolDefault };
+
+struct HttpRequest {
+    std::string method = "GET";
+    std::string url;
+    // In the order they are added; a name may repeat.
+    std::vector<std::pair<std::string, std::string>> headers;
+    std::optional<std::string> body;
+    HttpCachePolicy cachePolicy = HttpCachePolicy::ProtocolDefault;
+    double timeoutSeconds = 60;
+};
+
+// The outcome of a fetch: a status and body when the server answered, otherwise a one-line error.
+struct HttpResult {
+    int status = 0;
+    std::string body;
+    std::optional<std::string> error;
+
+    bool answered() const { return !error.has_value(); }
+    bool succeeded() const;
+};
+
+class Http {
+  public:
+    Http() = default;
+    Http(const Http &) = delete;
+    Http &operator=(const Http &) = delete;
+    virtual ~Http() = default;
+
+    // Starts the request and returns at once; its status, data and errors are dropped.
+    virtual void send(const HttpRequest &request) = 0;
+    // Performs the request and blocks until it completes; call it from a background queue only.
+    virtual HttpResult fetch(const HttpRequest &request) = 0;
+};
+
+} // namespace qv

@@ -1,0 +1,33 @@
+// Stored preferences read from a JSON file.
+#include "posix/json_preferences.h"
+
+#include "core/json.h"
+#include "posix/file_io.h"
+
+namespace qv::posix {
+
+std::unique_ptr<JsonFilePreferences> JsonFilePreferences::load(const std::string &path, std::string *error) {
+    const auto text = readFile(path, error);
+    if (!text) {
+        return nullptr;
+    }
+    JsonError parseError;
+    auto json = parseJson(*text, &parseError);
+    if (!json || json->asDictionary() == nullptr) {
+        if (error != nullptr) {
+            *error = path + ": " + (json ? std::string("not a JSON object") : parseError.message);
+        }
+        return nullptr;
+    }
+    return std::unique_ptr<JsonFilePreferences>(new JsonFilePreferences(std::move(*json->asDictionary())));
+}
+
+std::optional<Value> JsonFilePreferences::valueForKey(const std::string &key) const {
+    const Value *value = values_.find(Value(key));
+    if (value == nullptr) {
+        return std::nullopt;
+    }
+    return *value;
+}
+
+} // namespace qv::posix

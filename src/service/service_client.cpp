@@ -1,0 +1,287 @@
+// Version reports, search events and store lookups, built as the service and the store expect them.
+#include "service/service_client.h"
+
+#include <cmath>
+#include <set>
+#include <utility>
+
+#include "core/json.h"
+#include "core/regex.h"
+#include "service/version_compare.h"
+
+namespace qv {
+
+namespace {
+
+constexpr std::string_view kSearchQueryPattern = R"(input.*>(.*)<\/input>)";
+constexpr std::string_view kAppLinkPattern = R"(\/id([\d]+)\?mt=8)";
+constexpr std::size_t kCapturedText = 1;
+
+const Regex *searchQueryRegex() {
+    static const std::unique_ptr<Regex> regex = Regex::compile(kSearchQueryPattern);
+    return regex.get();
+}
+
+const Regex *appLinkRegex() {
+    static const std::unique_ptr<Regex> regex = Regex::compile(kAppLinkPattern);
+    return regex.get();
+}
+
+bool hasJsonForm(const Value &value) {
+    switch (value.kind()) {
+    case Value::Kind::Bytes:
+    case Value::Kind::Date:
+        return false;
+    case Value::Kind::Real:
+        return std::isfinite(*value.asReal());
+    case Value::Kind::Array:
+        for (const auto &item : *value.asArray()) {
+            if (!hasJsonForm(item)) {
+                return false;
+            }
+        }
+        return true;
+    case Value::Kind::Dictionary:
+        for (const auto &[key, item] : *value.asDictionary()) {
+            if (key.asString() == nullptr || !hasJsonForm(item)) {
+                return false;
+            }
+        }
+        return true;
+    default:
+        return true;
+    }
+}
+
+// A value that is present in the platform's sense: there, and not null.
+const Value *present(const Dictionary &dictionary, std::string_view key) {
+    const Value *value = dictionary.find(Value(key));
+    return value != nullptr && !value->isNull() ? value : nullptr;
+}
+
+Value versionReport(const Value &bundleId, const Value &identifier, const Value &title, Array versions) {
+    return Value(Dictionary{{"bundle_id", bundleId},
+                            {"identifier", identifier},
+                            {"title", title},
+                            {"versions", Value(std::move(versions))}});
+}
+
+} // namespace
+
+std::string_view describe(ReportOutcome outcome) {
+    switch (outcome) {
+    case ReportOutcome::Sent:
+        return "sent";
+    case ReportOutcome::CachingDisabled:
+        return "app caching is switched off (disableAppCaching_QV)";
+    case ReportOutcome::MissingVersion:
+        return "no version to report";
+    case ReportOutcome::MissingField:
+        return "the bundle identifier, store identifier, name or a version is missing";
+    }
+    return "unknown outcome";
+}
+
+std::optional<std::string> jsonBody(const Value &parameters) {
+    const bool container = parameters.asArray() != nullptr || parameters.asDictionary() != nullptr;
+    if (!container || !hasJsonForm(parameters)) {
+        return std::nullopt;
+    }
+    return toJson(parameters);
+}
+
+HttpRequest makeJsonPost(std::string_view path, std::string_view baseUrl, const Value &parameters) {
+    HttpRequest request;
+    request.method = "POST";
+    request.url = appendingPathComponent(baseUrl, path);
+    request.cachePolicy = HttpCachePolicy::ProtocolDefault;
+    request.timeoutSeconds = kPostTimeoutSeconds;
+    request.headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}};
+    request.body = jsonBody(parameters);
+    return request;
+}
+
+void postWithPath(Http &http, std::string_view path, std::string_view baseUrl, const Value &parameters) {
+    http.send(makeJsonPost(path, baseUrl, parameters));
+}
+
+std::optional<std::string> queryStringFromHTML(std::optional<std::string_view> html) {
+    const Regex *regex = searchQueryRegex();
+    if (!html || regex == nullptr) {
+        return std::nullopt;
+    }
+    const auto match = regex->firstMatch(*html);
+    if (!match) {
+        return std::nullopt;
+    }
+    return std::string(match->group(*html, kCapturedText));
+}
+
+std::vector<SearchResult> searchResultsFromHTML(std::string_view html) {
+    std::vector<SearchResult> results;
+    const Regex *regex = appLinkRegex();
+    if (regex == nullptr) {
+        return results;
+    }
+    std::set<std::string, std::less<>> seen;
+    for (const auto &match : regex->allMatches(html)) {
+        std::string appId(match.group(html, kCapturedText));
+        if (seen.insert(appId).second) {
+            const auto rank = static_cast<std::int64_t>(results.size()) + 1;
+            results.push_back(SearchResult{std::move(appId), rank});
+        }
+    }
+    return results;
+}
+
+ServiceClient::ServiceClient(Http &http, Queues &queues, const Preferences &preferences, ServiceEndpoints endpoints)
+    : http_(http), queues_(queues), preferences_(preferences), endpoints_(std::move(endpoints)),
+      workQueue_(queues.makeSerial(std::string(kWorkQueueLabel))) {}
+
+void ServiceClient::postWithParameters(const Value &parameters) {
+    postWithPath(http_, kEventsPath, endpoints_.apiBaseUrl, parameters);
+}
+
+bool ServiceClient::appCachingDisabled() const {
+    return preferences_.boolForKey(std::string(kDisableAppCachingKey));
+}
+
+ReportOutcome ServiceClient::cacheAppWithInfo(const Value &item) {
+    if (appCachingDisabled()) {
+        return ReportOutcome::CachingDisabled;
+    }
+    const Dictionary *fields = item.asDictionary();
+    const Value *offers = fields != nullptr ? present(*fields, "offers") : nullptr;
+    const Array *offerList = offers != nullptr ? offers->asArray() : nullptr;
+    if (offerList == nullptr || offerList->empty() || offerList->items().front().asDictionary() == nullptr ||
+        present(*offerList->items().front().asDictionary(), "version") == nullptr) {
+        return ReportOutcome::MissingVersion;
+    }
+    const Value *bundleId = present(*fields, "bundleId");
+    const Value *identifier = present(*fields, "id");
+    const Value *name = present(*fields, "name");
+    if (bundleId == nullptr || identifier == nullptr || name == nullptr) {
+        return ReportOutcome::MissingField;
+    }
+    Array versions;
+    for (const auto &offer : *offerList) {
+        const Dictionary *offerFields = offer.asDictionary();
+        const Value *version = offerFields != nullptr ? present(*offerFields, "version") : nullptr;
+        if (version == nullptr) {
+            return ReportOutcome::MissingField;
+        }
+        versions.push_back(*version);
+    }
+    const Value body = versionReport(*bundleId, *identifier, *name, std::move(versions));
+    postWithPath(http_, versionsPath(textOf(*identifier)), endpoints_.apiBaseUrl, body);
+    return ReportOutcome::Sent;
+}
+
+ReportOutcome ServiceClient::cacheAppWithMetadata(const Value &metadata) {
+    if (appCachingDisabled()) {
+        return ReportOutcome::CachingDisabled;
+    }
+    const Dictionary *fields = metadata.asDictionary();
+    if (fields == nullptr) {
+        return ReportOutcome::MissingVersion;
+    }
+    const Value *shortVersion = present(*fields, "bundleShortVersionString");
+    const Value *externalId = present(*fields, "softwareVersionExternalIdentifier");
+    if (shortVersion == nullptr || externalId == nullptr) {
+        return ReportOutcome::MissingVersion;
+    }
+    const Value *bundleId = present(*fields, "softwareVersionBundleId");
+    const Value *itemId = present(*fields, "itemId");
+    const Value *itemName = present(*fields, "itemName");
+
+    // The lower of bundle version and short version is shown, but only a dotted bundle version counts: a bare
+    // build number says nothing about the marketing version.
+    const Value *bundleVersion = present(*fields, "bundleVersion");
+    const std::string candidate = textOf(bundleVersion != nullptr ? *bundleVersion : *shortVersion);
+    const bool candidateIsLower = candidate.find('.') != std::string::npos &&
+                                  isOlderThanVersion(candidate, std::string_view(textOf(*shortVersion)));
+    const Value display = candidateIsLower ? Value(candidate) : *shortVersion;
+
+    if (itemName == nullptr || itemId == nullptr || bundleId == nullptr) {
+        return ReportOutcome::MissingField;
+    }
+    Array versions{Value(Dictionary{{"display", display}, {"externalId", *externalId}})};
+    const Value body = versionReport(*bundleId, *itemId, *itemName, std::move(versions));
+    postWithPath(http_, versionsPath(textOf(*itemId)), endpoints_.apiBaseUrl, body);
+    return ReportOutcome::Sent;
+}
+
+void ServiceClient::cacheAppWithPurchaseDictionary(const Value &purchase) {
+    (void)purchase;
+}
+
+void ServiceClient::appsForHTMLString(std::optional<std::string> html) {
+    if (!html) {
+        return;
+    }
+    workQueue_->async([this, page = std::move(*html)] { sendSearchEvent(page); });
+}
+
+void ServiceClient::sendSearchEvent(const std::string &html) {
+    const auto query = queryStringFromHTML(std::string_view(html));
+    if (!query) {
+        return;
+    }
+    const auto results = searchResultsFromHTML(html);
+    if (results.empty()) {
+        return;
+    }
+    const auto previous = cached_.find(*query);
+    if (previous != cached_.end() && previous->second == results.size()) {
+        return;
+    }
+    cached_[*query] = results.size();
+
+    Array resultObjects;
+    for (const auto &result : results) {
+        resultObjects.push_back(Value(Dictionary{{"appId", result.appId}, {"rank", result.rank}}));
+    }
+    Dictionary attributes{{"query", *query}, {"results", Value(std::move(resultObjects))}};
+    for (const auto &[key, value] : extraAttributes()) {
+        attributes.set(key, value);
+    }
+    postWithParameters(Value(Dictionary{{"name", "search"}, {"attributes", Value(std::move(attributes))}}));
+}
+
+void ServiceClient::getBundleIdWithStoreIdentifier(const std::string &storeIdentifier,
+                                                   std::function<void(std::string)> completion) {
+    HttpRequest request;
+    request.url = endpoints_.lookupBaseUrl + "lookup?id=" + storeIdentifier;
+    // The task holds the ports, not the client, so it may finish after the client is gone.
+    queues_.global().async(
+        [&http = http_, &queues = queues_, request = std::move(request), completion = std::move(completion)]() mutable {
+            std::string bundleId;
+            const HttpResult result = http.fetch(request);
+            if (result.succeeded()) {
+                const auto json = parseJson(result.body);
+                const Dictionary *reply = json ? json->asDictionary() : nullptr;
+                const Value *results = reply != nullptr ? reply->find(Value("results")) : nullptr;
+                const Array *list = results != nullptr ? results->asArray() : nullptr;
+                const Dictionary *first =
+                    list != nullptr && !list->empty() ? list->items().front().asDictionary() : nullptr;
+                const Value *found = first != nullptr ? first->find(Value("bundleId")) : nullptr;
+                if (found != nullptr && found->asString() != nullptr) {
+                    bundleId = *found->asString();
+                }
+            }
+            queues.main().async(
+                [completion = std::move(completion), bundleId = std::move(bundleId)] { completion(bundleId); });
+        });
+}
+
+void ServiceClient::setExtraAttribute(const Value &key, const Value &value) {
+    const std::lock_guard<std::mutex> lock(extraAttributesMutex_);
+    extraAttributes_.set(key, value);
+}
+
+Dictionary ServiceClient::extraAttributes() const {
+    const std::lock_guard<std::mutex> lock(extraAttributesMutex_);
+    return extraAttributes_;
+}
+
+} // namespace qv

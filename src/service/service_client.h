@@ -1,0 +1,99 @@
+// The client of the version service and of the store lookup: version reports, search events, bundle lookups.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "core/value.h"
+#include "platform/http.h"
+#include "platform/preferences.h"
+#include "platform/queue.h"
+#include "service/service_endpoints.h"
+
+namespace qv {
+
+inline constexpr std::string_view kDisableAppCachingKey = "disableAppCaching_QV";
+inline constexpr std::string_view kWorkQueueLabel = "com.mycompany.myqueue";
+inline constexpr double kPostTimeoutSeconds = 60;
+
+// Why a version report went out or not; the phone ignores it, the command-line tool explains it.
+enum class ReportOutcome {
+    Sent,
+    CachingDisabled, // the user switched crowdsourcing off
+    MissingVersion,  // no first offer with a version / no short version or external identifier
+    MissingField,    // bundle identifier, store identifier, name or a later offer's version is missing
+};
+std::string_view describe(ReportOutcome outcome);
+
+// Compact JSON for a request body, or nothing when the value has no JSON form (top level not an array or
+// dictionary, a non-text key, bytes, a date or a non-finite number).
+std::optional<std::string> jsonBody(const Value &parameters);
+
+// The POST request the client sends: method, headers, timeout and body as the service expects them.
+HttpRequest makeJsonPost(std::string_view path, std::string_view baseUrl, const Value &parameters);
+// Sends makeJsonPost(...) and forgets it.
+void postWithPath(Http &http, std::string_view path, std::string_view baseUrl, const Value &parameters);
+
+struct SearchResult {
+    std::string appId;
+    std::int64_t rank = 0;
+};
+
+// The search text of a store search page: group 1 of the first "input…>(…)</input>" match.
+std::optional<std::string> queryStringFromHTML(std::optional<std::string_view> html);
+// The distinct app identifiers linked from a search page, in document order, ranked from 1.
+std::vector<SearchResult> searchResultsFromHTML(std::string_view html);
+
+class ServiceClient {
+  public:
+    ServiceClient(Http &http, Queues &queues, const Preferences &preferences, ServiceEndpoints endpoints);
+
+    const ServiceEndpoints &endpoints() const { return endpoints_; }
+
+    // POST to "v1/events" at the API base URL.
+    void postWithParameters(const Value &parameters);
+
+    // Version report from a store item ("bundleId", "id", "name", "offers"[…]."version").
+    ReportOutcome cacheAppWithInfo(const Value &item);
+    // Version report from an installed app's metadata.
+    ReportOutcome cacheAppWithMetadata(const Value &metadata);
+    // Purchases are not reported.
+    void cacheAppWithPurchaseDictionary(const Value &purchase);
+
+    // Parses a store search page on the work queue and sends a search event, once per (query, result count).
+    void appsForHTMLString(std::optional<std::string> html);
+
+    // Looks the store identifier up on the global queue; the completion runs on the main queue with the bundle
+    // identifier, or "" when anything failed.
+    void getBundleIdWithStoreIdentifier(const std::string &storeIdentifier,
+                                        std::function<void(std::string)> completion);
+
+    // Entries added to every search event's attributes, replacing keys of the same name.
+    void setExtraAttribute(const Value &key, const Value &value);
+    Dictionary extraAttributes() const;
+
+  private:
+    void sendSearchEvent(const std::string &html);
+    bool appCachingDisabled() const;
+
+    Http &http_;
+    Queues &queues_;
+    const Preferences &preferences_;
+    ServiceEndpoints endpoints_;
+
+    mutable std::mutex extraAttributesMutex_;
+    Dictionary extraAttributes_;
+    // Query text -> number of results last sent; touched on the work queue only.
+    std::map<std::string, std::size_t, std::less<>> cached_;
+    // Last, so that it is destroyed first: its pending tasks still use the members above.
+    std::unique_ptr<Queue> workQueue_;
+};
+
+} // namespace qv

@@ -1,0 +1,38 @@
+// Where the service client sends its requests: the service's API base URL and the store lookup endpoint.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "core/value.h"
+
+// Build-time defaults; a deployment passes its own through CMake (QV_API_BASE_URL, QV_LOOKUP_URL).
+#ifndef QV_DEFAULT_API_BASE_URL
+#define QV_DEFAULT_API_BASE_URL "http://127.0.0.1:8080/"
+#endif
+#ifndef QV_DEFAULT_LOOKUP_URL
+#define QV_DEFAULT_LOOKUP_URL "http://127.0.0.1:8080/"
+#endif
+
+namespace qv {
+
+struct ServiceEndpoints {
+    // Both are absolute URLs ending in "/".
+    std::string apiBaseUrl = QV_DEFAULT_API_BASE_URL;
+    std::string lookupBaseUrl = QV_DEFAULT_LOOKUP_URL;
+
+    // Endpoints with a trailing "/" added where it is missing, so paths can be appended as text.
+    static ServiceEndpoints make(std::string apiBaseUrl, std::string lookupBaseUrl);
+};
+
+inline constexpr std::string_view kEventsPath = "v1/events";
+
+// "v1/apple_apps/%@/versions" filled with the store identifier as it is.
+std::string versionsPath(std::string_view storeIdentifier);
+// The base URL with the path appended as a path component: one "/" between them, and characters that may not
+// stand in a URL path percent-encoded.
+std::string appendingPathComponent(std::string_view baseUrl, std::string_view path);
+// The value's text as "%@" would print it: texts as they are, numbers in decimal, anything else empty.
+std::string textOf(const Value &value);
+
+} // namespace qv

@@ -1,0 +1,217 @@
+// End to end: the real service on an ephemeral loopback port, driven by the qvdovrin binary and by raw HTTP.
+#include <gtest/gtest.h>
+#include <httplib.h>
+
+#include <sys/wait.h>
+
+#include <csignal>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <thread>
+
+#include "core/json.h"
+#include "http_front.h"
+#include "sqlite_storage.h"
+
+namespace qv::server {
+namespace {
+
+struct CliRun {
+    int exitCode = -1;
+    std::string output; // stdout and stderr together
+};
+
+CliRun runCli(const std::string &arguments) {
+    CliRun run;
+    const std::string command = std::string(QV_CLI_PATH) + " " + arguments + " 2>&1";
+    FILE *pipe = popen(command.c_str(), "r");
+    if (pipe == nullptr) {
+        return run;
+    }
+    char buffer[4096];
+    std::size_t read = 0;
+    while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
+        run.output.append(buffer, read);
+    }
+    const int status = pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+class LiveService : public ::testing::Test {
+  protected:
+    static void SetUpTestSuite() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "qv-live-XXXXXX").string();
+        directory_ = new std::string(mkdtemp(pattern.data()));
+        SqliteOptions options;
+        options.path = *directory_ + "/versions.sqlite";
+        std::string error;
+        storage_ = SqliteStorage::open(options, &error).release();
+        ASSERT_NE(storage_, nullptr) << error;
+        service_ = new VersionService(*storage_);
+        front_ = new HttpFront(*service_);
+        const auto port = front_->bind("127.0.0.1", 0);
+        ASSERT_TRUE(port);
+        port_ = *port;
+        server_ = new std::thread([] { front_->serve(); });
+        while (!front_->running()) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    static void TearDownTestSuite() {
+        front_->stop();
+        server_->join();
+        delete server_;
+        delete front_;
+        delete service_;
+        delete storage_;
+        std::filesystem::remove_all(*directory_);
+        delete directory_;
+    }
+
+    static std::string serverUrl() { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
+    static std::string writeFile(const std::string &name, const std::string &text) {
+        const std::string path = *directory_ + "/" + name;
+        std::ofstream(path) << text;
+        return path;
+    }
+    static httplib::Client client() { return httplib::Client("127.0.0.1", port_); }
+
+    static std::string *directory_;
+    static SqliteStorage *storage_;
+    static VersionService *service_;
+    static HttpFront *front_;
+    static std::thread *server_;
+    static int port_;
+};
+
+std::string *LiveService::directory_ = nullptr;
+SqliteStorage *LiveService::storage_ = nullptr;
+VersionService *LiveService::service_ = nullptr;
+HttpFront *LiveService::front_ = nullptr;
+std::thread *LiveService::server_ = nullptr;
+int LiveService::port_ = 0;
+
+TEST_F(LiveService, ReportThenVersionsThenLookup) {
+    const auto metadata = writeFile("metadata.json", R"({"softwareVersionBundleId":"com.example.live","itemId":"7001",
+        "itemName":"Live","softwareVersionExternalIdentifier":"900","bundleShortVersionString":"1.3","bundleVersion":"1.2.0"})");
+    const auto item = writeFile("item.json", R"({"bundleId":"com.example.live","id":7001,"name":"Live",
+        "offers":[{"version":{"display":"2.0","externalId":1000}}]})");
+    const std::string server = " --server " + serverUrl();
+
+    EXPECT_EQ(runCli("report metadata " + metadata + server).exitCode, 0);
+    EXPECT_EQ(runCli("report item " + item + server).exitCode, 0);
+    const auto json = runCli("versions 7001 --json" + server);
+    EXPECT_EQ(json.output, R"([{"bundle_version":"2.0","external_identifier":"1000"},)"
+                           R"({"bundle_version":"1.2.0","external_identifier":"900"}])"
+                           "\n");
+    EXPECT_EQ(runCli("versions 7001" + server).output, "VERSION  EXTERNAL ID\n2.0      1000\n1.2.0    900\n");
+    EXPECT_EQ(runCli("lookup 7001" + server).output, "com.example.live\n");
+    EXPECT_EQ(runCli("lookup --bundle-id com.example.live" + server).output, "7001\n");
+}
+
+TEST_F(LiveService, DryRunPrintsTheRequestAndSendsNothing) {
+    const auto item = writeFile("dry.json", R"({"bundleId":"com.example.dry","id":"7002","name":"Dry",
+        "offers":[{"version":{"display":"1.0","externalId":"5"}}]})");
+    const auto run = runCli("report item " + item + " --dry-run --server " + serverUrl());
+    EXPECT_EQ(run.exitCode, 0);
+    EXPECT_EQ(run.output, "POST " + serverUrl() + "v1/apple_apps/7002/versions\nContent-Type: application/json\n" +
+                              "Accept: application/json\n\n" +
+                              R"({"bundle_id":"com.example.dry","identifier":"7002","title":"Dry",)" +
+                              R"("versions":[{"display":"1.0","externalId":"5"}]})" + "\n");
+    EXPECT_EQ(runCli("versions 7002 --json --server " + serverUrl()).output, "[]\n");
+}
+
+class CliBadInput : public LiveService, public ::testing::WithParamInterface<std::string> {};
+TEST_P(CliBadInput, ExitsOneWithOneLine) {
+    std::string arguments = GetParam();
+    const auto placeholder = arguments.find("{url}");
+    if (placeholder != std::string::npos) {
+        arguments.replace(placeholder, 5, serverUrl());
+    }
+    const std::string dir = *directory_;
+    writeFile("broken.json", "{\"itemId\":");
+    writeFile("disabled.json", R"({"disableAppCaching_QV":true})");
+    writeFile("mismatch.json",
+              R"({"bundleId":"b","id":"12x","name":"n","offers":[{"version":{"display":"1","externalId":1}}]})");
+    arguments = std::regex_replace(arguments, std::regex("\\{dir\\}"), dir);
+    const auto run = runCli(arguments);
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
+}
+INSTANTIATE_TEST_SUITE_P(Commands, CliBadInput,
+                         ::testing::Values("versions abc --server {url}", "versions 1 --server ftp://x/",
+                                           "lookup 999999 --server {url}", "lookup --bundle-id no.such --server {url}",
+                                           "report metadata {dir}/missing.json --server {url}",
+                                           "report metadata {dir}/broken.json --server {url}",
+                                           "report item {dir}/mismatch.json --server {url}",
+                                           "report item {dir}/disabled.json --preferences {dir}/disabled.json",
+                                           "versions 1 --server http://127.0.0.1:1/"));
+
+struct RawCase {
+    const char *method;
+    std::string path;
+    std::string body;
+    int status;
+};
+class RawHttpBadInput : public LiveService, public ::testing::WithParamInterface<RawCase> {};
+TEST_P(RawHttpBadInput, AnswersJsonErrorAndKeepsData) {
+    auto http = client();
+    const std::string report =
+        R"({"bundle_id":"com.example.keep","identifier":"8001","title":"Keep","versions":[{"display":"1.0","externalId":"1"}]})";
+    ASSERT_EQ(http.Post("/v1/apple_apps/8001/versions", report, "application/json")->status, 200);
+    const std::string before = http.Get("/v1/apple_apps/8001/versions")->body;
+
+    const auto &raw = GetParam();
+    const auto result = std::string(raw.method) == "POST"     ? http.Post(raw.path, raw.body, "application/json")
+                        : std::string(raw.method) == "PUT"    ? http.Put(raw.path, raw.body, "application/json")
+                        : std::string(raw.method) == "DELETE" ? http.Delete(raw.path)
+                                                              : http.Get(raw.path);
+    ASSERT_TRUE(result);
+    EXPECT_EQ(result->status, raw.status);
+    const auto error = parseJson(result->body);
+    ASSERT_TRUE(error && error->asDictionary() && error->asDictionary()->find(Value("error"))) << result->body;
+    EXPECT_EQ(http.Get("/v1/apple_apps/8001/versions")->body, before);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Requests, RawHttpBadInput,
+    ::testing::Values(
+        RawCase{"POST", "/v1/apple_apps/8001/versions", "{not json", 400},
+        RawCase{"POST", "/v1/apple_apps/8001/versions",
+                R"({"bundle_id":"x","identifier":"8002","title":"t","versions":[{"display":"9","externalId":"1"}]})",
+                400},
+        RawCase{"POST", "/v1/apple_apps/8001/versions",
+                R"({"bundle_id":"x","identifier":"8001","title":"t","versions":{"display":"9"}})", 400},
+        RawCase{"POST", "/v1/apple_apps/eighty/versions", "{}", 400},
+        RawCase{"POST", "/v1/apple_apps/8001/versions", std::string(1024 * 1024 + 1, '{'), 413},
+        RawCase{"POST", "/v1/events", "[1,2", 400}, RawCase{"GET", "/v2/whatever", "", 404},
+        RawCase{"PUT", "/v1/apple_apps/8001/versions", "{}", 405}, RawCase{"DELETE", "/v1/events", "", 405},
+        RawCase{"GET", "/lookup?id=abc", "", 400}));
+
+TEST(ServeCommand, PrintsWhereItListensAndStopsOnSigterm) {
+    std::string pattern = (std::filesystem::temp_directory_path() / "qv-serve-XXXXXX").string();
+    const std::string directory = mkdtemp(pattern.data());
+    const std::string command = "sh -c 'echo $$; exec " + std::string(QV_CLI_PATH) +
+                                " serve --listen 127.0.0.1:0 --db " + directory + "/nested/v.sqlite'";
+    FILE *pipe = popen(command.c_str(), "r");
+    ASSERT_NE(pipe, nullptr);
+    char line[256] = {};
+    ASSERT_NE(fgets(line, sizeof line, pipe), nullptr);
+    const pid_t pid = std::stoi(line);
+    ASSERT_NE(fgets(line, sizeof line, pipe), nullptr);
+    const std::string banner = line;
+    const auto port = banner.find("127.0.0.1:");
+    ASSERT_NE(port, std::string::npos) << banner;
+    httplib::Client http("127.0.0.1", std::stoi(banner.substr(port + 10)));
+    const auto reply = http.Get("/v1/apple_apps/1/versions");
+    EXPECT_TRUE(reply && reply->status == 200 && reply->body == "[]");
+    kill(pid, SIGTERM);
+    EXPECT_EQ(pclose(pipe), 0);
+    EXPECT_TRUE(std::filesystem::exists(directory + "/nested/v.sqlite"));
+    std::filesystem::remove_all(directory);
+}
+
+} // namespace
+} // namespace qv::server

@@ -1,0 +1,271 @@
+// Service client against the fake Http port: exact requests, report preconditions, search events and lookups.
+#include "service/service_client.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <limits>
+
+#include "core/json.h"
+#include "platform/fake_http.h"
+#include "platform/fake_preferences.h"
+#include "platform/fake_queue.h"
+
+namespace qv {
+namespace {
+
+const char *const kBase = "https://versions.example/api/";
+const char *const kLookupBase = "https://lookup.example/";
+
+Value json(const char *text) {
+    auto value = parseJson(text);
+    EXPECT_TRUE(value) << text;
+    return value ? *value : Value();
+}
+
+class ServiceClientTest : public ::testing::Test {
+  protected:
+    FakeHttp http;
+    FakeQueues queues;
+    FakePreferences preferences;
+    ServiceClient client{http, queues, preferences, ServiceEndpoints::make(kBase, kLookupBase)};
+
+    std::string onlySentBody() {
+        const auto sent = http.sent();
+        EXPECT_EQ(sent.size(), 1U);
+        return sent.empty() || !sent[0].body ? std::string() : *sent[0].body;
+    }
+};
+
+// ---- the POST itself ----
+
+TEST(JsonPost, CarriesMethodHeadersTimeoutAndCompactBody) {
+    const HttpRequest request = makeJsonPost("v1/events", "http://h/base", json(R"({ "a" : [1, "x"] })"));
+    EXPECT_EQ(request.method, "POST");
+    EXPECT_EQ(request.url, "http://h/base/v1/events");
+    EXPECT_EQ(request.timeoutSeconds, 60);
+    EXPECT_EQ(request.cachePolicy, HttpCachePolicy::ProtocolDefault);
+    const std::vector<std::pair<std::string, std::string>> headers{{"Content-Type", "application/json"},
+                                                                   {"Accept", "application/json"}};
+    EXPECT_EQ(request.headers, headers);
+    EXPECT_EQ(request.body, R"({"a":[1,"x"]})");
+}
+
+struct UrlCase {
+    const char *base;
+    const char *path;
+    const char *url;
+};
+class PathComponent : public ::testing::TestWithParam<UrlCase> {};
+TEST_P(PathComponent, IsJoinedWithOneSlashAndEscaped) {
+    EXPECT_EQ(appendingPathComponent(GetParam().base, GetParam().path), GetParam().url);
+}
+INSTANTIATE_TEST_SUITE_P(Urls, PathComponent,
+                         ::testing::Values(UrlCase{"http://h/", "v1/events", "http://h/v1/events"},
+                                           UrlCase{"http://h", "v1/events", "http://h/v1/events"},
+                                           UrlCase{"http://h/", "v1/apple_apps/a b?/versions",
+                                                   "http://h/v1/apple_apps/a%20b%3F/versions"}));
+
+class BodyWithoutJsonForm : public ::testing::TestWithParam<Value> {};
+TEST_P(BodyWithoutJsonForm, GoesOutWithoutBody) {
+    EXPECT_FALSE(makeJsonPost("v1/events", kBase, GetParam()).body.has_value());
+}
+INSTANTIATE_TEST_SUITE_P(Values, BodyWithoutJsonForm,
+                         ::testing::Values(Value("top-level text"), Value(1),
+                                           Value(Dictionary{{Value(1), Value("numeric key")}}),
+                                           Value(Array{Value(Bytes{1, 2})}),
+                                           Value(Dictionary{{"when", Value(Date{1})}}),
+                                           Value(Array{Value(std::numeric_limits<double>::quiet_NaN())})));
+
+// ---- version report from a store item ----
+
+const char *const kStoreItem = R"({"bundleId":"com.example.app","id":284882215,"name":"Example",
+  "offers":[{"version":{"display":"2.1","externalId":8001}},{"version":{"display":"2.0","externalId":"7001"}}]})";
+
+TEST_F(ServiceClientTest, StoreItemReportCarriesEveryOfferVersion) {
+    EXPECT_EQ(client.cacheAppWithInfo(json(kStoreItem)), ReportOutcome::Sent);
+    EXPECT_EQ(http.sent().at(0).url, "https://versions.example/api/v1/apple_apps/284882215/versions");
+    EXPECT_EQ(onlySentBody(),
+              R"({"bundle_id":"com.example.app","identifier":284882215,"title":"Example",)"
+              R"("versions":[{"display":"2.1","externalId":8001},{"display":"2.0","externalId":"7001"}]})");
+}
+
+struct IncompleteItem {
+    const char *item;
+    ReportOutcome outcome;
+};
+class IncompleteStoreItem : public ServiceClientTest, public ::testing::WithParamInterface<IncompleteItem> {};
+TEST_P(IncompleteStoreItem, SendsNothing) {
+    EXPECT_EQ(client.cacheAppWithInfo(json(GetParam().item)), GetParam().outcome);
+    EXPECT_TRUE(http.sent().empty());
+}
+INSTANTIATE_TEST_SUITE_P(
+    Items, IncompleteStoreItem,
+    ::testing::Values(
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n"})", ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[]})", ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[{"price":0}]})", ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"id":1,"name":"n","offers":[{"version":{}}]})", ReportOutcome::MissingField},
+        IncompleteItem{R"({"bundleId":"b","id":null,"name":"n","offers":[{"version":{}}]})",
+                       ReportOutcome::MissingField},
+        IncompleteItem{R"({"bundleId":"b","id":1,"name":"n","offers":[{"version":{}},{}]})",
+                       ReportOutcome::MissingField},
+        IncompleteItem{R"([1])", ReportOutcome::MissingVersion}));
+
+// ---- version report from installed-app metadata ----
+
+struct DisplayCase {
+    const char *bundleVersionField; // JSON fragment, or "" for none
+    const char *shortVersion;
+    const char *display;
+};
+class DisplayVersion : public ServiceClientTest, public ::testing::WithParamInterface<DisplayCase> {};
+TEST_P(DisplayVersion, LowerDottedVersionWins) {
+    const std::string metadata = std::string(R"({"softwareVersionBundleId":"com.example.app","itemId":"42",)") +
+                                 R"("itemName":"Example","softwareVersionExternalIdentifier":900,)" +
+                                 GetParam().bundleVersionField + R"("bundleShortVersionString":")" +
+                                 GetParam().shortVersion + "\"}";
+    ASSERT_EQ(client.cacheAppWithMetadata(json(metadata.c_str())), ReportOutcome::Sent);
+    EXPECT_EQ(http.sent().at(0).url, "https://versions.example/api/v1/apple_apps/42/versions");
+    EXPECT_EQ(onlySentBody(), std::string(R"({"bundle_id":"com.example.app","identifier":"42","title":"Example",)") +
+                                  R"("versions":[{"display":")" + GetParam().display + R"(","externalId":900}]})");
+}
+INSTANTIATE_TEST_SUITE_P(Versions, DisplayVersion,
+                         ::testing::Values(DisplayCase{R"("bundleVersion":"1.2.0",)", "1.3", "1.2.0"},
+                                           DisplayCase{R"("bundleVersion":"1.4",)", "1.3", "1.3"},
+                                           DisplayCase{R"("bundleVersion":"250",)", "1.3", "1.3"},
+                                           DisplayCase{R"("bundleVersion":250,)", "1.3", "1.3"},
+                                           DisplayCase{R"("bundleVersion":"1.3.0",)", "1.3", "1.3"},
+                                           DisplayCase{"", "1.3", "1.3"}));
+
+class IncompleteMetadata : public ServiceClientTest, public ::testing::WithParamInterface<IncompleteItem> {};
+TEST_P(IncompleteMetadata, SendsNothing) {
+    EXPECT_EQ(client.cacheAppWithMetadata(json(GetParam().item)), GetParam().outcome);
+    EXPECT_TRUE(http.sent().empty());
+}
+INSTANTIATE_TEST_SUITE_P(
+    Metadata, IncompleteMetadata,
+    ::testing::Values(
+        IncompleteItem{
+            R"({"softwareVersionBundleId":"b","itemId":1,"itemName":"n","softwareVersionExternalIdentifier":9})",
+            ReportOutcome::MissingVersion},
+        IncompleteItem{R"({"softwareVersionBundleId":"b","itemId":1,"itemName":"n","bundleShortVersionString":"1"})",
+                       ReportOutcome::MissingVersion},
+        IncompleteItem{
+            R"({"itemId":1,"itemName":"n","bundleShortVersionString":"1","softwareVersionExternalIdentifier":9})",
+            ReportOutcome::MissingField},
+        IncompleteItem{
+            R"({"softwareVersionBundleId":"b","itemId":1,"bundleShortVersionString":"1","softwareVersionExternalIdentifier":9})",
+            ReportOutcome::MissingField}));
+
+TEST_F(ServiceClientTest, PurchaseDictionaryIsNeverReported) {
+    client.cacheAppWithPurchaseDictionary(json(kStoreItem));
+    queues.drainAll();
+    EXPECT_TRUE(http.sent().empty());
+}
+
+// ---- the crowdsourcing switch ----
+
+const char *const kSearchPage = "<input class=\"q\">maps</input>\n"
+                                "<a href=\"/app/x/id389801252?mt=8\">A</a><a href=\"/app/y/id389801252?mt=8\">A</a>\n"
+                                "<a href=\"/app/z/id1234?mt=8\">B</a>";
+
+struct SwitchCase {
+    Value stored;
+    bool reportsSent;
+};
+class AppCachingSwitch : public ServiceClientTest, public ::testing::WithParamInterface<SwitchCase> {};
+TEST_P(AppCachingSwitch, StopsVersionReportsButNotSearchEvents) {
+    preferences.set("disableAppCaching_QV", GetParam().stored);
+    client.cacheAppWithInfo(json(kStoreItem));
+    client.cacheAppWithMetadata(json(R"({"softwareVersionBundleId":"b","itemId":1,"itemName":"n",
+        "bundleShortVersionString":"1.0","softwareVersionExternalIdentifier":9})"));
+    EXPECT_EQ(http.sent().size(), GetParam().reportsSent ? 2U : 0U);
+    client.appsForHTMLString(std::string(kSearchPage));
+    queues.drainAll();
+    ASSERT_FALSE(http.sent().empty());
+    EXPECT_EQ(http.sent().back().url, "https://versions.example/api/v1/events");
+}
+INSTANTIATE_TEST_SUITE_P(Stored, AppCachingSwitch,
+                         ::testing::Values(SwitchCase{Value(true), false}, SwitchCase{Value(1), false},
+                                           SwitchCase{Value("YES"), false}, SwitchCase{Value(false), true},
+                                           SwitchCase{Value("NO"), true}, SwitchCase{Value(), true}));
+
+// ---- search events ----
+
+TEST_F(ServiceClientTest, SearchEventRanksDistinctAppsOnTheWorkQueue) {
+    client.setExtraAttribute("query", "replaced");
+    client.setExtraAttribute("country", "fr");
+    client.appsForHTMLString(std::string(kSearchPage));
+    EXPECT_TRUE(http.sent().empty()) << "parsing must wait for the work queue";
+    EXPECT_EQ(queues.serialLabels(), std::vector<std::string>{"com.mycompany.myqueue"});
+    queues.serialQueues().drain();
+    EXPECT_EQ(onlySentBody(), R"({"name":"search","attributes":{"query":"replaced","results":[)"
+                              R"({"appId":"389801252","rank":1},{"appId":"1234","rank":2}],"country":"fr"}})");
+}
+
+TEST_F(ServiceClientTest, SameQueryIsSentAgainOnlyWhenItsResultCountChanges) {
+    const std::string twoApps = kSearchPage;
+    const std::string threeApps = twoApps + "<a href=\"/id77?mt=8\">C</a>";
+    for (const auto *page : {&twoApps, &twoApps, &threeApps, &threeApps, &twoApps}) {
+        client.appsForHTMLString(*page);
+    }
+    queues.drainAll();
+    EXPECT_EQ(http.sent().size(), 3U);
+}
+
+class SilentSearchPage : public ServiceClientTest, public ::testing::WithParamInterface<std::optional<std::string>> {};
+TEST_P(SilentSearchPage, SendsNothing) {
+    client.appsForHTMLString(GetParam());
+    queues.drainAll();
+    EXPECT_TRUE(http.sent().empty());
+}
+INSTANTIATE_TEST_SUITE_P(Pages, SilentSearchPage,
+                         ::testing::Values(std::nullopt, std::optional<std::string>("<a href=\"/id1?mt=8\">x</a>"),
+                                           std::optional<std::string>("<input>q</input><a href=\"/id1?mt=9\">x</a>"),
+                                           std::optional<std::string>("<input>\nq</input><a href=\"/id1?mt=8\">")));
+
+struct QueryCase {
+    const char *html;
+    std::optional<std::string> query;
+};
+class SearchQuery : public ::testing::TestWithParam<QueryCase> {};
+TEST_P(SearchQuery, IsTheTextOfTheLastInputOnTheFirstMatchingLine) {
+    EXPECT_EQ(queryStringFromHTML(std::string_view(GetParam().html)), GetParam().query);
+}
+INSTANTIATE_TEST_SUITE_P(Pages, SearchQuery,
+                         ::testing::Values(QueryCase{"<input type=\"search\">angry birds</input>", "angry birds"},
+                                           QueryCase{"<input>a</input><input>b</input>", "b"},
+                                           QueryCase{"<INPUT>a</INPUT>", std::nullopt},
+                                           QueryCase{"<input>a\n</input>", std::nullopt},
+                                           QueryCase{"x\n<input></input>", ""}));
+
+// ---- store lookup ----
+
+struct LookupCase {
+    HttpResult reply;
+    std::string bundleId;
+};
+class Lookup : public ServiceClientTest, public ::testing::WithParamInterface<LookupCase> {};
+TEST_P(Lookup, DeliversTheBundleIdOrEmptyOnTheMainQueue) {
+    http.reply("https://lookup.example/lookup?id=284882215", GetParam().reply);
+    std::optional<std::string> delivered;
+    client.getBundleIdWithStoreIdentifier("284882215", [&](std::string bundleId) { delivered = bundleId; });
+    queues.globalQueue().drain();
+    EXPECT_FALSE(delivered) << "the completion belongs on the main queue";
+    queues.mainQueue().drain();
+    EXPECT_EQ(delivered, GetParam().bundleId);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Replies, Lookup,
+    ::testing::Values(LookupCase{{200, R"({"resultCount":1,"results":[{"bundleId":"com.example.app"}]})", {}},
+                                 "com.example.app"},
+                      LookupCase{{200, R"({"resultCount":0,"results":[]})", {}}, ""},
+                      LookupCase{{200, R"({"results":[{"trackId":1}]})", {}}, ""},
+                      LookupCase{{200, R"({"results":[{"bundleId":7}]})", {}}, ""},
+                      LookupCase{{200, R"({"results":{"bundleId":"x"}})", {}}, ""}, LookupCase{{200, "<html>", {}}, ""},
+                      LookupCase{{404, R"({"results":[{"bundleId":"x"}]})", {}}, ""},
+                      LookupCase{{0, {}, std::string("connection refused")}, ""}));
+
+} // namespace
+} // namespace qv
