@@ -80,8 +80,9 @@ constexpr unsigned kMaxCountIntegerInfo = 3;
 constexpr std::size_t kDateBytes = 8;
 constexpr std::size_t kUtf16UnitBytes = 2;
 
-bool isPowerOfTwoWidth(std::size_t width) {
-    return width == 1 || width == 2 || width == 4 || width == 8;
+// Offsets and references may be any whole number of bytes up to eight.
+bool isValidWidth(std::size_t width) {
+    return width >= 1 && width <= sizeof(std::uint64_t);
 }
 
 std::uint64_t readBigEndian(const unsigned char *bytes, std::size_t width) {
@@ -123,7 +124,7 @@ class BinaryPlistCheck {
         topObject_ = readBigEndian(trailer + kTrailerTopObjectAt, sizeof(std::uint64_t));
         tableOffset_ = readBigEndian(trailer + kTrailerTableOffsetAt, sizeof(std::uint64_t));
         const std::uint64_t tableLimit = size_ - kTrailerSize;
-        if (!isPowerOfTwoWidth(offsetSize_) || !isPowerOfTwoWidth(refSize_)) {
+        if (!isValidWidth(offsetSize_) || !isValidWidth(refSize_)) {
             error = "binary property list has invalid offset or reference sizes";
             return false;
         }
