@@ -1,4 +1,4 @@
-// Keyed-archive codec over libplist, with a structural check that runs before libplist sees hostile bytes.
+// Keyed-archive codec: a bounded reader for binary property lists, libplist for XML ones and for writing.
 #include "posix/keyed_archive.h"
 
 #include <plist/plist.h>
@@ -20,11 +20,11 @@ constexpr std::string_view kArchiverName = "NSKeyedArchiver";
 constexpr std::uint64_t kArchiveVersion = 100000;
 constexpr std::string_view kNullObjectMarker = "$null";
 
-// libplist recurses once per nesting level and expands every shared reference, so the raw property list is
-// checked first: its nesting is capped and its fully expanded size must stay proportional to the input.
-constexpr int kMaxPropertyListDepth = 64;
-constexpr std::uint64_t kExpandedNodesPerInputByte = 4;
-constexpr std::uint64_t kExpandedNodesSlack = 1024;
+// libplist recurses once per nesting level, so XML nesting is capped before it parses.
+constexpr int kMaxXmlNesting = 64;
+// Binary property lists can name one stored object many times; what they expand to must stay near their size.
+constexpr std::uint64_t kDecodedBytesPerInputByte = 4;
+constexpr std::uint64_t kDecodedBytesSlack = 4096;
 constexpr std::size_t kDecodedValuesPerInputByte = 8;
 constexpr std::size_t kDecodedValuesSlack = 1024;
 
@@ -33,17 +33,62 @@ struct PlistDeleter {
 };
 using PlistOwner = std::unique_ptr<void, PlistDeleter>;
 
-std::string_view plistString(plist_t node) {
-    std::uint64_t length = 0;
-    const char *text = plist_get_string_ptr(node, &length);
-    return text == nullptr ? std::string_view() : std::string_view(text, static_cast<std::size_t>(length));
+// A property list as a flat table of objects that refer to each other by position, the shape of the binary
+// format. Decoding walks this table; nothing here recurses over input structure.
+struct PlistObject {
+    enum class Type : unsigned char { Scalar, Uid, Array, Dictionary };
+    Type type = Type::Scalar;
+    std::uint32_t keyCount = 0; // dictionaries: children holds the key objects first, then the values
+    std::uint64_t uid = 0;
+    Value scalar;
+    std::vector<std::uint32_t> children;
+};
+
+struct PlistTable {
+    std::vector<PlistObject> objects;
+    std::uint32_t top = 0;
+
+    const PlistObject &at(std::uint32_t index) const { return objects[index]; }
+
+    const std::string *keyAt(const PlistObject &dictionary, std::size_t i) const {
+        return objects[dictionary.children[i]].scalar.asString();
+    }
+
+    const PlistObject *member(const PlistObject &dictionary, std::string_view key) const {
+        for (std::size_t i = 0; i < dictionary.keyCount; ++i) {
+            const std::string *name = keyAt(dictionary, i);
+            if (name != nullptr && *name == key) {
+                return &objects[dictionary.children[dictionary.keyCount + i]];
+            }
+        }
+        return nullptr;
+    }
+};
+
+bool isString(const PlistObject *object, std::string_view expected) {
+    return object != nullptr && object->type == PlistObject::Type::Scalar && object->scalar.asString() != nullptr &&
+           *object->scalar.asString() == expected;
 }
 
-bool isPlistString(plist_t node, std::string_view expected) {
-    return node != nullptr && plist_get_node_type(node) == PLIST_STRING && plistString(node) == expected;
+void appendUtf8(std::string &out, std::uint32_t codePoint) {
+    if (codePoint < 0x80U) {
+        out += static_cast<char>(codePoint);
+    } else if (codePoint < 0x800U) {
+        out += static_cast<char>(0xC0U | (codePoint >> 6U));
+        out += static_cast<char>(0x80U | (codePoint & 0x3FU));
+    } else if (codePoint < 0x10000U) {
+        out += static_cast<char>(0xE0U | (codePoint >> 12U));
+        out += static_cast<char>(0x80U | ((codePoint >> 6U) & 0x3FU));
+        out += static_cast<char>(0x80U | (codePoint & 0x3FU));
+    } else {
+        out += static_cast<char>(0xF0U | (codePoint >> 18U));
+        out += static_cast<char>(0x80U | ((codePoint >> 12U) & 0x3FU));
+        out += static_cast<char>(0x80U | ((codePoint >> 6U) & 0x3FU));
+        out += static_cast<char>(0x80U | (codePoint & 0x3FU));
+    }
 }
 
-// ---- structural check of binary property lists ----
+// ---- binary property lists ----
 
 constexpr std::string_view kBinaryMagic = "bplist00";
 constexpr std::size_t kTrailerSize = 32;
@@ -53,7 +98,6 @@ constexpr std::size_t kTrailerObjectCountAt = 8;
 constexpr std::size_t kTrailerTopObjectAt = 16;
 constexpr std::size_t kTrailerTableOffsetAt = 24;
 constexpr std::size_t kWideIntegerBytes = 16;
-constexpr std::size_t kMaxUidBytes = 8;
 constexpr unsigned kMarkerInfoMask = 0x0F;
 constexpr unsigned kMarkerTypeShift = 4;
 constexpr unsigned kExtendedCount = 0x0F;
@@ -71,7 +115,9 @@ enum BinaryType : unsigned {
     kBinaryDictionary = 0xD,
 };
 
-constexpr std::array<unsigned, 4> kSimpleMarkers = {0x00, 0x08, 0x09, 0x0F}; // null, false, true, fill
+constexpr unsigned kMarkerNull = 0x00;
+constexpr unsigned kMarkerFalse = 0x08;
+constexpr unsigned kMarkerTrue = 0x09;
 constexpr unsigned kRealFloatInfo = 2;
 constexpr unsigned kRealDoubleInfo = 3;
 constexpr unsigned kDateInfo = 3;
@@ -79,6 +125,8 @@ constexpr unsigned kMaxIntegerInfo = 4;
 constexpr unsigned kMaxCountIntegerInfo = 3;
 constexpr std::size_t kDateBytes = 8;
 constexpr std::size_t kUtf16UnitBytes = 2;
+constexpr std::size_t kMaxUidBytes = 8;
+constexpr std::uint32_t kMaxTableObjects = 0xFFFFFFFFU;
 
 // Offsets and references may be any whole number of bytes up to eight.
 bool isValidWidth(std::size_t width) {
@@ -93,25 +141,53 @@ std::uint64_t readBigEndian(const unsigned char *bytes, std::size_t width) {
     return value;
 }
 
-class BinaryPlistCheck {
+class BinaryPlistReader {
   public:
-    explicit BinaryPlistCheck(std::string_view bytes)
-        : data_(reinterpret_cast<const unsigned char *>(bytes.data())), size_(bytes.size()) {}
+    explicit BinaryPlistReader(std::string_view bytes)
+        : data_(reinterpret_cast<const unsigned char *>(bytes.data())), size_(bytes.size()),
+          byteBudget_(kDecodedBytesPerInputByte * bytes.size() + kDecodedBytesSlack) {}
 
-    bool run(std::string &error) {
+    // Reads every object reachable from the top object, each once, with an explicit work list.
+    bool read(PlistTable &table, std::string &error) {
         if (!readTrailer(error)) {
             return false;
         }
-        return walk(error);
+        std::vector<std::uint32_t> slot(static_cast<std::size_t>(objectCount_), kMaxTableObjects);
+        std::vector<std::uint64_t> work;
+        auto place = [&](std::uint64_t index) {
+            auto &position = slot[static_cast<std::size_t>(index)];
+            if (position == kMaxTableObjects) {
+                position = static_cast<std::uint32_t>(table.objects.size());
+                table.objects.emplace_back();
+                work.push_back(index);
+            }
+            return position;
+        };
+        // Legitimate archives spend well over eight bytes per object; the hint is capped so lies cost nothing.
+        constexpr std::uint64_t kBytesPerObjectHint = 8;
+        table.objects.reserve(static_cast<std::size_t>(std::min(objectCount_, size_ / kBytesPerObjectHint + 1)));
+        table.top = place(topObject_);
+        while (!work.empty()) {
+            const std::uint64_t index = work.back();
+            work.pop_back();
+            const std::uint32_t position = slot[static_cast<std::size_t>(index)];
+            std::vector<std::uint64_t> children;
+            std::size_t keyCount = 0;
+            PlistObject object;
+            if (!readObject(index, object, children, keyCount, error)) {
+                return false;
+            }
+            object.keyCount = static_cast<std::uint32_t>(keyCount);
+            object.children.reserve(children.size());
+            for (const std::uint64_t child : children) {
+                object.children.push_back(place(child));
+            }
+            table.objects[position] = std::move(object);
+        }
+        return true;
     }
 
   private:
-    struct Object {
-        unsigned type = 0;
-        std::vector<std::uint64_t> children; // for dictionaries: keys first, then values
-        std::size_t keyCount = 0;
-    };
-
     bool readTrailer(std::string &error) {
         if (size_ < kBinaryMagic.size() + 1 + kTrailerSize) {
             error = "binary property list is truncated";
@@ -137,220 +213,213 @@ class BinaryPlistCheck {
             error = "binary property list offset table lies outside the file";
             return false;
         }
-        if (refSize_ < sizeof(std::uint64_t) && objectCount_ > (std::uint64_t{1} << (refSize_ * 8U))) {
-            error = "binary property list has more objects than its references can name";
-            return false;
-        }
         return true;
     }
 
-    bool objectOffset(std::uint64_t index, std::uint64_t &offset, std::string &error) const {
-        offset = readBigEndian(data_ + tableOffset_ + index * offsetSize_, offsetSize_);
-        if (offset < kBinaryMagic.size() || offset >= tableOffset_) {
-            error = "binary property list object " + std::to_string(index) + " lies outside the object area";
-            return false;
-        }
-        return true;
-    }
-
-    // Reads a length that follows a marker: the marker's low nibble, or an integer object after it.
-    bool readCount(unsigned info, std::uint64_t &position, std::uint64_t &count, std::string &error) const {
-        if (info != kExtendedCount) {
-            count = info;
-            return true;
-        }
-        if (position >= tableOffset_) {
-            error = "binary property list length is truncated";
-            return false;
-        }
-        const unsigned marker = data_[position];
-        const unsigned widthInfo = marker & kMarkerInfoMask;
-        if ((marker >> kMarkerTypeShift) != kBinaryInteger || widthInfo > kMaxCountIntegerInfo) {
-            error = "binary property list length is not an integer";
-            return false;
-        }
-        const std::uint64_t width = std::uint64_t{1} << widthInfo;
-        if (width > tableOffset_ - position - 1) {
-            error = "binary property list length is truncated";
-            return false;
-        }
-        count = readBigEndian(data_ + position + 1, width);
-        position += 1 + width;
-        return true;
+    bool fail(std::string &error, const std::string &what, std::uint64_t index) const {
+        error = what + " in property list object " + std::to_string(index);
+        return false;
     }
 
     bool fits(std::uint64_t position, std::uint64_t count, std::uint64_t unit) const {
         return position <= tableOffset_ && count <= (tableOffset_ - position) / unit;
     }
 
-    bool readObject(std::uint64_t index, Object &object, std::string &error) const {
-        std::uint64_t position = 0;
-        if (!objectOffset(index, position, error)) {
+    bool spendBytes(std::uint64_t bytes, std::string &error) {
+        if (bytes > byteBudget_) {
+            error = "property list expands far beyond its size";
             return false;
         }
+        byteBudget_ -= bytes;
+        return true;
+    }
+
+    // A length after a marker: the marker's low nibble, or an integer object right after it.
+    bool readCount(unsigned info, std::uint64_t &position, std::uint64_t &count, std::uint64_t index,
+                   std::string &error) const {
+        if (info != kExtendedCount) {
+            count = info;
+            return true;
+        }
+        if (position >= tableOffset_) {
+            return fail(error, "truncated length", index);
+        }
+        const unsigned marker = data_[position];
+        const unsigned widthInfo = marker & kMarkerInfoMask;
+        if ((marker >> kMarkerTypeShift) != kBinaryInteger || widthInfo > kMaxCountIntegerInfo) {
+            return fail(error, "length that is not an integer", index);
+        }
+        const std::uint64_t width = std::uint64_t{1} << widthInfo;
+        if (width > tableOffset_ - position - 1) {
+            return fail(error, "truncated length", index);
+        }
+        count = readBigEndian(data_ + position + 1, width);
+        position += 1 + width;
+        return true;
+    }
+
+    bool readObject(std::uint64_t index, PlistObject &object, std::vector<std::uint64_t> &children,
+                    std::size_t &keyCount, std::string &error) {
+        std::uint64_t position = readBigEndian(data_ + tableOffset_ + index * offsetSize_, offsetSize_);
+        if (position < kBinaryMagic.size() || position >= tableOffset_) {
+            return fail(error, "offset outside the object area", index);
+        }
         const unsigned marker = data_[position++];
-        object.type = marker >> kMarkerTypeShift;
         const unsigned info = marker & kMarkerInfoMask;
-        const std::string where = " in object " + std::to_string(index);
         std::uint64_t count = 0;
-        switch (object.type) {
+        switch (marker >> kMarkerTypeShift) {
         case kBinarySimple:
-            if (std::find(kSimpleMarkers.begin(), kSimpleMarkers.end(), marker) == kSimpleMarkers.end()) {
-                error = "unknown binary property list marker" + where;
-                return false;
+            if (marker == kMarkerNull) {
+                object.scalar = Value();
+            } else if (marker == kMarkerFalse || marker == kMarkerTrue) {
+                object.scalar = Value(marker == kMarkerTrue);
+            } else {
+                return fail(error, "unknown marker", index);
             }
             return true;
         case kBinaryInteger: {
             if (info > kMaxIntegerInfo) {
-                error = "invalid integer width" + where;
-                return false;
+                return fail(error, "invalid integer width", index);
             }
             const std::uint64_t width = std::uint64_t{1} << info;
             if (!fits(position, width, 1)) {
-                error = "truncated integer" + where;
-                return false;
+                return fail(error, "truncated integer", index);
             }
-            // Sixteen-byte integers carry unsigned values; only those that also fit a signed 64-bit one are kept.
-            if (width == kWideIntegerBytes && (readBigEndian(data_ + position, sizeof(std::uint64_t)) != 0 ||
-                                               (data_[position + sizeof(std::uint64_t)] & 0x80U) != 0)) {
-                error = "integer does not fit in 64 signed bits" + where;
-                return false;
+            // Sixteen-byte integers carry unsigned values; only those that also fit 64 signed bits are kept.
+            std::uint64_t bits = 0;
+            if (width == kWideIntegerBytes) {
+                bits = readBigEndian(data_ + position + sizeof(std::uint64_t), sizeof(std::uint64_t));
+                if (readBigEndian(data_ + position, sizeof(std::uint64_t)) != 0 || (bits >> 63U) != 0) {
+                    return fail(error, "integer beyond 64 signed bits", index);
+                }
+            } else {
+                bits = readBigEndian(data_ + position, width);
             }
+            // Eight-byte integers are signed; shorter ones are unsigned and never reach the sign bit.
+            object.scalar = Value(static_cast<long long>(bits));
             return true;
         }
         case kBinaryReal:
-            if ((info != kRealFloatInfo && info != kRealDoubleInfo) || !fits(position, std::uint64_t{1} << info, 1)) {
-                error = "invalid real" + where;
-                return false;
+            if (info == kRealFloatInfo && fits(position, sizeof(float), 1)) {
+                const auto bits = static_cast<std::uint32_t>(readBigEndian(data_ + position, sizeof(float)));
+                float real = 0;
+                std::memcpy(&real, &bits, sizeof real);
+                object.scalar = Value(static_cast<double>(real));
+                return true;
             }
-            return true;
-        case kBinaryDate:
+            if (info == kRealDoubleInfo && fits(position, sizeof(double), 1)) {
+                const std::uint64_t bits = readBigEndian(data_ + position, sizeof(double));
+                double real = 0;
+                std::memcpy(&real, &bits, sizeof real);
+                object.scalar = Value(real);
+                return true;
+            }
+            return fail(error, "invalid real", index);
+        case kBinaryDate: {
             if (info != kDateInfo || !fits(position, kDateBytes, 1)) {
-                error = "invalid date" + where;
-                return false;
+                return fail(error, "invalid date", index);
             }
+            const std::uint64_t bits = readBigEndian(data_ + position, kDateBytes);
+            double seconds = 0;
+            std::memcpy(&seconds, &bits, sizeof seconds);
+            object.scalar = Value(Date{seconds});
             return true;
+        }
         case kBinaryData:
         case kBinaryAscii:
+            if (!readCount(info, position, count, index, error)) {
+                return false;
+            }
+            if (!fits(position, count, 1)) {
+                return fail(error, "truncated data or string", index);
+            }
+            if (!spendBytes(count, error)) {
+                return false;
+            }
+            if ((marker >> kMarkerTypeShift) == kBinaryData) {
+                object.scalar = Value(Bytes(data_ + position, data_ + position + count));
+            } else {
+                object.scalar = Value(std::string(reinterpret_cast<const char *>(data_ + position), count));
+            }
+            return true;
         case kBinaryUtf16:
-            if (!readCount(info, position, count, error)) {
+            if (!readCount(info, position, count, index, error)) {
                 return false;
             }
-            if (!fits(position, count, object.type == kBinaryUtf16 ? kUtf16UnitBytes : 1)) {
-                error = "truncated data or string" + where;
+            if (!fits(position, count, kUtf16UnitBytes)) {
+                return fail(error, "truncated string", index);
+            }
+            if (!spendBytes(count * kUtf16UnitBytes, error)) {
                 return false;
             }
+            object.scalar = Value(utf16ToUtf8(data_ + position, static_cast<std::size_t>(count)));
             return true;
         case kBinaryUid:
             if (info + std::size_t{1} > kMaxUidBytes || !fits(position, info + std::uint64_t{1}, 1)) {
-                error = "invalid object reference" + where;
-                return false;
+                return fail(error, "invalid object reference", index);
             }
+            object.type = PlistObject::Type::Uid;
+            object.uid = readBigEndian(data_ + position, info + std::size_t{1});
             return true;
         case kBinaryArray:
         case kBinaryDictionary: {
-            if (!readCount(info, position, count, error)) {
+            if (!readCount(info, position, count, index, error)) {
                 return false;
             }
-            const std::uint64_t slots = object.type == kBinaryDictionary ? 2 : 1;
+            const bool dictionary = (marker >> kMarkerTypeShift) == kBinaryDictionary;
+            const std::uint64_t slots = dictionary ? 2 : 1;
             if (count > tableOffset_ || !fits(position, count * slots, refSize_)) {
-                error = "container is larger than the file" + where;
+                return fail(error, "container larger than the file", index);
+            }
+            if (!spendBytes(count * slots * sizeof(std::uint32_t), error)) {
                 return false;
             }
-            object.keyCount = object.type == kBinaryDictionary ? static_cast<std::size_t>(count) : 0;
-            object.children.reserve(static_cast<std::size_t>(count * slots));
-            for (std::uint64_t slot = 0; slot < count * slots; ++slot) {
-                const std::uint64_t child = readBigEndian(data_ + position + slot * refSize_, refSize_);
+            object.type = dictionary ? PlistObject::Type::Dictionary : PlistObject::Type::Array;
+            keyCount = dictionary ? static_cast<std::size_t>(count) : 0;
+            children.reserve(static_cast<std::size_t>(count * slots));
+            for (std::uint64_t i = 0; i < count * slots; ++i) {
+                const std::uint64_t child = readBigEndian(data_ + position + i * refSize_, refSize_);
                 if (child >= objectCount_) {
-                    error = "reference out of range" + where;
-                    return false;
+                    return fail(error, "reference out of range", index);
                 }
-                object.children.push_back(child);
+                children.push_back(child);
             }
             return true;
         }
         default:
-            error = "unsupported binary property list object type" + where;
-            return false;
+            return fail(error, "unsupported object type", index);
         }
     }
 
-    // Depth-first over the reachable objects with an explicit stack: catches cycles, caps nesting, and adds up
-    // the size the object tree reaches once every shared reference is expanded.
-    bool walk(std::string &error) {
-        enum : unsigned char { kUnseen, kOnPath, kDone };
-        std::vector<unsigned char> state(static_cast<std::size_t>(objectCount_), kUnseen);
-        std::unordered_map<std::uint64_t, std::uint64_t> expanded;
-        const std::uint64_t expansionLimit = kExpandedNodesPerInputByte * size_ + kExpandedNodesSlack;
-        struct Frame {
-            std::uint64_t index;
-            Object object;
-            std::size_t next = 0;
-            std::uint64_t total = 1;
-        };
-        std::vector<Frame> path;
-        auto enter = [&](std::uint64_t index) -> bool {
-            if (path.size() >= static_cast<std::size_t>(kMaxPropertyListDepth)) {
-                error = "property list nesting is deeper than " + std::to_string(kMaxPropertyListDepth);
-                return false;
+    static std::string utf16ToUtf8(const unsigned char *units, std::size_t count) {
+        constexpr std::uint32_t kHighSurrogateFirst = 0xD800;
+        constexpr std::uint32_t kLowSurrogateFirst = 0xDC00;
+        constexpr std::uint32_t kSurrogateEnd = 0xE000;
+        constexpr std::uint32_t kReplacement = 0xFFFD;
+        constexpr std::uint32_t kSupplementaryBase = 0x10000;
+        constexpr unsigned kSurrogateBits = 10;
+        std::string out;
+        out.reserve(count);
+        for (std::size_t i = 0; i < count; ++i) {
+            const auto unit = static_cast<std::uint32_t>(readBigEndian(units + i * kUtf16UnitBytes, kUtf16UnitBytes));
+            if (unit >= kHighSurrogateFirst && unit < kLowSurrogateFirst && i + 1 < count) {
+                const auto next =
+                    static_cast<std::uint32_t>(readBigEndian(units + (i + 1) * kUtf16UnitBytes, kUtf16UnitBytes));
+                if (next >= kLowSurrogateFirst && next < kSurrogateEnd) {
+                    appendUtf8(out, kSupplementaryBase + ((unit - kHighSurrogateFirst) << kSurrogateBits) +
+                                        (next - kLowSurrogateFirst));
+                    ++i;
+                    continue;
+                }
             }
-            Frame frame{index, {}, 0, 1};
-            if (!readObject(index, frame.object, error)) {
-                return false;
-            }
-            state[static_cast<std::size_t>(index)] = kOnPath;
-            path.push_back(std::move(frame));
-            return true;
-        };
-        if (!enter(topObject_)) {
-            return false;
+            appendUtf8(out, unit >= kHighSurrogateFirst && unit < kSurrogateEnd ? kReplacement : unit);
         }
-        while (!path.empty()) {
-            Frame &frame = path.back();
-            if (frame.next < frame.object.children.size()) {
-                const std::uint64_t child = frame.object.children[frame.next++];
-                const unsigned char childState = state[static_cast<std::size_t>(child)];
-                if (childState == kOnPath) {
-                    error = "property list object " + std::to_string(child) + " contains itself";
-                    return false;
-                }
-                if (childState == kDone) {
-                    frame.total += expanded[child];
-                } else if (!enter(child)) {
-                    return false;
-                }
-                continue;
-            }
-            if (frame.object.type == kBinaryDictionary) {
-                for (std::size_t key = 0; key < frame.object.keyCount; ++key) {
-                    Object keyObject;
-                    if (!readObject(frame.object.children[key], keyObject, error)) {
-                        return false;
-                    }
-                    if (keyObject.type != kBinaryAscii && keyObject.type != kBinaryUtf16) {
-                        error = "dictionary key is not a string in object " + std::to_string(frame.index);
-                        return false;
-                    }
-                }
-            }
-            const std::uint64_t total = frame.total;
-            const std::uint64_t index = frame.index;
-            if (total > expansionLimit) {
-                error = "property list expands far beyond its size";
-                return false;
-            }
-            state[static_cast<std::size_t>(index)] = kDone;
-            expanded[index] = total;
-            path.pop_back();
-            if (!path.empty()) {
-                path.back().total += total;
-            }
-        }
-        return true;
+        return out;
     }
 
     const unsigned char *data_;
     std::size_t size_;
+    std::uint64_t byteBudget_;
     std::size_t offsetSize_ = 0;
     std::size_t refSize_ = 0;
     std::uint64_t objectCount_ = 0;
@@ -358,7 +427,7 @@ class BinaryPlistCheck {
     std::uint64_t tableOffset_ = 0;
 };
 
-// ---- structural check of XML property lists: only nesting needs capping before the parser recurses ----
+// ---- XML property lists: nesting is capped before libplist parses them ----
 
 bool startsWithAt(std::string_view text, std::size_t at, std::string_view prefix) {
     return text.size() - at >= prefix.size() && text.compare(at, prefix.size(), prefix) == 0;
@@ -396,8 +465,8 @@ bool checkXmlNesting(std::string_view text, std::string &error) {
             }
             if (closing) {
                 depth = std::max(0, depth - 1);
-            } else if (!selfClosing && ++depth > kMaxPropertyListDepth) {
-                error = "property list nesting is deeper than " + std::to_string(kMaxPropertyListDepth);
+            } else if (!selfClosing && ++depth > kMaxXmlNesting) {
+                error = "property list nesting is deeper than " + std::to_string(kMaxXmlNesting);
                 return false;
             }
         }
@@ -406,90 +475,148 @@ bool checkXmlNesting(std::string_view text, std::string &error) {
     return true;
 }
 
-// XML property lists spell an object reference as a dictionary whose only key is "CF$UID".
-plist_t xmlReferenceAsUid(plist_t node) {
+std::string_view plistString(plist_t node) {
+    std::uint64_t length = 0;
+    const char *text = plist_get_string_ptr(node, &length);
+    return text == nullptr ? std::string_view() : std::string_view(text, static_cast<std::size_t>(length));
+}
+
+// XML spells an object reference as a dictionary whose only key is "CF$UID".
+bool xmlReference(plist_t node, std::uint64_t &uid) {
     if (plist_get_node_type(node) != PLIST_DICT || plist_dict_get_size(node) != 1) {
-        return nullptr;
+        return false;
     }
     plist_t number = plist_dict_get_item(node, "CF$UID");
     if (number == nullptr || plist_get_node_type(number) != PLIST_UINT) {
-        return nullptr;
+        return false;
     }
-    std::uint64_t uid = 0;
     plist_get_uint_val(number, &uid);
-    return plist_new_uid(uid);
+    return true;
 }
 
-// Nesting is already capped, so plain recursion is bounded here.
-void convertXmlReferences(plist_t node) {
-    if (plist_get_node_type(node) == PLIST_ARRAY) {
-        const std::uint32_t size = plist_array_get_size(node);
-        for (std::uint32_t i = 0; i < size; ++i) {
-            plist_t item = plist_array_get_item(node, i);
-            if (plist_t uid = xmlReferenceAsUid(item)) {
-                plist_array_set_item(node, uid, i);
-            } else {
-                convertXmlReferences(item);
-            }
-        }
-        return;
-    }
-    if (plist_get_node_type(node) != PLIST_DICT) {
-        return;
-    }
-    std::vector<std::string> keys;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(node, &iterator);
-    while (iterator != nullptr) {
-        char *key = nullptr;
-        plist_t item = nullptr;
-        plist_dict_next_item(node, iterator, &key, &item);
-        if (item == nullptr) {
-            std::free(key);
+// Nesting was capped before parsing, so this recursion is bounded.
+std::uint32_t flattenXml(plist_t node, PlistTable &table) {
+    const auto index = static_cast<std::uint32_t>(table.objects.size());
+    table.objects.emplace_back();
+    PlistObject object;
+    switch (plist_get_node_type(node)) {
+    case PLIST_DICT: {
+        if (xmlReference(node, object.uid)) {
+            object.type = PlistObject::Type::Uid;
             break;
         }
-        keys.emplace_back(key == nullptr ? "" : key);
-        std::free(key);
-    }
-    std::free(iterator);
-    for (const std::string &key : keys) {
-        plist_t item = plist_dict_get_item(node, key.c_str());
-        if (plist_t uid = xmlReferenceAsUid(item)) {
-            plist_dict_set_item(node, key.c_str(), uid);
-        } else {
-            convertXmlReferences(item);
+        object.type = PlistObject::Type::Dictionary;
+        std::vector<std::uint32_t> keys;
+        std::vector<std::uint32_t> values;
+        plist_dict_iter iterator = nullptr;
+        plist_dict_new_iter(node, &iterator);
+        while (iterator != nullptr) {
+            char *key = nullptr;
+            plist_t item = nullptr;
+            plist_dict_next_item(node, iterator, &key, &item);
+            if (item == nullptr) {
+                std::free(key);
+                break;
+            }
+            PlistObject name;
+            name.scalar = Value(key == nullptr ? "" : key);
+            std::free(key);
+            keys.push_back(static_cast<std::uint32_t>(table.objects.size()));
+            table.objects.push_back(std::move(name));
+            values.push_back(flattenXml(item, table));
         }
+        std::free(iterator);
+        object.keyCount = static_cast<std::uint32_t>(keys.size());
+        object.children = std::move(keys);
+        object.children.insert(object.children.end(), values.begin(), values.end());
+        break;
     }
+    case PLIST_ARRAY: {
+        object.type = PlistObject::Type::Array;
+        plist_array_iter iterator = nullptr;
+        plist_array_new_iter(node, &iterator);
+        while (iterator != nullptr) {
+            plist_t item = nullptr;
+            plist_array_next_item(node, iterator, &item);
+            if (item == nullptr) {
+                break;
+            }
+            object.children.push_back(flattenXml(item, table));
+        }
+        std::free(iterator);
+        break;
+    }
+    case PLIST_BOOLEAN: {
+        std::uint8_t flag = 0;
+        plist_get_bool_val(node, &flag);
+        object.scalar = Value(flag != 0);
+        break;
+    }
+    case PLIST_UINT: {
+        std::uint64_t bits = 0;
+        plist_get_uint_val(node, &bits);
+        object.scalar = Value(static_cast<long long>(bits)); // negative numbers arrive as their 64-bit pattern
+        break;
+    }
+    case PLIST_REAL: {
+        double real = 0;
+        plist_get_real_val(node, &real);
+        object.scalar = Value(real);
+        break;
+    }
+    case PLIST_STRING:
+    case PLIST_KEY:
+        object.scalar = Value(plistString(node));
+        break;
+    case PLIST_DATA: {
+        std::uint64_t length = 0;
+        const auto *bytes = reinterpret_cast<const std::uint8_t *>(plist_get_data_ptr(node, &length));
+        object.scalar = Value(Bytes(bytes, bytes + length));
+        break;
+    }
+    case PLIST_DATE: {
+        std::int32_t seconds = 0;
+        std::int32_t microseconds = 0;
+        plist_get_date_val(node, &seconds, &microseconds);
+        constexpr double kMicrosecondsPerSecond = 1e6;
+        object.scalar = Value(Date{seconds + microseconds / kMicrosecondsPerSecond});
+        break;
+    }
+    case PLIST_UID:
+        object.type = PlistObject::Type::Uid;
+        plist_get_uid_val(node, &object.uid);
+        break;
+    default:
+        break;
+    }
+    table.objects[index] = std::move(object);
+    return index;
 }
 
-PlistOwner parsePropertyList(std::string_view bytes, std::string &error) {
+bool readPropertyList(std::string_view bytes, PlistTable &table, std::string &error) {
     if (bytes.empty()) {
         error = "empty input is not a keyed archive";
-        return nullptr;
+        return false;
     }
     if (bytes.size() > kMaxKeyedArchiveBytes) {
         error = "keyed archive is larger than " + std::to_string(kMaxKeyedArchiveBytes) + " bytes";
-        return nullptr;
+        return false;
     }
-    const bool binary = bytes.substr(0, kBinaryMagic.size()) == kBinaryMagic;
-    if (binary) {
-        BinaryPlistCheck check(bytes);
-        if (!check.run(error)) {
-            return nullptr;
-        }
-    } else if (!checkXmlNesting(bytes, error)) {
-        return nullptr;
+    if (bytes.substr(0, kBinaryMagic.size()) == kBinaryMagic) {
+        return BinaryPlistReader(bytes).read(table, error);
+    }
+    if (!checkXmlNesting(bytes, error)) {
+        return false;
     }
     plist_t root = nullptr;
     plist_from_memory(bytes.data(), static_cast<std::uint32_t>(bytes.size()), &root);
     if (root == nullptr) {
-        error = binary ? "malformed binary property list" : "not a well-formed property list";
-        return nullptr;
+        error = "not a well-formed property list";
+        return false;
     }
-    if (!binary) {
-        convertXmlReferences(root);
-    }
-    return PlistOwner(root);
+    const PlistOwner owner(root);
+    table.top = flattenXml(root, table);
+    return true;
 }
 
 // ---- decoding ----
@@ -534,34 +661,37 @@ ArchivedKind kindOfClassName(std::string_view name) {
 
 class Unarchiver {
   public:
-    Unarchiver(plist_t objects, std::size_t inputSize, const KeyedArchiveReadOptions &options)
-        : objects_(objects), count_(plist_array_get_size(objects)), options_(options),
+    Unarchiver(const PlistTable &table, const PlistObject &objects, std::size_t inputSize,
+               const KeyedArchiveReadOptions &options)
+        : table_(table), objects_(objects), options_(options),
           valueBudget_(std::min(kMaxKeyedArchiveValues, kDecodedValuesPerInputByte * inputSize + kDecodedValuesSlack)),
-          state_(count_, false) {}
+          active_(objects.children.size(), false) {}
 
     const std::string &error() const { return error_; }
 
-    // A reference is a UID naming an object, or (in $top and in object fields) a scalar stored in place.
-    bool decodeReference(plist_t node, int depth, Value &out) {
+    // A reference is a UID naming an archived object, or (in $top and in object fields) a scalar stored in place.
+    bool decodeReference(const PlistObject &node, int depth, Value &out) {
         if (!spend()) {
             return false;
         }
-        switch (plist_get_node_type(node)) {
-        case PLIST_UID: {
-            std::uint64_t uid = 0;
-            plist_get_uid_val(node, &uid);
-            return decodeObject(uid, depth, out);
+        if (depth >= kMaxKeyedArchiveDepth) {
+            return fail("keyed archive nesting is deeper than " + std::to_string(kMaxKeyedArchiveDepth));
         }
-        case PLIST_ARRAY:
+        switch (node.type) {
+        case PlistObject::Type::Uid:
+            return decodeObject(node.uid, depth, out);
+        case PlistObject::Type::Array:
             if (!options_.decodeUnknownClassesAsDictionaries) {
                 return fail("unexpected array in place of an object reference");
             }
             return decodeInlineArray(node, depth, out);
-        case PLIST_DICT:
+        case PlistObject::Type::Dictionary:
             return fail("unexpected dictionary in place of an object reference");
-        default:
-            return decodeScalar(node, out);
+        case PlistObject::Type::Scalar:
+            out = node.scalar;
+            return true;
         }
+        return fail("unexpected property-list value");
     }
 
   private:
@@ -579,59 +709,11 @@ class Unarchiver {
         return true;
     }
 
-    bool decodeScalar(plist_t node, Value &out) {
-        switch (plist_get_node_type(node)) {
-        case PLIST_BOOLEAN: {
-            std::uint8_t flag = 0;
-            plist_get_bool_val(node, &flag);
-            out = Value(flag != 0);
-            return true;
-        }
-        case PLIST_UINT: {
-            std::uint64_t bits = 0;
-            plist_get_uint_val(node, &bits);
-            // Stored as the two's-complement bits of a signed 64-bit integer.
-            out = Value(static_cast<long long>(bits));
-            return true;
-        }
-        case PLIST_REAL: {
-            double real = 0;
-            plist_get_real_val(node, &real);
-            out = Value(real);
-            return true;
-        }
-        case PLIST_STRING:
-            out = Value(plistString(node));
-            return true;
-        case PLIST_DATA: {
-            std::uint64_t length = 0;
-            const char *bytes = plist_get_data_ptr(node, &length);
-            const auto *begin = reinterpret_cast<const std::uint8_t *>(bytes);
-            out = Value(Bytes(begin, begin + length));
-            return true;
-        }
-        case PLIST_DATE: {
-            std::int32_t seconds = 0;
-            std::int32_t microseconds = 0;
-            plist_get_date_val(node, &seconds, &microseconds);
-            constexpr double kMicrosecondsPerSecond = 1e6;
-            out = Value(Date{seconds + microseconds / kMicrosecondsPerSecond});
-            return true;
-        }
-        default:
-            return fail("unexpected property-list value in the archive");
-        }
-    }
-
-    bool decodeInlineArray(plist_t node, int depth, Value &out) {
-        if (depth >= kMaxKeyedArchiveDepth) {
-            return fail("keyed archive nesting is deeper than " + std::to_string(kMaxKeyedArchiveDepth));
-        }
+    bool decodeInlineArray(const PlistObject &node, int depth, Value &out) {
         Array array;
-        const std::uint32_t size = plist_array_get_size(node);
-        for (std::uint32_t i = 0; i < size; ++i) {
+        for (const std::uint32_t child : node.children) {
             Value item;
-            if (!decodeReference(plist_array_get_item(node, i), depth + 1, item)) {
+            if (!decodeReference(table_.at(child), depth + 1, item)) {
                 return false;
             }
             array.push_back(std::move(item));
@@ -645,61 +727,58 @@ class Unarchiver {
             out = Value();
             return true;
         }
-        if (uid >= count_) {
-            return fail("object reference " + std::to_string(uid) + " is out of range (" + std::to_string(count_) +
-                        " objects)");
-        }
-        if (depth >= kMaxKeyedArchiveDepth) {
-            return fail("keyed archive nesting is deeper than " + std::to_string(kMaxKeyedArchiveDepth));
+        if (uid >= objects_.children.size()) {
+            return fail("object reference " + std::to_string(uid) + " is out of range (" +
+                        std::to_string(objects_.children.size()) + " objects)");
         }
         const auto index = static_cast<std::size_t>(uid);
-        if (state_[index]) {
+        const PlistObject &object = table_.at(objects_.children[index]);
+        switch (object.type) {
+        case PlistObject::Type::Scalar:
+            out = object.scalar;
+            return true;
+        case PlistObject::Type::Dictionary:
+            break;
+        default:
+            return fail("object " + std::to_string(uid) + " is not an archived object");
+        }
+        if (active_[index]) {
             return fail("object " + std::to_string(uid) + " refers back to itself");
         }
-        plist_t object = plist_array_get_item(objects_, static_cast<std::uint32_t>(uid));
-        if (plist_get_node_type(object) != PLIST_DICT) {
-            if (plist_get_node_type(object) == PLIST_UID || plist_get_node_type(object) == PLIST_ARRAY) {
-                return fail("object " + std::to_string(uid) + " is not an archived object");
-            }
-            return decodeScalar(object, out);
-        }
-        state_[index] = true;
+        active_[index] = true;
         const bool decoded = decodeClassed(uid, object, depth, out);
-        state_[index] = false;
+        active_[index] = false;
         return decoded;
     }
 
-    bool classOf(std::uint64_t uid, plist_t object, ClassInfo &info) {
-        plist_t classReference = plist_dict_get_item(object, "$class");
-        if (classReference == nullptr || plist_get_node_type(classReference) != PLIST_UID) {
+    bool classOf(std::uint64_t uid, const PlistObject &object, ClassInfo &info) {
+        const PlistObject *reference = table_.member(object, "$class");
+        if (reference == nullptr || reference->type != PlistObject::Type::Uid) {
             return fail("object " + std::to_string(uid) + " has no class");
         }
-        std::uint64_t classUid = 0;
-        plist_get_uid_val(classReference, &classUid);
+        const std::uint64_t classUid = reference->uid;
         if (const auto cached = classes_.find(classUid); cached != classes_.end()) {
             info = cached->second;
             return true;
         }
-        if (classUid == 0 || classUid >= count_) {
+        if (classUid == 0 || classUid >= objects_.children.size()) {
             return fail("class reference " + std::to_string(classUid) + " is out of range");
         }
-        plist_t classObject = plist_array_get_item(objects_, static_cast<std::uint32_t>(classUid));
-        plist_t className =
-            plist_get_node_type(classObject) == PLIST_DICT ? plist_dict_get_item(classObject, "$classname") : nullptr;
-        if (className == nullptr || plist_get_node_type(className) != PLIST_STRING) {
+        const PlistObject &classObject = table_.at(objects_.children[static_cast<std::size_t>(classUid)]);
+        const PlistObject *className =
+            classObject.type == PlistObject::Type::Dictionary ? table_.member(classObject, "$classname") : nullptr;
+        if (className == nullptr || className->scalar.asString() == nullptr) {
             return fail("class object " + std::to_string(classUid) + " has no class name");
         }
-        info.name = std::string(plistString(className));
+        info.name = *className->scalar.asString();
         info.kind = kindOfClassName(info.name);
         // A subclass of a known collection is read as that collection.
-        plist_t hierarchy = plist_dict_get_item(classObject, "$classes");
-        if (info.kind == ArchivedKind::Unknown && hierarchy != nullptr &&
-            plist_get_node_type(hierarchy) == PLIST_ARRAY) {
-            const std::uint32_t size = plist_array_get_size(hierarchy);
-            for (std::uint32_t i = 0; i < size && info.kind == ArchivedKind::Unknown; ++i) {
-                plist_t name = plist_array_get_item(hierarchy, i);
-                if (plist_get_node_type(name) == PLIST_STRING) {
-                    info.kind = kindOfClassName(plistString(name));
+        const PlistObject *hierarchy = table_.member(classObject, "$classes");
+        if (info.kind == ArchivedKind::Unknown && hierarchy != nullptr && hierarchy->type == PlistObject::Type::Array) {
+            for (const std::uint32_t child : hierarchy->children) {
+                const Value &name = table_.at(child).scalar;
+                if (name.asString() != nullptr && info.kind == ArchivedKind::Unknown) {
+                    info.kind = kindOfClassName(*name.asString());
                 }
             }
         }
@@ -707,19 +786,18 @@ class Unarchiver {
         return true;
     }
 
-    bool decodeReferenceList(plist_t object, const char *key, int depth, std::vector<Value> &out) {
-        plist_t list = plist_dict_get_item(object, key);
+    bool decodeReferenceList(const PlistObject &object, const char *key, int depth, std::vector<Value> &out) {
+        const PlistObject *list = table_.member(object, key);
         if (list == nullptr) {
             return true;
         }
-        if (plist_get_node_type(list) != PLIST_ARRAY) {
+        if (list->type != PlistObject::Type::Array) {
             return fail(std::string(key) + " is not an array");
         }
-        const std::uint32_t size = plist_array_get_size(list);
-        out.reserve(size);
-        for (std::uint32_t i = 0; i < size; ++i) {
+        out.reserve(list->children.size());
+        for (const std::uint32_t child : list->children) {
             Value item;
-            if (!decodeReference(plist_array_get_item(list, i), depth + 1, item)) {
+            if (!decodeReference(table_.at(child), depth + 1, item)) {
                 return false;
             }
             out.push_back(std::move(item));
@@ -727,15 +805,15 @@ class Unarchiver {
         return true;
     }
 
-    bool decodeField(plist_t object, const char *key, int depth, Value &out) {
-        plist_t field = plist_dict_get_item(object, key);
+    bool decodeField(const PlistObject &object, const char *key, int depth, Value &out) {
+        const PlistObject *field = table_.member(object, key);
         if (field == nullptr) {
             return fail(std::string("archived object lacks ") + key);
         }
-        return decodeReference(field, depth + 1, out);
+        return decodeReference(*field, depth + 1, out);
     }
 
-    bool decodeClassed(std::uint64_t uid, plist_t object, int depth, Value &out) {
+    bool decodeClassed(std::uint64_t uid, const PlistObject &object, int depth, Value &out) {
         ClassInfo info;
         if (!classOf(uid, object, info)) {
             return false;
@@ -806,97 +884,81 @@ class Unarchiver {
         if (!options_.decodeUnknownClassesAsDictionaries) {
             return fail("unsupported archived class " + info.name);
         }
-        return decodeFieldsOf(info, object, depth, out);
-    }
-
-    bool decodeFieldsOf(const ClassInfo &info, plist_t object, int depth, Value &out) {
         Dictionary fields;
         fields.set(Value("$class"), Value(info.name));
-        plist_dict_iter iterator = nullptr;
-        plist_dict_new_iter(object, &iterator);
-        while (iterator != nullptr) {
-            char *key = nullptr;
-            plist_t field = nullptr;
-            plist_dict_next_item(object, iterator, &key, &field);
-            if (field == nullptr) {
-                std::free(key);
-                break;
+        for (std::size_t i = 0; i < object.keyCount; ++i) {
+            const std::string *name = table_.keyAt(object, i);
+            if (name == nullptr) {
+                return fail("object " + std::to_string(uid) + " has a key that is not a string");
             }
-            const std::string name = key == nullptr ? std::string() : std::string(key);
-            std::free(key);
-            if (name == "$class") {
+            if (*name == "$class") {
                 continue;
             }
             Value value;
-            if (!decodeReference(field, depth + 1, value)) {
-                std::free(iterator);
+            if (!decodeReference(table_.at(object.children[object.keyCount + i]), depth + 1, value)) {
                 return false;
             }
-            fields.set(Value(name), std::move(value));
+            fields.set(Value(*name), std::move(value));
         }
-        std::free(iterator);
         out = Value(std::move(fields));
         return true;
     }
 
-    plist_t objects_;
-    std::size_t count_;
+    const PlistTable &table_;
+    const PlistObject &objects_;
     KeyedArchiveReadOptions options_;
     std::size_t valueBudget_;
     std::size_t valuesDecoded_ = 0;
-    std::vector<bool> state_;
+    std::vector<bool> active_;
     std::unordered_map<std::uint64_t, ClassInfo> classes_;
     std::string error_;
 };
 
 struct OpenedArchive {
-    PlistOwner plist;
-    plist_t top = nullptr;
-    plist_t objects = nullptr;
+    PlistTable table;
+    const PlistObject *top = nullptr;
+    const PlistObject *objects = nullptr;
 };
 
 bool openArchive(std::string_view bytes, OpenedArchive &archive, std::string &error) {
-    archive.plist = parsePropertyList(bytes, error);
-    if (!archive.plist) {
+    if (!readPropertyList(bytes, archive.table, error)) {
         return false;
     }
-    plist_t root = archive.plist.get();
-    if (plist_get_node_type(root) != PLIST_DICT) {
+    const PlistTable &table = archive.table;
+    const PlistObject &root = table.at(table.top);
+    if (root.type != PlistObject::Type::Dictionary) {
         error = "not a keyed archive: the property list is not a dictionary";
         return false;
     }
-    plist_t archiver = plist_dict_get_item(root, "$archiver");
+    const PlistObject *archiver = table.member(root, "$archiver");
     if (archiver == nullptr) {
         error = "not a keyed archive: missing $archiver";
         return false;
     }
-    if (!isPlistString(archiver, kArchiverName)) {
+    if (!isString(archiver, kArchiverName)) {
         error = "not a keyed archive: unknown $archiver";
         return false;
     }
-    plist_t version = plist_dict_get_item(root, "$version");
-    if (version == nullptr || plist_get_node_type(version) != PLIST_UINT) {
+    const PlistObject *version = table.member(root, "$version");
+    if (version == nullptr || version->scalar.asInteger() == nullptr) {
         error = "not a keyed archive: missing $version";
         return false;
     }
-    std::uint64_t versionNumber = 0;
-    plist_get_uint_val(version, &versionNumber);
-    if (versionNumber != kArchiveVersion) {
-        error = "unsupported keyed-archive $version " + std::to_string(versionNumber);
+    if (*version->scalar.asInteger() != static_cast<std::int64_t>(kArchiveVersion)) {
+        error = "unsupported keyed-archive $version " + std::to_string(*version->scalar.asInteger());
         return false;
     }
-    archive.top = plist_dict_get_item(root, "$top");
-    if (archive.top == nullptr || plist_get_node_type(archive.top) != PLIST_DICT) {
+    archive.top = table.member(root, "$top");
+    if (archive.top == nullptr || archive.top->type != PlistObject::Type::Dictionary) {
         error = "not a keyed archive: missing $top";
         return false;
     }
-    archive.objects = plist_dict_get_item(root, "$objects");
-    if (archive.objects == nullptr || plist_get_node_type(archive.objects) != PLIST_ARRAY) {
+    archive.objects = table.member(root, "$objects");
+    if (archive.objects == nullptr || archive.objects->type != PlistObject::Type::Array) {
         error = "not a keyed archive: missing $objects";
         return false;
     }
-    if (plist_array_get_size(archive.objects) == 0 ||
-        !isPlistString(plist_array_get_item(archive.objects, 0), kNullObjectMarker)) {
+    if (archive.objects->children.empty() || !isString(&table.at(archive.objects->children[0]), kNullObjectMarker)) {
         error = "not a keyed archive: $objects does not start with $null";
         return false;
     }
@@ -911,7 +973,7 @@ KeyedArchiveDecoded failure(std::string error) {
 
 class Archiver {
   public:
-    Archiver() : objects_(plist_new_array()) { plist_array_append_item(objects_.get(), plist_new_string("$null")); }
+    Archiver() { objects_.emplace_back(plist_new_string(std::string(kNullObjectMarker).c_str())); }
 
     bool encode(const Value &value, int depth, std::uint64_t &uid) {
         if (depth >= kMaxKeyedArchiveDepth) {
@@ -959,7 +1021,11 @@ class Archiver {
         plist_t top = plist_new_dict();
         plist_dict_set_item(top, kKeyedArchiveRootKey, plist_new_uid(rootUid));
         plist_dict_set_item(root.get(), "$top", top);
-        plist_dict_set_item(root.get(), "$objects", objects_.release());
+        plist_t objects = plist_new_array();
+        for (PlistOwner &object : objects_) {
+            plist_array_append_item(objects, object.release());
+        }
+        plist_dict_set_item(root.get(), "$objects", objects);
         char *bytes = nullptr;
         std::uint32_t length = 0;
         plist_to_bin(root.get(), &bytes, &length);
@@ -980,15 +1046,13 @@ class Archiver {
     }
 
     std::uint64_t append(plist_t object) {
-        plist_array_append_item(objects_.get(), object);
-        return plist_array_get_size(objects_.get()) - 1;
+        objects_.emplace_back(object);
+        return objects_.size() - 1;
     }
 
     // The object is given its number before its contents, so a container precedes what it holds.
-    std::uint64_t reserve() { return append(plist_new_bool(0)); }
-    void fill(std::uint64_t uid, plist_t object) {
-        plist_array_set_item(objects_.get(), object, static_cast<std::uint32_t>(uid));
-    }
+    std::uint64_t reserve() { return append(nullptr); }
+    void fill(std::uint64_t uid, plist_t object) { objects_[static_cast<std::size_t>(uid)].reset(object); }
 
     bool encodeString(const std::string &text, std::uint64_t &uid) {
         if (text.find('\0') != std::string::npos) {
@@ -1078,7 +1142,7 @@ class Archiver {
         return true;
     }
 
-    PlistOwner objects_;
+    std::vector<PlistOwner> objects_;
     std::unordered_map<std::string, std::uint64_t> strings_;
     std::unordered_map<std::string, std::uint64_t> classes_;
     std::string error_;
@@ -1092,13 +1156,13 @@ KeyedArchiveDecoded decodeKeyedArchive(std::string_view bytes, const KeyedArchiv
     if (!openArchive(bytes, archive, error)) {
         return failure(std::move(error));
     }
-    plist_t root = plist_dict_get_item(archive.top, kKeyedArchiveRootKey);
+    const PlistObject *root = archive.table.member(*archive.top, kKeyedArchiveRootKey);
     if (root == nullptr) {
         return failure("keyed archive has no \"root\" object in $top");
     }
-    Unarchiver unarchiver(archive.objects, bytes.size(), options);
+    Unarchiver unarchiver(archive.table, *archive.objects, bytes.size(), options);
     Value value;
-    if (!unarchiver.decodeReference(root, 0, value)) {
+    if (!unarchiver.decodeReference(*root, 0, value)) {
         return failure(unarchiver.error());
     }
     return KeyedArchiveDecoded{std::move(value), {}};
@@ -1110,28 +1174,20 @@ KeyedArchiveDecoded decodeKeyedArchiveTop(std::string_view bytes, const KeyedArc
     if (!openArchive(bytes, archive, error)) {
         return failure(std::move(error));
     }
-    Unarchiver unarchiver(archive.objects, bytes.size(), options);
+    Unarchiver unarchiver(archive.table, *archive.objects, bytes.size(), options);
     Dictionary top;
-    plist_dict_iter iterator = nullptr;
-    plist_dict_new_iter(archive.top, &iterator);
-    while (iterator != nullptr) {
-        char *key = nullptr;
-        plist_t node = nullptr;
-        plist_dict_next_item(archive.top, iterator, &key, &node);
-        if (node == nullptr) {
-            std::free(key);
-            break;
+    const PlistObject &topObjects = *archive.top;
+    for (std::size_t i = 0; i < topObjects.keyCount; ++i) {
+        const std::string *name = archive.table.keyAt(topObjects, i);
+        if (name == nullptr) {
+            return failure("$top has a key that is not a string");
         }
-        const std::string name = key == nullptr ? std::string() : std::string(key);
-        std::free(key);
         Value value;
-        if (!unarchiver.decodeReference(node, 0, value)) {
-            std::free(iterator);
+        if (!unarchiver.decodeReference(archive.table.at(topObjects.children[topObjects.keyCount + i]), 0, value)) {
             return failure(unarchiver.error());
         }
-        top.set(Value(name), std::move(value));
+        top.set(Value(*name), std::move(value));
     }
-    std::free(iterator);
     return KeyedArchiveDecoded{Value(std::move(top)), {}};
 }
 

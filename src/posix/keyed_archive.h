@@ -11,7 +11,7 @@
 namespace qv::posix {
 
 // Limits that keep a hostile archive from exhausting the stack or memory.
-constexpr std::size_t kMaxKeyedArchiveBytes = 64U * 1024U * 1024U;
+constexpr std::size_t kMaxKeyedArchiveBytes = 8U * 1024U * 1024U;
 constexpr int kMaxKeyedArchiveDepth = 256;
 constexpr std::size_t kMaxKeyedArchiveValues = 4U * 1024U * 1024U;
 
