@@ -11,9 +11,9 @@
 namespace qv::posix {
 
 // Limits that keep a hostile archive from exhausting the stack or memory.
-constexpr std::size_t kMaxKeyedArchiveBytes = 8U * 1024U * 1024U;
+constexpr std::size_t kMaxKeyedArchiveBytes = std::size_t{8} * 1024U * 1024U;
 constexpr int kMaxKeyedArchiveDepth = 256;
-constexpr std::size_t kMaxKeyedArchiveValues = 4U * 1024U * 1024U;
+constexpr std::size_t kMaxKeyedArchiveValues = std::size_t{4} * 1024U * 1024U;
 
 // The top-level key under which an archive made for one root object keeps that object.
 constexpr const char *kKeyedArchiveRootKey = "root";

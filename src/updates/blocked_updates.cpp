@@ -137,11 +137,11 @@ bool BlockedUpdates::saveLocked(std::string *error) {
     return environment_.archiveFile->save(*path, Value(blocked_), error);
 }
 
-bool BlockedUpdates::blockedLocked(const Value &key, const Value *version) const {
-    if (key.isNull()) {
+bool BlockedUpdates::blockedLocked(const Value *key, const Value *version) const {
+    if (key == nullptr || key->isNull()) {
         return false;
     }
-    const Value *record = blocked_.find(key);
+    const Value *record = blocked_.find(*key);
     if (record == nullptr) {
         return false;
     }
@@ -160,8 +160,7 @@ bool BlockedUpdates::dictionaryBlockedLocked(const Value &updateDictionary) cons
     if (updateDictionary.asDictionary() == nullptr) {
         return false;
     }
-    const Value *bundleIdentifier = member(&updateDictionary, "bundleId");
-    const Value key = bundleIdentifier == nullptr ? Value() : *bundleIdentifier;
+    const Value *key = member(&updateDictionary, "bundleId");
     if (environment_.coreFoundationVersion >= kOffersCoreFoundationVersion) {
         const Value *offers = member(&updateDictionary, "offers");
         if (offers == nullptr || offers->asArray() == nullptr || offers->asArray()->empty()) {
@@ -180,7 +179,7 @@ bool BlockedUpdates::updateBlocked(const Value &updateDictionary) const {
 
 bool BlockedUpdates::updateBlocked(const StoreUpdateItem &item) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return blockedLocked(item.bundleIdentifier, &item.versionString);
+    return blockedLocked(&item.bundleIdentifier, &item.versionString);
 }
 
 void BlockedUpdates::unblockUpdate(const Value &key) {

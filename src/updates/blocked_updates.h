@@ -94,7 +94,7 @@ class BlockedUpdates {
   private:
     void reloadLocked();
     bool saveLocked(std::string *error);
-    bool blockedLocked(const Value &key, const Value *version) const;
+    bool blockedLocked(const Value *key, const Value *version) const;
     bool dictionaryBlockedLocked(const Value &updateDictionary) const;
 
     Environment environment_;
