@@ -88,6 +88,49 @@ void appendUtf8(std::string &out, std::uint32_t codePoint) {
     }
 }
 
+bool isValidUtf8(std::string_view text) {
+    constexpr unsigned kContinuationMask = 0xC0U;
+    constexpr unsigned kContinuation = 0x80U;
+    std::size_t i = 0;
+    while (i < text.size()) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        std::size_t length = 0;
+        std::uint32_t codePoint = 0;
+        if (lead < 0x80U) {
+            ++i;
+            continue;
+        }
+        if ((lead & 0xE0U) == 0xC0U) {
+            length = 2;
+            codePoint = lead & 0x1FU;
+        } else if ((lead & 0xF0U) == 0xE0U) {
+            length = 3;
+            codePoint = lead & 0x0FU;
+        } else if ((lead & 0xF8U) == 0xF0U) {
+            length = 4;
+            codePoint = lead & 0x07U;
+        } else {
+            return false;
+        }
+        if (text.size() - i < length) {
+            return false;
+        }
+        for (std::size_t j = 1; j < length; ++j) {
+            const auto next = static_cast<unsigned char>(text[i + j]);
+            if ((next & kContinuationMask) != kContinuation) {
+                return false;
+            }
+            codePoint = (codePoint << 6U) | (next & 0x3FU);
+        }
+        constexpr std::uint32_t kMinimum[] = {0, 0, 0x80, 0x800, 0x10000};
+        if (codePoint < kMinimum[length] || codePoint > 0x10FFFFU || (codePoint >= 0xD800U && codePoint < 0xE000U)) {
+            return false;
+        }
+        i += length;
+    }
+    return true;
+}
+
 // ---- binary property lists ----
 
 constexpr std::string_view kBinaryMagic = "bplist00";
@@ -338,9 +381,13 @@ class BinaryPlistReader {
             }
             if ((marker >> kMarkerTypeShift) == kBinaryData) {
                 object.scalar = Value(Bytes(data_ + position, data_ + position + count));
-            } else {
-                object.scalar = Value(std::string(reinterpret_cast<const char *>(data_ + position), count));
+                return true;
             }
+            if (std::any_of(data_ + position, data_ + position + count,
+                            [](unsigned char byte) { return byte >= 0x80U; })) {
+                return fail(error, "non-ASCII byte in an ASCII string", index);
+            }
+            object.scalar = Value(std::string(reinterpret_cast<const char *>(data_ + position), count));
             return true;
         case kBinaryUtf16:
             if (!readCount(info, position, count, index, error)) {
@@ -1057,6 +1104,9 @@ class Archiver {
     bool encodeString(const std::string &text, std::uint64_t &uid) {
         if (text.find('\0') != std::string::npos) {
             return fail("a string with an embedded NUL cannot be archived");
+        }
+        if (!isValidUtf8(text)) {
+            return fail("a string that is not valid UTF-8 cannot be archived");
         }
         if (const auto shared = strings_.find(text); shared != strings_.end()) {
             uid = shared->second;

@@ -438,6 +438,7 @@ INSTANTIATE_TEST_SUITE_P(
                         }
                         return xml;
                     }},
+        HostileCase{"NonAsciiByteInAsciiString", [] { return rawBinary({"\x51\x80"}); }},
         HostileCase{"HugeObjectCount",
                     [] {
                         std::string bytes = readBytes(kArchives + "onevalue.bin");
@@ -463,8 +464,10 @@ TEST(KeyedArchive, ModestSharingIsAccepted) {
     ASSERT_TRUE(decoded.ok()) << decoded.error;
 }
 
-TEST(KeyedArchive, StringsWithNulCannotBeWritten) {
-    EXPECT_FALSE(encodeKeyedArchive(Value(std::string("a\0b", 3))).ok());
+TEST(KeyedArchive, UnwritableStringsAreRefused) {
+    for (const std::string &text : {std::string("a\0b", 3), std::string("\xff"), std::string("\xed\xa0\x80")}) {
+        EXPECT_FALSE(encodeKeyedArchive(Value(text)).ok()) << text.size();
+    }
 }
 
 } // namespace
