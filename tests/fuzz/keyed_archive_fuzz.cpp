@@ -4,12 +4,13 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "core/json.h"
 #include "posix/keyed_archive.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view bytes(reinterpret_cast<const char *>(data), size);
     const qv::posix::KeyedArchiveReadOptions lenient{true};
-    const auto top = qv::posix::decodeKeyedArchiveTop(bytes, lenient);
+    (void)qv::posix::decodeKeyedArchiveTop(bytes, lenient);
     const auto root = qv::posix::decodeKeyedArchive(bytes);
     if (!root.ok()) {
         return 0;
@@ -18,15 +19,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     if (!encoded.ok()) {
         return 0; // e.g. a string with an embedded NUL, which the writer refuses
     }
-    // Compared as bytes, so that reals which never equal themselves (NaN) still count as preserved.
     const auto again = qv::posix::decodeKeyedArchive(*encoded.bytes);
     if (!again.ok()) {
         std::abort();
     }
-    const auto reencoded = qv::posix::encodeKeyedArchive(*again.value);
-    if (!reencoded.ok() || *reencoded.bytes != *encoded.bytes) {
+    // Reals that never equal themselves (NaN) still match in their JSON text.
+    if (!(*again.value == *root.value) && qv::toJson(*again.value) != qv::toJson(*root.value)) {
         std::abort();
     }
-    (void)top;
     return 0;
 }
