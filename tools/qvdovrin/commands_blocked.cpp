@@ -1,13 +1,228 @@
-// Blocked-updates commands: blocked list/add/remove/check/merge.
+// Blocked-updates commands: blocked list/add/remove/check/merge over a blocked-updates archive file.
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cstdint>
+#include <filesystem>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "core/json.h"
+#include "posix/archive_file_posix.h"
+#include "posix/file_io.h"
+#include "updates/blocked_updates.h"
+
 namespace qvdovrin {
 
+namespace {
+
+// A system whose update records keep their version inside their offers.
+constexpr double kDefaultCoreFoundationVersion = 1665.15;
+
+struct BlockedOptions {
+    std::string file;
+    std::string key;
+    std::string version;
+    bool all = false;
+    bool json = false;
+    std::string updatesFile;
+    double coreFoundationVersion = kDefaultCoreFoundationVersion;
+};
+
+// The store over one file, opened only after the file is known to be usable, so a corrupt file is never rewritten.
+class OpenedStore {
+  public:
+    OpenedStore(const std::string &path, bool createIfMissing, double coreFoundationVersion) {
+        std::error_code ignored;
+        const bool missing = !std::filesystem::exists(path, ignored);
+        if (!(missing && createIfMissing)) {
+            const qv::ArchiveLoad loaded = file_.load(path);
+            if (loaded.status != qv::ArchiveLoad::Status::Loaded) {
+                throw BadInput(loaded.error);
+            }
+            if (loaded.root.asDictionary() == nullptr) {
+                throw BadInput(path + ": the archive holds no dictionary of blocked updates");
+            }
+        }
+        store_ = std::make_unique<qv::BlockedUpdates>(qv::BlockedUpdates::Environment{
+            &file_, &notifier_, [path] { return std::optional<std::string>(path); }, coreFoundationVersion});
+    }
+
+    qv::BlockedUpdates &store() { return *store_; }
+
+    void save() {
+        std::string error;
+        if (!store_->saveBlockedUpdatesToDisk(&error)) {
+            throw BadInput(error);
+        }
+    }
+
+  private:
+    qv::posix::PosixArchiveFile file_;
+    qv::SilentNotifier notifier_;
+    std::unique_ptr<qv::BlockedUpdates> store_;
+};
+
+// All digits: a store item identifier (a 64-bit integer); anything else: a bundle identifier.
+qv::Value parseKey(const std::string &text) {
+    if (text.empty()) {
+        throw BadInput("KEY must not be empty");
+    }
+    if (text.find_first_not_of("0123456789") != std::string::npos) {
+        return qv::Value(text);
+    }
+    constexpr std::uint64_t kMaxIdentifier = std::numeric_limits<std::int64_t>::max();
+    constexpr std::uint64_t kDecimalBase = 10;
+    std::uint64_t identifier = 0;
+    for (const char digit : text) {
+        const auto value = static_cast<std::uint64_t>(digit - '0');
+        if (identifier > (kMaxIdentifier - value) / kDecimalBase) {
+            throw BadInput("store item identifier " + text + " does not fit in 64 bits");
+        }
+        identifier = identifier * kDecimalBase + value;
+    }
+    return qv::Value(static_cast<long long>(identifier));
+}
+
+qv::Value readJsonFile(const std::string &path) {
+    std::string error;
+    const auto text = qv::posix::readFile(path, &error);
+    if (!text) {
+        throw BadInput(error);
+    }
+    qv::JsonError jsonError;
+    auto value = qv::parseJson(*text, &jsonError);
+    if (!value) {
+        throw BadInput(path + ": " + jsonError.message);
+    }
+    return std::move(*value);
+}
+
+std::string keyText(const qv::Value &key) {
+    if (const auto *text = key.asString()) {
+        return *text;
+    }
+    if (const auto *integer = key.asInteger()) {
+        return std::to_string(*integer);
+    }
+    return qv::toJson(key);
+}
+
+void listRecords(const BlockedOptions &options, Io &io) {
+    OpenedStore opened(options.file, false, options.coreFoundationVersion);
+    const qv::Dictionary records = opened.store().snapshot();
+    qv::Array rows;
+    for (const auto &[key, record] : records) {
+        const qv::Dictionary *fields = record.asDictionary();
+        const qv::Value *version = fields ? fields->find(qv::Value(qv::kBlockedVersionKey)) : nullptr;
+        const qv::Value *all = fields ? fields->find(qv::Value(qv::kBlockedAllKey)) : nullptr;
+        const bool allUpdates = all != nullptr && all->truthy();
+        if (options.json) {
+            rows.push_back(qv::Value(qv::Dictionary{
+                {"key", key}, {"version", version ? *version : qv::Value()}, {"all", qv::Value(allUpdates)}}));
+            continue;
+        }
+        const std::string versionText =
+            version == nullptr ? "(none)" : (version->asString() ? *version->asString() : qv::toJson(*version));
+        io.out << keyText(key) << "  version: " << (versionText.empty() ? "\"\"" : versionText)
+               << "  all: " << (allUpdates ? "yes" : "no") << "\n";
+    }
+    if (options.json) {
+        io.out << qv::toJson(qv::Value(rows)) << "\n";
+    } else if (records.empty()) {
+        io.out << "no blocked updates\n";
+    }
+}
+
+void addRecord(const BlockedOptions &options, Io &io) {
+    const qv::Value key = parseKey(options.key);
+    OpenedStore opened(options.file, true, options.coreFoundationVersion);
+    opened.store().setRecord(key, qv::BlockedUpdates::makeRecord(options.version, options.all));
+    opened.save();
+    io.out << "blocked " << keyText(key) << (options.all ? " (all updates)" : " version \"" + options.version + "\"")
+           << "\n";
+}
+
+void removeRecord(const BlockedOptions &options, Io &io) {
+    const qv::Value key = parseKey(options.key);
+    OpenedStore opened(options.file, false, options.coreFoundationVersion);
+    const bool present = opened.store().snapshot().contains(key);
+    opened.store().unblockUpdate(key);
+    io.out << (present ? "unblocked " : "was not blocked: ") << keyText(key) << "\n";
+}
+
+void checkUpdate(const BlockedOptions &options, Io &io) {
+    const qv::Value update = readJsonFile(options.updatesFile);
+    if (update.asDictionary() == nullptr) {
+        throw BadInput(options.updatesFile + ": expected one update dictionary");
+    }
+    OpenedStore opened(options.file, false, options.coreFoundationVersion);
+    io.out << (opened.store().updateBlocked(update) ? "blocked" : "not blocked") << "\n";
+}
+
+void mergeUpdates(const BlockedOptions &options, Io &io) {
+    const qv::Value updates = readJsonFile(options.updatesFile);
+    if (updates.asArray() == nullptr) {
+        throw BadInput(options.updatesFile + ": expected an array of update dictionaries");
+    }
+    OpenedStore opened(options.file, false, options.coreFoundationVersion);
+    std::int64_t count = 0;
+    const auto kept = opened.store().mergeAvailableUpdates(updates.asArray()->items(), &count);
+    qv::Array keptUpdates;
+    for (const std::size_t position : kept) {
+        keptUpdates.push_back((*updates.asArray())[position]);
+    }
+    io.out << qv::toJson(qv::Value(qv::Dictionary{{"updates", qv::Value(keptUpdates)}, {"count", qv::Value(count)}}))
+           << "\n";
+}
+
+} // namespace
+
 void registerBlockedCommands(CLI::App &app, Io &io) {
-    (void)app;
-    (void)io;
+    auto options = std::make_shared<BlockedOptions>();
+    CLI::App *blocked = app.add_subcommand("blocked", "Read and change a blocked-updates file (a keyed archive)");
+    blocked->require_subcommand(1);
+
+    CLI::App *list = blocked->add_subcommand("list", "Show the blocked updates: key, version, all");
+    list->add_option("FILE", options->file, "blocked-updates file")->required();
+    list->add_flag("--json", options->json, "print the records as JSON");
+    list->callback([options, &io] { listRecords(*options, io); });
+
+    CLI::App *add = blocked->add_subcommand("add", "Block one version or all updates of an app (creates FILE)");
+    add->add_option("FILE", options->file, "blocked-updates file")->required();
+    add->add_option("KEY", options->key, "store item identifier (digits) or bundle identifier")->required();
+    CLI::Option *version = add->add_option("--version", options->version, "the version to block");
+    CLI::Option *all = add->add_flag("--all", options->all, "block every future update");
+    version->excludes(all);
+    add->callback([options, &io] { addRecord(*options, io); });
+
+    CLI::App *remove = blocked->add_subcommand("remove", "Unblock an app");
+    remove->add_option("FILE", options->file, "blocked-updates file")->required();
+    remove->add_option("KEY", options->key, "store item identifier (digits) or bundle identifier")->required();
+    remove->callback([options, &io] { removeRecord(*options, io); });
+
+    CLI::App *check = blocked->add_subcommand("check", "Say whether one update dictionary is blocked");
+    check->add_option("FILE", options->file, "blocked-updates file")->required();
+    check->add_option("UPDATE", options->updatesFile, "JSON file holding one update dictionary")->required();
+    check
+        ->add_option("--cf-version", options->coreFoundationVersion,
+                     "CoreFoundation version of the system the update comes from")
+        ->capture_default_str();
+    check->callback([options, &io] { checkUpdate(*options, io); });
+
+    CLI::App *merge = blocked->add_subcommand("merge", "Drop the blocked updates from an array of update dictionaries");
+    merge->add_option("FILE", options->file, "blocked-updates file")->required();
+    merge->add_option("UPDATES", options->updatesFile, "JSON file holding an array of update dictionaries")->required();
+    merge
+        ->add_option("--cf-version", options->coreFoundationVersion,
+                     "CoreFoundation version of the system the updates come from")
+        ->capture_default_str();
+    merge->callback([options, &io] { mergeUpdates(*options, io); });
 }
 
 } // namespace qvdovrin

@@ -1,0 +1,33 @@
+// Reads a keyed archive from a file, and writes one to a temporary file that then replaces the old one.
+#include "posix/archive_file_posix.h"
+
+#include "posix/file_io.h"
+#include "posix/keyed_archive.h"
+
+namespace qv::posix {
+
+ArchiveLoad PosixArchiveFile::load(const std::string &path) {
+    std::string error;
+    const auto bytes = readFile(path, &error);
+    if (!bytes) {
+        return {ArchiveLoad::Status::Unreadable, Value(), error};
+    }
+    auto decoded = decodeKeyedArchive(*bytes);
+    if (!decoded.ok()) {
+        return {ArchiveLoad::Status::Undecodable, Value(), path + ": " + decoded.error};
+    }
+    return {ArchiveLoad::Status::Loaded, std::move(*decoded.value), {}};
+}
+
+bool PosixArchiveFile::save(const std::string &path, const Value &root, std::string *error) {
+    const auto encoded = encodeKeyedArchive(root);
+    if (!encoded.ok()) {
+        if (error != nullptr) {
+            *error = "cannot archive for " + path + ": " + encoded.error;
+        }
+        return false;
+    }
+    return writeFileAtomically(path, *encoded.bytes, error);
+}
+
+} // namespace qv::posix

@@ -1,0 +1,261 @@
+// The blocked-updates store: file reload and save, the decision rule, unblocking and the update filters.
+#include "updates/blocked_updates.h"
+
+#include <utility>
+
+namespace qv {
+
+namespace {
+
+std::mutex &sharedSetupMutex() {
+    static std::mutex mutex;
+    return mutex;
+}
+
+struct SharedSetup {
+    BlockedUpdates::Environment environment;
+    bool created = false;
+};
+
+SharedSetup &sharedSetup() {
+    static SharedSetup setup;
+    return setup;
+}
+
+BlockedUpdates::Environment takeSharedEnvironment() {
+    std::lock_guard<std::mutex> lock(sharedSetupMutex());
+    sharedSetup().created = true;
+    return sharedSetup().environment;
+}
+
+Dictionary emptyRecords() {
+    Dictionary records;
+    records.setMutable(true);
+    return records;
+}
+
+const Value *member(const Value *container, const char *key) {
+    if (container == nullptr || container->asDictionary() == nullptr) {
+        return nullptr;
+    }
+    return container->asDictionary()->find(Value(key));
+}
+
+} // namespace
+
+BlockedUpdates::BlockedUpdates(Environment environment)
+    : environment_(std::move(environment)), blocked_(emptyRecords()) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reloadLocked();
+}
+
+bool BlockedUpdates::configureShared(Environment environment) {
+    std::lock_guard<std::mutex> lock(sharedSetupMutex());
+    if (sharedSetup().created) {
+        return false;
+    }
+    sharedSetup().environment = std::move(environment);
+    return true;
+}
+
+BlockedUpdates &BlockedUpdates::shared() {
+    static BlockedUpdates instance(takeSharedEnvironment());
+    return instance;
+}
+
+std::function<std::optional<std::string>()> BlockedUpdates::fileInContainer(const AppStoreContainer &container) {
+    return [&container]() -> std::optional<std::string> {
+        auto directory = container.dataContainerDirectory();
+        if (!directory || directory->empty()) {
+            return std::nullopt;
+        }
+        if (directory->back() != '/') {
+            directory->push_back('/');
+        }
+        return *directory + kBlockedUpdatesRelativePath;
+    };
+}
+
+Value BlockedUpdates::makeRecord(const std::string &version, bool allUpdates) {
+    return Value(Dictionary{{kBlockedVersionKey, Value(version)}, {kBlockedAllKey, Value(allUpdates)}});
+}
+
+Dictionary BlockedUpdates::snapshot() const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return blocked_;
+}
+
+void BlockedUpdates::setRecord(Value key, Value record) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    blocked_.set(std::move(key), std::move(record));
+}
+
+void BlockedUpdates::reloadBlockedUpdatesDict() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reloadLocked();
+}
+
+void BlockedUpdates::reloadLocked() {
+    if (environment_.archiveFile == nullptr || !environment_.filePath) {
+        return;
+    }
+    const auto path = environment_.filePath();
+    if (!path) {
+        return;
+    }
+    ArchiveLoad loaded = environment_.archiveFile->load(*path);
+    switch (loaded.status) {
+    case ArchiveLoad::Status::Unreadable:
+        return; // a running process keeps what it has when the file goes away
+    case ArchiveLoad::Status::Undecodable:
+        blocked_ = emptyRecords();
+        return;
+    case ArchiveLoad::Status::Loaded:
+        if (Dictionary *records = loaded.root.asDictionary()) {
+            blocked_ = std::move(*records);
+            blocked_.setMutable(true);
+        } else {
+            blocked_ = emptyRecords();
+        }
+        return;
+    }
+}
+
+bool BlockedUpdates::saveBlockedUpdatesToDisk(std::string *error) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return saveLocked(error);
+}
+
+bool BlockedUpdates::saveLocked(std::string *error) {
+    const auto path = environment_.filePath ? environment_.filePath() : std::nullopt;
+    if (environment_.archiveFile == nullptr || !path) {
+        if (error != nullptr) {
+            *error = "the App Store app's data container is unknown";
+        }
+        return false;
+    }
+    return environment_.archiveFile->save(*path, Value(blocked_), error);
+}
+
+bool BlockedUpdates::blockedLocked(const Value *key, const Value *version) const {
+    if (key == nullptr || key->isNull()) {
+        return false;
+    }
+    const Value *record = blocked_.find(*key);
+    if (record == nullptr) {
+        return false;
+    }
+    if (const Value *all = member(record, kBlockedAllKey); all != nullptr && all->truthy()) {
+        return true;
+    }
+    const Value *recordVersion = member(record, kBlockedVersionKey);
+    if (recordVersion == nullptr || recordVersion->asString() == nullptr || version == nullptr ||
+        version->asString() == nullptr) {
+        return false;
+    }
+    return *recordVersion->asString() == *version->asString();
+}
+
+bool BlockedUpdates::dictionaryBlockedLocked(const Value &updateDictionary) const {
+    if (updateDictionary.asDictionary() == nullptr) {
+        return false;
+    }
+    const Value *key = member(&updateDictionary, "bundleId");
+    if (environment_.coreFoundationVersion >= kOffersCoreFoundationVersion) {
+        const Value *offers = member(&updateDictionary, "offers");
+        if (offers == nullptr || offers->asArray() == nullptr || offers->asArray()->empty()) {
+            return false;
+        }
+        const Value &firstOffer = (*offers->asArray())[0];
+        return blockedLocked(key, member(member(&firstOffer, "version"), "display"));
+    }
+    return blockedLocked(key, member(&updateDictionary, "version"));
+}
+
+bool BlockedUpdates::updateBlocked(const Value &updateDictionary) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return dictionaryBlockedLocked(updateDictionary);
+}
+
+bool BlockedUpdates::updateBlocked(const StoreUpdateItem &item) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return blockedLocked(&item.bundleIdentifier, &item.versionString);
+}
+
+void BlockedUpdates::unblockUpdate(const Value &key) {
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        blocked_.erase(key);
+        saveLocked(nullptr);
+    }
+    if (environment_.notifier != nullptr) {
+        environment_.notifier->postSystemWide(kBlockedUpdatesDaemonReloadNotification);
+    }
+}
+
+void BlockedUpdates::unblockUpdate(const Value &key, bool notify) {
+    unblockUpdate(key);
+    if (notify && environment_.notifier != nullptr) {
+        environment_.notifier->postLocal(kReloadUpdatesNotification);
+    }
+}
+
+std::vector<std::size_t> BlockedUpdates::mergeAvailableUpdates(const std::vector<Value> &updateDictionaries,
+                                                               std::int64_t *availableCount) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reloadLocked();
+    std::vector<std::size_t> kept;
+    kept.reserve(updateDictionaries.size());
+    for (std::size_t position = 0; position < updateDictionaries.size(); ++position) {
+        if (!dictionaryBlockedLocked(updateDictionaries[position])) {
+            kept.push_back(position);
+        }
+    }
+    if (availableCount != nullptr) {
+        *availableCount = static_cast<std::int64_t>(kept.size());
+    }
+    return kept;
+}
+
+std::vector<std::size_t> BlockedUpdates::filteredCandidates(const std::vector<Value> &itemIdentifiers) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reloadLocked();
+    std::vector<std::size_t> kept;
+    for (std::size_t position = 0; position < itemIdentifiers.size(); ++position) {
+        const Value &identifier = itemIdentifiers[position];
+        if (identifier.isNull() || !blocked_.contains(identifier)) {
+            kept.push_back(position);
+        }
+    }
+    return kept;
+}
+
+std::vector<std::size_t>
+BlockedUpdates::filteredASDSoftwareUpdates(const std::vector<std::int64_t> &storeItemIdentifiers) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    reloadLocked();
+    std::vector<std::size_t> kept;
+    for (std::size_t position = 0; position < storeItemIdentifiers.size(); ++position) {
+        if (!blocked_.contains(Value(static_cast<long long>(storeItemIdentifiers[position])))) {
+            kept.push_back(position);
+        }
+    }
+    return kept;
+}
+
+bool sectionHidesBlockedUpdates(const std::optional<std::string> &sectionTitle, const UpdatesSectionTitles &titles) {
+    return sectionTitle && (*sectionTitle == titles.availableUpdates || *sectionTitle == titles.pendingUpdates);
+}
+
+std::vector<std::size_t> unblockedSectionItems(const std::vector<StoreUpdateItem> &items, const BlockedUpdates &store) {
+    std::vector<std::size_t> kept;
+    kept.reserve(items.size());
+    for (std::size_t position = 0; position < items.size(); ++position) {
+        if (!store.updateBlocked(items[position])) {
+            kept.push_back(position);
+        }
+    }
+    return kept;
+}
+
+} // namespace qv

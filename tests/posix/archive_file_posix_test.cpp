@@ -1,0 +1,116 @@
+// The file adapter for archives: load outcomes, and crash safety of the whole-file write under SIGKILL.
+#include "posix/archive_file_posix.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace {
+
+using qv::ArchiveLoad;
+using qv::Dictionary;
+using qv::Value;
+
+class TemporaryDirectory {
+  public:
+    TemporaryDirectory() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "qv-archive-XXXXXX").string();
+        path_ = ::mkdtemp(pattern.data());
+    }
+    ~TemporaryDirectory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    TemporaryDirectory(const TemporaryDirectory &) = delete;
+    TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
+    std::string file(const std::string &name) const { return path_ + "/" + name; }
+
+  private:
+    std::string path_;
+};
+
+void writeRaw(const std::string &path, const std::string &bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+// A table of `count` records, all carrying `version`, so that each generation of the file is recognisable.
+Value table(int count, const std::string &version) {
+    Dictionary records;
+    records.setMutable(true);
+    for (int key = 0; key < count; ++key) {
+        records.set(Value(1000000 + key), Value(Dictionary{{"version", Value(version)}, {"all", false}}));
+    }
+    return Value(records);
+}
+
+struct LoadCase {
+    std::string name;
+    std::optional<std::string> content; // nothing: no file at all
+    ArchiveLoad::Status status;
+};
+
+class PosixArchiveLoad : public testing::TestWithParam<LoadCase> {};
+
+TEST_P(PosixArchiveLoad, TellsMissingFromUndecodable) {
+    TemporaryDirectory directory;
+    const std::string path = directory.file("blocked.plist");
+    if (GetParam().content) {
+        writeRaw(path, *GetParam().content);
+    }
+    EXPECT_EQ(qv::posix::PosixArchiveFile().load(path).status, GetParam().status);
+}
+
+INSTANTIATE_TEST_SUITE_P(ArchiveFile, PosixArchiveLoad,
+                         testing::Values(LoadCase{"Missing", std::nullopt, ArchiveLoad::Status::Unreadable},
+                                         LoadCase{"Empty", std::string(), ArchiveLoad::Status::Undecodable},
+                                         LoadCase{"Garbage", std::string("garbage"), ArchiveLoad::Status::Undecodable}),
+                         [](const auto &info) { return info.param.name; });
+
+TEST(ArchiveFile, SavedValueLoadsBackWithItsMutability) {
+    TemporaryDirectory directory;
+    const std::string path = directory.file("blocked.plist");
+    qv::posix::PosixArchiveFile file;
+    ASSERT_TRUE(file.save(path, table(3, "1.0")));
+    const ArchiveLoad loaded = file.load(path);
+    ASSERT_EQ(loaded.status, ArchiveLoad::Status::Loaded) << loaded.error;
+    EXPECT_EQ(loaded.root, table(3, "1.0"));
+    EXPECT_TRUE(loaded.root.asDictionary()->isMutable());
+}
+
+// A child rewrites the file in a loop, alternating two generations, and is killed at a random moment. Whatever the
+// moment, the file must hold one complete generation.
+TEST(ArchiveFile, KilledWriterLeavesTheOldOrTheNewCompleteArchive) {
+    TemporaryDirectory directory;
+    const std::string path = directory.file("blocked.plist");
+    const Value generations[] = {table(1500, "old"), table(1500, "new")};
+    qv::posix::PosixArchiveFile file;
+    ASSERT_TRUE(file.save(path, generations[0]));
+    std::mt19937 random(20261123);
+    constexpr int kRounds = 20;
+    for (int round = 0; round < kRounds; ++round) {
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            for (int write = 0; write < 100000; ++write) {
+                file.save(path, generations[write % 2]);
+            }
+            ::_exit(0);
+        }
+        ::usleep(std::uniform_int_distribution<useconds_t>(1000, 40000)(random));
+        ::kill(child, SIGKILL);
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        const ArchiveLoad loaded = file.load(path);
+        ASSERT_EQ(loaded.status, ArchiveLoad::Status::Loaded) << "round " << round << ": " << loaded.error;
+        EXPECT_TRUE(loaded.root == generations[0] || loaded.root == generations[1]) << "round " << round;
+    }
+}
+
+} // namespace

@@ -1,0 +1,146 @@
+// qvdovrin blocked: exit codes and output of each subcommand, and corrupt files left untouched.
+#include "commands.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+struct Outcome {
+    int exitCode;
+    std::string out;
+    std::string err;
+};
+
+class BlockedCommands : public testing::Test {
+  protected:
+    void SetUp() override {
+        std::string pattern = (std::filesystem::temp_directory_path() / "qv-blocked-XXXXXX").string();
+        directory_ = ::mkdtemp(pattern.data());
+    }
+    void TearDown() override {
+        std::error_code ignored;
+        std::filesystem::remove_all(directory_, ignored);
+    }
+
+    std::string path(const std::string &name) const { return directory_ + "/" + name; }
+
+    void write(const std::string &name, const std::string &text) const {
+        std::ofstream(path(name), std::ios::binary) << text;
+    }
+
+    std::string read(const std::string &name) const {
+        std::ifstream in(path(name), std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+    }
+
+    // Runs qvdovrin with the arguments; "@name" stands for a file in the test's directory.
+    Outcome run(std::vector<std::string> arguments) const {
+        std::vector<const char *> argv{"qvdovrin"};
+        for (std::string &argument : arguments) {
+            if (!argument.empty() && argument[0] == '@') {
+                argument = path(argument.substr(1));
+            }
+        }
+        for (const std::string &argument : arguments) {
+            argv.push_back(argument.c_str());
+        }
+        std::ostringstream out;
+        std::ostringstream err;
+        qvdovrin::Io io{out, err};
+        const int code = qvdovrin::run(static_cast<int>(argv.size()), argv.data(), io);
+        return {code, out.str(), err.str()};
+    }
+
+  private:
+    std::string directory_;
+};
+
+TEST_F(BlockedCommands, AddListCheckMergeRemove) {
+    write("modern.json", R"({"bundleId":"com.a","offers":[{"version":{"display":"2.0"}}]})");
+    write("legacy.json", R"({"bundleId":"com.a","version":"2.0"})");
+    write("updates.json", R"([{"bundleId":"com.a","offers":[{"version":{"display":"2.0"}}]},
+                              {"bundleId":"com.b","offers":[{"version":{"display":"1"}}]}])");
+    struct Step {
+        std::vector<std::string> arguments;
+        int exitCode;
+        std::string out;
+    };
+    const std::vector<Step> steps = {
+        {{"blocked", "add", "@b.plist", "284882215", "--version", "1.2"}, 0, "blocked 284882215 version \"1.2\"\n"},
+        {{"blocked", "add", "@b.plist", "com.a", "--version", "2.0"}, 0, "blocked com.a version \"2.0\"\n"},
+        {{"blocked", "list", "@b.plist"}, 0, "284882215  version: 1.2  all: no\ncom.a  version: 2.0  all: no\n"},
+        {{"blocked", "list", "@b.plist", "--json"},
+         0,
+         R"([{"key":284882215,"version":"1.2","all":false},{"key":"com.a","version":"2.0","all":false}])"
+         "\n"},
+        {{"blocked", "check", "@b.plist", "@modern.json"}, 0, "blocked\n"},
+        {{"blocked", "check", "@b.plist", "@legacy.json"}, 0, "not blocked\n"},
+        {{"blocked", "check", "@b.plist", "@legacy.json", "--cf-version", "1140"}, 0, "blocked\n"},
+        {{"blocked", "merge", "@b.plist", "@updates.json"},
+         0,
+         R"({"updates":[{"bundleId":"com.b","offers":[{"version":{"display":"1"}}]}],"count":1})"
+         "\n"},
+        {{"blocked", "remove", "@b.plist", "com.a"}, 0, "unblocked com.a\n"},
+        {{"blocked", "check", "@b.plist", "@modern.json"}, 0, "not blocked\n"},
+        {{"blocked", "add", "@b.plist", "com.a", "--all"}, 0, "blocked com.a (all updates)\n"},
+        {{"blocked", "check", "@b.plist", "@modern.json"}, 0, "blocked\n"},
+    };
+    for (const Step &step : steps) {
+        const Outcome outcome = run(step.arguments);
+        EXPECT_EQ(outcome.exitCode, step.exitCode) << step.arguments[1] << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, step.out) << step.arguments[1];
+    }
+}
+
+TEST_F(BlockedCommands, BadInputExitsOneWithOneLine) {
+    write("b.plist", "");
+    ASSERT_EQ(run({"blocked", "add", "@b.plist", "com.a", "--all"}).exitCode, 1); // empty file: not an archive
+    ASSERT_EQ(run({"blocked", "add", "@ok.plist", "com.a", "--all"}).exitCode, 0);
+    write("array.json", "[]");
+    write("broken.json", "{");
+    const std::vector<std::vector<std::string>> cases = {
+        {"blocked", "list", "@missing.plist"},
+        {"blocked", "add", "@ok.plist", "99999999999999999999", "--all"},
+        {"blocked", "add", "@ok.plist", ""},
+        {"blocked", "add", "@no-such-dir/b.plist", "com.a"},
+        {"blocked", "check", "@ok.plist", "@array.json"},
+        {"blocked", "check", "@ok.plist", "@broken.json"},
+        {"blocked", "check", "@ok.plist", "@missing.json"},
+        {"blocked", "merge", "@ok.plist", "@broken.json"},
+    };
+    for (const auto &arguments : cases) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 1) << arguments[1] << " " << arguments[3];
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+    }
+    EXPECT_EQ(run({"blocked", "add", "@ok.plist", "com.a", "--all", "--version", "1"}).exitCode, 2);
+}
+
+TEST_F(BlockedCommands, CorruptFileIsReportedAndLeftUntouched) {
+    write("modern.json", R"({"bundleId":"com.a","offers":[]})");
+    write("updates.json", "[]");
+    const std::string corrupt = "bplist00 this is not a finished archive";
+    const std::vector<std::vector<std::string>> cases = {
+        {"blocked", "list", "@b.plist"},
+        {"blocked", "add", "@b.plist", "com.a", "--all"},
+        {"blocked", "remove", "@b.plist", "com.a"},
+        {"blocked", "check", "@b.plist", "@modern.json"},
+        {"blocked", "merge", "@b.plist", "@updates.json"},
+    };
+    for (const auto &arguments : cases) {
+        write("b.plist", corrupt);
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 1) << arguments[1];
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_EQ(read("b.plist"), corrupt) << arguments[1];
+    }
+}
+
+} // namespace
