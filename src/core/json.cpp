@@ -1,6 +1,8 @@
 // A small strict JSON reader and writer over qv::Value (no dependency, so the phone build can use it too).
 #include "core/json.h"
 
+#include "core/utf8.h"
+
 #include <cerrno>
 #include <cmath>
 #include <cstdio>
@@ -148,24 +150,6 @@ class Parser {
             }
         }
         return true;
-    }
-
-    static void appendUtf8(std::string &out, unsigned codePoint) {
-        if (codePoint < 0x80) {
-            out += static_cast<char>(codePoint);
-        } else if (codePoint < 0x800) {
-            out += static_cast<char>(0xC0 | (codePoint >> 6U));
-            out += static_cast<char>(0x80 | (codePoint & 0x3FU));
-        } else if (codePoint < 0x10000) {
-            out += static_cast<char>(0xE0 | (codePoint >> 12U));
-            out += static_cast<char>(0x80 | ((codePoint >> 6U) & 0x3FU));
-            out += static_cast<char>(0x80 | (codePoint & 0x3FU));
-        } else {
-            out += static_cast<char>(0xF0 | (codePoint >> 18U));
-            out += static_cast<char>(0x80 | ((codePoint >> 12U) & 0x3FU));
-            out += static_cast<char>(0x80 | ((codePoint >> 6U) & 0x3FU));
-            out += static_cast<char>(0x80 | (codePoint & 0x3FU));
-        }
     }
 
     bool parseString(std::string &out) {

@@ -43,6 +43,24 @@ void expandTemplate(std::string &out, std::string_view subject, const RegexMatch
 
 } // namespace
 
+std::optional<RegexMatch> Regex::firstMatch(std::string_view subject) const {
+    std::optional<RegexMatch> first;
+    scan(subject, [&](RegexMatch match) {
+        first = std::move(match);
+        return false;
+    });
+    return first;
+}
+
+std::vector<RegexMatch> Regex::allMatches(std::string_view subject) const {
+    std::vector<RegexMatch> matches;
+    scan(subject, [&](RegexMatch match) {
+        matches.push_back(std::move(match));
+        return true;
+    });
+    return matches;
+}
+
 std::string Regex::replaceAll(std::string_view subject, std::string_view replacementTemplate) const {
     std::string out;
     out.reserve(subject.size() + replacementTemplate.size());

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -34,12 +35,17 @@ class Regex {
     virtual ~Regex() = default;
 
     virtual std::size_t groupCount() const = 0;
-    virtual std::optional<RegexMatch> firstMatch(std::string_view subject) const = 0;
-    virtual std::vector<RegexMatch> allMatches(std::string_view subject) const = 0;
+    std::optional<RegexMatch> firstMatch(std::string_view subject) const;
+    std::vector<RegexMatch> allMatches(std::string_view subject) const;
 
     // Replaces every match by the template: "$n" is capture group n (empty text when that group does not exist
     // or did not take part), a backslash makes the next character literal.
     std::string replaceAll(std::string_view subject, std::string_view replacementTemplate) const;
+
+  protected:
+    // The engine's one job: hand each match, in order, to visit until visit returns false.
+    using MatchVisitor = std::function<bool(RegexMatch)>;
+    virtual void scan(std::string_view subject, const MatchVisitor &visit) const = 0;
 };
 
 } // namespace qv

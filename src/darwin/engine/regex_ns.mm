@@ -13,26 +13,8 @@ class NsRegex final : public Regex {
 
     std::size_t groupCount() const override { return expression_.numberOfCaptureGroups; }
 
-    std::optional<RegexMatch> firstMatch(std::string_view subject) const override {
-        std::optional<RegexMatch> first;
-        scan(subject, [&](RegexMatch match) {
-            first = std::move(match);
-            return false;
-        });
-        return first;
-    }
-
-    std::vector<RegexMatch> allMatches(std::string_view subject) const override {
-        std::vector<RegexMatch> matches;
-        scan(subject, [&](RegexMatch match) {
-            matches.push_back(std::move(match));
-            return true;
-        });
-        return matches;
-    }
-
   private:
-    template <class Visit> void scan(std::string_view subject, Visit &&visit) const {
+    void scan(std::string_view subject, const MatchVisitor &visit) const override {
         @autoreleasepool {
             const Utf16Text text(subject);
             NSString *string = [NSString stringWithCharacters:reinterpret_cast<const unichar *>(text.units().data())

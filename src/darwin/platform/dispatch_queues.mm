@@ -35,9 +35,13 @@ DispatchQueues::DispatchQueues()
 
 DispatchQueues::~DispatchQueues() = default;
 
-Queue &DispatchQueues::main() { return *main_; }
+Queue &DispatchQueues::main() {
+    return *main_;
+}
 
-Queue &DispatchQueues::global() { return *global_; }
+Queue &DispatchQueues::global() {
+    return *global_;
+}
 
 std::unique_ptr<Queue> DispatchQueues::makeSerial(const std::string &label) {
     return std::make_unique<DispatchQueue>(dispatch_queue_create(label.c_str(), DISPATCH_QUEUE_SERIAL));

@@ -145,24 +145,6 @@ class IcuRegex final : public Regex {
 
     std::size_t groupCount() const override { return groupCount_; }
 
-    std::optional<RegexMatch> firstMatch(std::string_view subject) const override {
-        std::optional<RegexMatch> first;
-        scan(subject, [&](RegexMatch match) {
-            first = std::move(match);
-            return false;
-        });
-        return first;
-    }
-
-    std::vector<RegexMatch> allMatches(std::string_view subject) const override {
-        std::vector<RegexMatch> matches;
-        scan(subject, [&](RegexMatch match) {
-            matches.push_back(std::move(match));
-            return true;
-        });
-        return matches;
-    }
-
   private:
     // Making a matcher allocates its whole state, which costs more than a short search; one spare matcher is kept
     // and lent to whichever thread comes first, others make their own. Lock-free, so a const Regex stays safe to
@@ -196,7 +178,7 @@ class IcuRegex final : public Regex {
         icu::RegexMatcher *matcher_ = nullptr;
     };
 
-    template <class Visit> void scan(std::string_view subject, Visit &&visit) const {
+    void scan(std::string_view subject, const MatchVisitor &visit) const override {
         if (subject.size() > kMaxSubjectLength) {
             return;
         }
