@@ -3,7 +3,7 @@
 set -euo pipefail
 mode=check
 [ "${1:-}" = "--fix" ] && mode=fix
-mapfile -t files < <(git ls-files '*.cpp' '*.h' '*.hpp' '*.mm' | grep -v '^third_party/')
+mapfile -t files < <(git ls-files --cached --others --exclude-standard '*.cpp' '*.h' '*.hpp' '*.mm' | grep -v '^third_party/')
 [ ${#files[@]} -eq 0 ] && exit 0
 if [ "$mode" = fix ]; then
   clang-format -i "${files[@]}"
