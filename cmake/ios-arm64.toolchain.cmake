@@ -3,7 +3,11 @@
 # The SDK is found by IOS_SDK, else $SDKROOT, else $THEOS/sdks, else ~/theos/sdks.
 set(CMAKE_SYSTEM_NAME iOS)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
-set(CMAKE_OSX_ARCHITECTURES arm64)
+# arm64 only by default: the open-source linker cannot sign arm64e. A build with Apple's linker may pass
+# -DCMAKE_OSX_ARCHITECTURES="arm64;arm64e".
+if(NOT CMAKE_OSX_ARCHITECTURES)
+  set(CMAKE_OSX_ARCHITECTURES arm64)
+endif()
 if(NOT CMAKE_OSX_DEPLOYMENT_TARGET)
   set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0)
 endif()
