@@ -14,6 +14,7 @@ const HookBodies &hookBodies() {
         bindPurchasePipelineBodies(all);
         bindResourceBodies(all);
         bindAnalyticsBodies(all);
+        bindUpdateFilterBodies(all);
         return all;
     }();
     return bodies;
