@@ -83,9 +83,9 @@ constexpr std::array kRows{
     HookRow{59, Updates, UpdatesTable, "ASUpdatesViewController", PlainName, "reloadTableViewData", AddInstanceMethod, "v@:", AllProcesses, "updatesReloadTableViewData", Pending},
     HookRow{60, Updates, UpdatesTable, "ASUpdatesViewController", PlainName, "refreshHiddenItems", AddInstanceMethod, "v@:", AllProcesses, "updatesRefreshHiddenItems", Pending},
     HookRow{61, Updates, UpdatesTable, "ASUpdatesViewController", PlainName, "hiddenUpdatesDidDeleteUpdate", AddInstanceMethod, "v@:", AllProcesses, "updatesHiddenUpdateDeleted", Pending},
-    HookRow{62, Updates, UpdateSections, "ASUpdatesPageSection", PlainName, "items", ReplaceInstanceMethod, kNoSignature, AllProcesses, "updatesSectionItems", Pending},
-    HookRow{63, Updates, StoreServices, "SSSoftwareUpdatesStore", PlainName, "_copyUpdates", ReplaceInstanceMethod, kNoSignature, AllProcesses, "softwareUpdatesCopyUpdates", Pending},
-    HookRow{64, Updates, StoreServices, "SSUpdatesDatabaseTransaction", PlainName, "mergeAvailableUpdates:availableCount:", ReplaceInstanceMethod, kNoSignature, AllProcesses, "updatesDatabaseMerge", Pending},
+    HookRow{62, Updates, UpdateSections, "ASUpdatesPageSection", PlainName, "items", ReplaceInstanceMethod, kNoSignature, AllProcesses, "updatesSectionItems", Bound},
+    HookRow{63, Updates, StoreServices, "SSSoftwareUpdatesStore", PlainName, "_copyUpdates", ReplaceInstanceMethod, kNoSignature, AllProcesses, "softwareUpdatesCopyUpdates", Bound},
+    HookRow{64, Updates, StoreServices, "SSUpdatesDatabaseTransaction", PlainName, "mergeAvailableUpdates:availableCount:", ReplaceInstanceMethod, kNoSignature, AllProcesses, "updatesDatabaseMerge", Bound},
     // Updates batch: redesigned store's account and updates screens.
     HookRow{65, Updates, Ios11, "AppStore.AccountViewController", RuntimeName, "setQVLeftBarButtons", AddInstanceMethod, "v@:", AllProcesses, "accountSetLeftBarButtons", Pending},
     HookRow{66, Updates, Ios11, "AppStore.AccountViewController", RuntimeName, "viewDidAppear:", ReplaceInstanceMethod, kNoSignature, AllProcesses, "accountViewDidAppear", Pending},

@@ -12,6 +12,7 @@ void bindStoreObjectBodies(HookBodies &bodies);
 void bindPurchasePipelineBodies(HookBodies &bodies);
 void bindResourceBodies(HookBodies &bodies);
 void bindAnalyticsBodies(HookBodies &bodies);
+void bindUpdateFilterBodies(HookBodies &bodies);
 
 // All bodies of this build, gathered once.
 const HookBodies &hookBodies();

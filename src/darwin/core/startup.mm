@@ -3,6 +3,7 @@
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
 #include "darwin/platform/objc_runtime.h"
+#include "darwin/updates/blocked_updates_setup.h"
 
 namespace qv::darwin {
 
@@ -13,6 +14,7 @@ const HookBodies &hookBodies() {
         bindPurchasePipelineBodies(all);
         bindResourceBodies(all);
         bindAnalyticsBodies(all);
+        bindUpdateFilterBodies(all);
         return all;
     }();
     return bodies;
@@ -50,6 +52,7 @@ __attribute__((constructor)) static void installResourceAndAnalyticsHooksAtLoad(
 
 __attribute__((constructor)) static void installUpdateHooksAtLoad() {
     @autoreleasepool {
+        qv::darwin::guarded([] { qv::darwin::configureBlockedUpdatesStore(); });
         qv::darwin::guarded([] { qv::installUpdateHooks(qv::darwin::runtime(), qv::darwin::hookBodies()); });
     }
 }

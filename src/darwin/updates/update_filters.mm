@@ -1,0 +1,125 @@
+// Bodies that keep blocked updates out of the updates page's sections and out of the store daemon's updates
+// database, and the daemon's copy pass-through (rows 62 to 64).
+#include "darwin/core/guard.h"
+#include "darwin/core/hook_bodies.h"
+#include "darwin/core/strings.h"
+#include "darwin/core/value_bridge.h"
+#include "updates/blocked_updates.h"
+
+#import <Foundation/Foundation.h>
+#import <objc/message.h>
+
+#include <cstdint>
+#include <vector>
+
+namespace qv::darwin {
+namespace {
+
+// The object an element answers for a getter it may lack; nil when it does not respond.
+id answerOf(id object, NSString *getter) {
+    SEL selector = NSSelectorFromString(getter);
+    if (![object respondsToSelector:selector]) {
+        return nil;
+    }
+    return reinterpret_cast<id (*)(id, SEL)>(objc_msgSend)(object, selector);
+}
+
+std::string localisedAppText(const char *key) {
+    NSString *text = [NSBundle.mainBundle localizedStringForKey:toNSString(key) value:@"" table:nil];
+    return toStdString(text).value_or(std::string());
+}
+
+std::optional<std::string> sectionTitle(id section) {
+    id title = answerOf(section, @"title");
+    return [title isKindOfClass:NSString.class] ? toStdString(static_cast<NSString *>(title)) : std::nullopt;
+}
+
+// The page lists the store's update records (dictionaries) or its update item objects.
+bool sectionElementBlocked(id element, const BlockedUpdates &store) {
+    if ([element isKindOfClass:NSDictionary.class]) {
+        return store.updateBlocked(valueFromObject(element));
+    }
+    return store.updateBlocked(StoreUpdateItem{valueFromObject(answerOf(element, @"bundleIdentifier")),
+                                               valueFromObject(answerOf(element, @"versionString"))});
+}
+
+MethodImplementation origSectionItems = nullptr;
+MethodImplementation origCopyUpdates = nullptr;
+MethodImplementation origMergeAvailableUpdates = nullptr;
+
+// Only the available and pending sections are filtered; the records are used as they are, since the page
+// reloads them when the app returns to the foreground.
+NSArray *updatesSectionItems(id self, SEL _cmd) {
+    NSArray *items = callable<NSArray *(*)(id, SEL)>(origSectionItems)(self, _cmd);
+    NSArray *shown = items;
+    guarded([&] {
+        if (![items isKindOfClass:NSArray.class]) {
+            return;
+        }
+        const UpdatesSectionTitles titles{localisedAppText(kAvailableUpdatesTitleKey),
+                                          localisedAppText(kPendingUpdatesTitleKey)};
+        if (!sectionHidesBlockedUpdates(sectionTitle(self), titles)) {
+            return;
+        }
+        const BlockedUpdates &store = BlockedUpdates::shared();
+        NSMutableArray *kept = [NSMutableArray arrayWithCapacity:items.count];
+        for (id element in items) {
+            if (!sectionElementBlocked(element, store)) {
+                [kept addObject:element];
+            }
+        }
+        shown = kept;
+    });
+    return shown;
+}
+
+typedef id (*CopyUpdatesFunction)(id, SEL) QV_RETURNS_RETAINED;
+
+QV_RETURNS_RETAINED id softwareUpdatesCopyUpdates(id self, SEL _cmd) {
+    return callable<CopyUpdatesFunction>(origCopyUpdates)(self, _cmd);
+}
+
+// The updates to merge without the blocked ones, or nil when they cannot be filtered. The kept count is written
+// only on success, so a failure leaves the store's own arguments exactly as they came.
+NSArray *unblockedAvailableUpdates(NSArray *updates, std::int64_t *availableCount) {
+    NSArray *filtered = nil;
+    guarded([&] {
+        if (![updates isKindOfClass:NSArray.class]) {
+            return;
+        }
+        std::vector<Value> dictionaries;
+        dictionaries.reserve(updates.count);
+        for (id update in updates) {
+            dictionaries.push_back(valueFromObject(answerOf(update, @"updateDictionary")));
+        }
+        std::int64_t keptCount = 0;
+        const auto kept = BlockedUpdates::shared().mergeAvailableUpdates(dictionaries, &keptCount);
+        NSMutableArray *result = [NSMutableArray arrayWithCapacity:kept.size()];
+        for (const std::size_t position : kept) {
+            [result addObject:updates[position]];
+        }
+        if (availableCount != nullptr) {
+            *availableCount = keptCount;
+        }
+        filtered = result;
+    });
+    return filtered;
+}
+
+// The store's result passes through untouched in its register, whether it is a flag or an object.
+using MergeFunction = void *(*)(id, SEL, NSArray *, std::int64_t *);
+
+void *updatesDatabaseMerge(id self, SEL _cmd, NSArray *updates, std::int64_t *availableCount) {
+    NSArray *filtered = unblockedAvailableUpdates(updates, availableCount);
+    return callable<MergeFunction>(origMergeAvailableUpdates)(self, _cmd, filtered ?: updates, availableCount);
+}
+
+} // namespace
+
+void bindUpdateFilterBodies(HookBodies &bodies) {
+    bodies["updatesSectionItems"] = replacement(updatesSectionItems, origSectionItems);
+    bodies["softwareUpdatesCopyUpdates"] = replacement(softwareUpdatesCopyUpdates, origCopyUpdates);
+    bodies["updatesDatabaseMerge"] = replacement(updatesDatabaseMerge, origMergeAvailableUpdates);
+}
+
+} // namespace qv::darwin
