@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "core/regex.h"
+#include "platform/text_purchase.h"
 #include "service/buy_parameters.h"
 #include "service/purchase_intercept.h"
 
@@ -14,23 +15,8 @@ namespace {
 const std::string kParams = "productType=C&price=0&salableAdamId=284882215&pricingParameters=SWUPD&appExtVrsId="
                             "838193928&clientBuyId=1&installed=1";
 constexpr int kBatchSize = 1000;
-
-class BenchPurchase final : public qv::Purchase {
-  public:
-    explicit BenchPurchase(std::string params) : params_(std::move(params)) {}
-    std::string buyParameters() const override { return params_; }
-    bool isEqualTo(const qv::Purchase &other) const override { return this == &other; }
-
-  private:
-    std::string params_;
-};
-
-class BenchMaker final : public qv::PurchaseMaker {
-  public:
-    qv::PurchaseHandle purchaseWithBuyParameters(const std::string &params) override {
-        return std::make_shared<BenchPurchase>(params);
-    }
-};
+// The store's purchases compare by identity, so the batch does too.
+constexpr auto kStorePurchaseEquality = qv::PurchaseEquality::SameObject;
 
 std::string naiveExtract(std::string_view params, std::string_view pattern) {
     const auto regex = qv::Regex::compile(pattern);
@@ -79,9 +65,10 @@ struct Batch {
     explicit Batch(int size) {
         for (int i = 0; i < size; ++i) {
             const std::string store = std::to_string(100000000 + i);
-            purchases.push_back(std::make_shared<BenchPurchase>(
+            purchases.push_back(std::make_shared<qv::TextPurchase>(
                 "productType=C&price=0&salableAdamId=" + store +
-                "&pricingParameters=SWUPD&appExtVrsId=838193928&clientBuyId=1&installed=1"));
+                    "&pricingParameters=SWUPD&appExtVrsId=838193928&clientBuyId=1&installed=1",
+                kStorePurchaseEquality));
             if (i % 2 == 0) {
                 entries.emplace_back(store, i % 4 == 0 ? "previous" : "838000000");
             }
@@ -125,7 +112,7 @@ BENCHMARK(BM_SetVersionNaive);
 template <class Intercept> void runIntercept(benchmark::State &state, int size, Intercept intercept) {
     const Batch batch(size);
     qv::PendingDowngrades pending;
-    BenchMaker maker;
+    qv::TextPurchaseMaker maker(kStorePurchaseEquality);
     for (auto _ : state) {
         state.PauseTiming();
         pending.clear();
@@ -148,9 +135,9 @@ BENCHMARK(BM_Intercept1000Naive)->Unit(benchmark::kMicrosecond);
 
 // One purchase rewritten: the cost the store's purchase thread pays per downgrade.
 void BM_InterceptOneRewrite(benchmark::State &state) {
-    const std::vector<qv::PurchaseHandle> batch{std::make_shared<BenchPurchase>(kParams)};
+    const std::vector<qv::PurchaseHandle> batch{std::make_shared<qv::TextPurchase>(kParams, kStorePurchaseEquality)};
     qv::PendingDowngrades pending;
-    BenchMaker maker;
+    qv::TextPurchaseMaker maker(kStorePurchaseEquality);
     for (auto _ : state) {
         pending.set("284882215", "838000000");
         benchmark::DoNotOptimize(qv::addPurchasesIntercept(batch, pending, maker));

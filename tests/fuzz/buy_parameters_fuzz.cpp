@@ -7,27 +7,11 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/text_purchase.h"
 #include "service/buy_parameters.h"
 #include "service/purchase_intercept.h"
 
 namespace {
-
-class FuzzPurchase final : public qv::Purchase {
-  public:
-    explicit FuzzPurchase(std::string params) : params_(std::move(params)) {}
-    std::string buyParameters() const override { return params_; }
-    bool isEqualTo(const qv::Purchase &other) const override { return other.buyParameters() == params_; }
-
-  private:
-    std::string params_;
-};
-
-class FuzzMaker final : public qv::PurchaseMaker {
-  public:
-    qv::PurchaseHandle purchaseWithBuyParameters(const std::string &params) override {
-        return std::make_shared<FuzzPurchase>(params);
-    }
-};
 
 void check(bool condition) {
     if (!condition) {
@@ -60,11 +44,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
         check(qv::buyParametersWithVersion(params, version).has_value());
 
         pending.set(store, std::string(version));
-        batch.push_back(std::make_shared<FuzzPurchase>(params));
+        batch.push_back(std::make_shared<qv::TextPurchase>(params));
     }
 
     const std::size_t entries = pending.snapshot().size();
-    FuzzMaker maker;
+    qv::TextPurchaseMaker maker;
     const auto queued = qv::addPurchasesIntercept(batch, pending, maker);
     check(queued.size() == batch.size());
     std::size_t replaced = 0;

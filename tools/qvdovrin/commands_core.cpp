@@ -13,6 +13,7 @@
 
 #include "core/json.h"
 #include "core/value.h"
+#include "platform/text_purchase.h"
 #include "service/buy_parameters.h"
 #include "service/item_state.h"
 #include "service/purchase_intercept.h"
@@ -21,24 +22,6 @@
 namespace qvdovrin {
 
 namespace {
-
-// A purchase of the command line: its buy parameters and nothing else; equal when they carry the same text.
-class CommandLinePurchase final : public qv::Purchase {
-  public:
-    explicit CommandLinePurchase(std::string buyParameters) : buyParameters_(std::move(buyParameters)) {}
-    std::string buyParameters() const override { return buyParameters_; }
-    bool isEqualTo(const qv::Purchase &other) const override { return other.buyParameters() == buyParameters_; }
-
-  private:
-    std::string buyParameters_;
-};
-
-class CommandLinePurchaseMaker final : public qv::PurchaseMaker {
-  public:
-    qv::PurchaseHandle purchaseWithBuyParameters(const std::string &buyParameters) override {
-        return std::make_shared<CommandLinePurchase>(buyParameters);
-    }
-};
 
 constexpr const char *kDecimalDigits = "0123456789";
 
@@ -184,9 +167,9 @@ void addIntercept(CLI::App &buyparams, Io &io) {
         std::vector<qv::PurchaseHandle> batch;
         batch.reserve(args->purchases.size());
         for (const auto &params : args->purchases) {
-            batch.push_back(std::make_shared<CommandLinePurchase>(params));
+            batch.push_back(std::make_shared<qv::TextPurchase>(params));
         }
-        CommandLinePurchaseMaker maker;
+        qv::TextPurchaseMaker maker;
         const auto queued = qv::addPurchasesIntercept(batch, pending, maker);
 
         qv::Array purchases;
