@@ -21,7 +21,9 @@ class Utf16Text {
     void push(char16_t unit, std::size_t byteOffset);
 
     std::u16string units_;
+    // Empty while the text is pure ASCII, where unit and byte offsets coincide.
     std::vector<std::size_t> byteOffsetOfUnit_;
+    std::size_t byteLength_ = 0;
 };
 
 } // namespace qv

@@ -3,6 +3,60 @@
 
 namespace qv {
 
+namespace {
+
+constexpr unsigned kContinuationBits = 6;
+constexpr unsigned kContinuationPayloadMask = 0x3F;
+constexpr unsigned kContinuationTagMask = 0xC0;
+constexpr unsigned kContinuationTag = 0x80;
+constexpr std::uint32_t kLastCodePoint = 0x10FFFF;
+constexpr std::uint32_t kFirstSurrogate = 0xD800;
+constexpr std::uint32_t kPastSurrogates = 0xE000;
+
+struct LeadByte {
+    unsigned tagMask;
+    unsigned tag;
+    std::size_t length;
+    std::uint32_t minimum; // shortest value this length may encode; anything less is an overlong form
+};
+
+constexpr LeadByte kLeadBytes[] = {
+    {0xE0, 0xC0, 2, 0x80},
+    {0xF0, 0xE0, 3, 0x800},
+    {0xF8, 0xF0, 4, 0x10000},
+};
+
+} // namespace
+
+Utf8CodePoint decodeUtf8(std::string_view text, std::size_t position) {
+    const auto lead = static_cast<unsigned char>(text[position]);
+    if (lead < kContinuationTag) {
+        return {lead, 1};
+    }
+    for (const LeadByte &form : kLeadBytes) {
+        if ((lead & form.tagMask) != form.tag) {
+            continue;
+        }
+        if (position + form.length > text.size()) {
+            return {};
+        }
+        std::uint32_t codePoint = lead & ~form.tagMask & 0xFFU;
+        for (std::size_t i = 1; i < form.length; ++i) {
+            const auto next = static_cast<unsigned char>(text[position + i]);
+            if ((next & kContinuationTagMask) != kContinuationTag) {
+                return {};
+            }
+            codePoint = (codePoint << kContinuationBits) | (next & kContinuationPayloadMask);
+        }
+        const bool surrogate = codePoint >= kFirstSurrogate && codePoint < kPastSurrogates;
+        if (codePoint < form.minimum || codePoint > kLastCodePoint || surrogate) {
+            return {};
+        }
+        return {codePoint, form.length};
+    }
+    return {};
+}
+
 void appendUtf8(std::string &out, std::uint32_t codePoint) {
     if (codePoint < 0x80U) {
         out += static_cast<char>(codePoint);
@@ -22,44 +76,12 @@ void appendUtf8(std::string &out, std::uint32_t codePoint) {
 }
 
 bool isValidUtf8(std::string_view text) {
-    constexpr unsigned kContinuationMask = 0xC0U;
-    constexpr unsigned kContinuation = 0x80U;
-    std::size_t i = 0;
-    while (i < text.size()) {
-        const auto lead = static_cast<unsigned char>(text[i]);
-        std::size_t length = 0;
-        std::uint32_t codePoint = 0;
-        if (lead < 0x80U) {
-            ++i;
-            continue;
-        }
-        if ((lead & 0xE0U) == 0xC0U) {
-            length = 2;
-            codePoint = lead & 0x1FU;
-        } else if ((lead & 0xF0U) == 0xE0U) {
-            length = 3;
-            codePoint = lead & 0x0FU;
-        } else if ((lead & 0xF8U) == 0xF0U) {
-            length = 4;
-            codePoint = lead & 0x07U;
-        } else {
+    for (std::size_t position = 0; position < text.size();) {
+        const Utf8CodePoint decoded = decodeUtf8(text, position);
+        if (decoded.length == 0) {
             return false;
         }
-        if (text.size() - i < length) {
-            return false;
-        }
-        for (std::size_t j = 1; j < length; ++j) {
-            const auto next = static_cast<unsigned char>(text[i + j]);
-            if ((next & kContinuationMask) != kContinuation) {
-                return false;
-            }
-            codePoint = (codePoint << 6U) | (next & 0x3FU);
-        }
-        constexpr std::uint32_t kMinimum[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (codePoint < kMinimum[length] || codePoint > 0x10FFFFU || (codePoint >= 0xD800U && codePoint < 0xE000U)) {
-            return false;
-        }
-        i += length;
+        position += decoded.length;
     }
     return true;
 }

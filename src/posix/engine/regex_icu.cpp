@@ -1,5 +1,6 @@
 // ICU-backed regex engine for Linux/macOS: the same engine the phone's regular expressions run on.
 #include "core/regex.h"
+#include "core/utf16_text.h"
 
 #include <algorithm>
 #include <atomic>
@@ -13,126 +14,8 @@ namespace qv {
 
 namespace {
 
-constexpr char16_t kReplacementCharacter = 0xFFFD;
 // ICU indexes UTF-16 text with 32-bit integers.
 constexpr std::size_t kMaxSubjectLength = INT32_MAX;
-
-// The subject as UTF-16, which ICU matches on its fast path, with the way back to UTF-8 byte offsets.
-// Pure ASCII (the usual buy-parameter string) maps one to one and needs no table. Malformed UTF-8 reads as one
-// replacement character per offending byte, so every UTF-16 index still maps to a byte offset inside the subject.
-class Utf16Subject {
-  public:
-    explicit Utf16Subject(std::string_view subject) : size_(subject.size()) {
-        const auto length = static_cast<int32_t>(subject.size());
-        char16_t *units = text_.getBuffer(length);
-        if (units == nullptr) {
-            return;
-        }
-        int32_t written = 0;
-        std::size_t position = 0;
-        while (position < subject.size() && static_cast<unsigned char>(subject[position]) < kFirstNonAscii) {
-            units[written++] = static_cast<char16_t>(subject[position++]);
-        }
-        text_.releaseBuffer(written);
-        if (position < subject.size()) {
-            decodeRest(subject, position);
-        }
-    }
-
-    const icu::UnicodeString &text() const { return text_; }
-
-    std::size_t byteOffset(int64_t index) const {
-        if (byteOffsets_.empty()) {
-            return index < 0 ? 0 : std::min(static_cast<std::size_t>(index), size_);
-        }
-        if (index < 0) {
-            return 0;
-        }
-        const auto unit = static_cast<std::size_t>(index);
-        return unit < byteOffsets_.size() ? byteOffsets_[unit] : size_;
-    }
-
-  private:
-    static constexpr unsigned kFirstNonAscii = 0x80;
-    static constexpr unsigned kContinuationMask = 0xC0;
-    static constexpr unsigned kContinuationTag = 0x80;
-    static constexpr char32_t kLastCodePoint = 0x10FFFF;
-    static constexpr char32_t kFirstSurrogate = 0xD800;
-    static constexpr char32_t kLastSurrogate = 0xDFFF;
-
-    struct Decoded {
-        char32_t codePoint;
-        std::size_t length; // 0 when the bytes at the position are not well-formed UTF-8
-    };
-
-    static Decoded decode(std::string_view subject, std::size_t position) {
-        constexpr unsigned kTwoByteLead = 0xC0;
-        constexpr unsigned kThreeByteLead = 0xE0;
-        constexpr unsigned kFourByteLead = 0xF0;
-        constexpr unsigned kPastLeads = 0xF8;
-        constexpr char32_t kMinimum[] = {0, 0, 0x80, 0x800, 0x10000};
-        constexpr unsigned kPayloadBits = 6;
-        constexpr unsigned kPayloadMask = 0x3F;
-        const auto lead = static_cast<unsigned char>(subject[position]);
-        std::size_t length = 0;
-        char32_t codePoint = 0;
-        if (lead >= kTwoByteLead && lead < kThreeByteLead) {
-            length = 2;
-            codePoint = lead & 0x1FU;
-        } else if (lead >= kThreeByteLead && lead < kFourByteLead) {
-            length = 3;
-            codePoint = lead & 0x0FU;
-        } else if (lead >= kFourByteLead && lead < kPastLeads) {
-            length = 4;
-            codePoint = lead & 0x07U;
-        } else {
-            return {0, 0};
-        }
-        if (position + length > subject.size()) {
-            return {0, 0};
-        }
-        for (std::size_t i = 1; i < length; ++i) {
-            const auto next = static_cast<unsigned char>(subject[position + i]);
-            if ((next & kContinuationMask) != kContinuationTag) {
-                return {0, 0};
-            }
-            codePoint = (codePoint << kPayloadBits) | (next & kPayloadMask);
-        }
-        if (codePoint < kMinimum[length] || codePoint > kLastCodePoint ||
-            (codePoint >= kFirstSurrogate && codePoint <= kLastSurrogate)) {
-            return {0, 0};
-        }
-        return {codePoint, length};
-    }
-
-    void decodeRest(std::string_view subject, std::size_t position) {
-        byteOffsets_.reserve(subject.size() + 1);
-        for (std::size_t i = 0; i < position; ++i) {
-            byteOffsets_.push_back(i);
-        }
-        while (position < subject.size()) {
-            const auto lead = static_cast<unsigned char>(subject[position]);
-            Decoded decoded{lead, 1};
-            if (lead >= kFirstNonAscii) {
-                decoded = decode(subject, position);
-                if (decoded.length == 0) {
-                    decoded = {kReplacementCharacter, 1};
-                }
-            }
-            const int32_t before = text_.length();
-            text_.append(static_cast<UChar32>(decoded.codePoint));
-            for (int32_t unit = before; unit < text_.length(); ++unit) {
-                byteOffsets_.push_back(position);
-            }
-            position += decoded.length;
-        }
-        byteOffsets_.push_back(subject.size());
-    }
-
-    icu::UnicodeString text_;
-    std::vector<std::size_t> byteOffsets_;
-    std::size_t size_;
-};
 
 class IcuRegex final : public Regex {
   public:
@@ -182,13 +65,16 @@ class IcuRegex final : public Regex {
         if (subject.size() > kMaxSubjectLength) {
             return;
         }
-        const Utf16Subject text(subject);
+        // ICU matches UTF-16 on its fast path; the table maps its indices back to the subject's byte offsets.
+        const Utf16Text text(subject);
+        // A read-only alias of the units: no copy.
+        const icu::UnicodeString units(false, text.units().data(), static_cast<int32_t>(text.units().size()));
         const MatcherLease lease(*this);
         icu::RegexMatcher *matcher = lease.get();
         if (matcher == nullptr) {
             return;
         }
-        matcher->reset(text.text());
+        matcher->reset(units);
         UErrorCode status = U_ZERO_ERROR;
         while (matcher->find(status) && U_SUCCESS(status)) {
             RegexMatch match;
@@ -200,8 +86,8 @@ class IcuRegex final : public Regex {
                     status = U_ZERO_ERROR;
                     match.groups.emplace_back(RegexMatch::kNoPosition, 0);
                 } else {
-                    const std::size_t first = text.byteOffset(start);
-                    match.groups.emplace_back(first, text.byteOffset(end) - first);
+                    const std::size_t first = text.byteOffset(static_cast<std::size_t>(start));
+                    match.groups.emplace_back(first, text.byteOffset(static_cast<std::size_t>(end)) - first);
                 }
             }
             if (!visit(std::move(match))) {
