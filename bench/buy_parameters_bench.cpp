@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "core/regex.h"
-#include "platform/text_purchase.h"
+#include "base/regex.h"
 #include "service/buy_parameters.h"
-#include "service/purchase_intercept.h"
+#include "store/purchase_intercept.h"
+#include "store/text_purchase.h"
 
 namespace {
 

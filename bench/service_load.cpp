@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "sqlite_storage.h"
+#include "server/sqlite_storage.h"
 
 namespace {
 

@@ -1,9 +1,9 @@
 // Wires every method and path of cpp-httplib to VersionService, and turns the library's own errors into JSON.
-#include "http_front.h"
+#include "server/http_front.h"
 
 #include <httplib.h>
 
-#include "request_bodies.h"
+#include "server/request_bodies.h"
 
 namespace qv::server {
 

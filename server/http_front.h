@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "version_service.h"
+#include "server/version_service.h"
 
 namespace httplib {
 class Server;

@@ -1,9 +1,9 @@
 // Strict reading of report and event bodies: every field checked before anything is stored.
-#include "request_bodies.h"
+#include "server/request_bodies.h"
 
 #include <limits>
 
-#include "core/json.h"
+#include "base/json.h"
 
 namespace qv::server {
 

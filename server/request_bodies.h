@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/value.h"
-#include "storage.h"
+#include "base/value.h"
+#include "server/storage.h"
 
 namespace qv::server {
 

@@ -1,5 +1,5 @@
 // SQLite storage of version reports and search events.
-#include "sqlite_storage.h"
+#include "server/sqlite_storage.h"
 
 #include <sqlite3.h>
 

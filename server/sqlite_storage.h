@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "storage.h"
+#include "server/storage.h"
 
 namespace qv::server {
 

@@ -1,8 +1,8 @@
 // Routes of the version service and the JSON shapes it answers with.
-#include "version_service.h"
+#include "server/version_service.h"
 
-#include "core/json.h"
-#include "request_bodies.h"
+#include "base/json.h"
+#include "server/request_bodies.h"
 
 namespace qv::server {
 

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "storage.h"
+#include "server/storage.h"
 
 namespace qv::server {
 

@@ -1,8 +1,6 @@
 // Installs hook rows: validate the row and its body, look the class up, then add or replace exactly once.
 #include "core/hook_installer.h"
 
-#include "service/purchase_intercept.h"
-
 #include <string>
 
 namespace qv {
@@ -95,10 +93,6 @@ void startUp(Runtime &runtime, const HookBodies &bodies, const std::function<voi
     }
     installResourceAndAnalyticsHooks(runtime, bodies);
     installUpdateHooks(runtime, bodies);
-}
-
-void createPendingDowngradeTable() {
-    static_cast<void>(PendingDowngrades::shared());
 }
 
 } // namespace qv

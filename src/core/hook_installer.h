@@ -40,7 +40,4 @@ void installUpdateHooks(Runtime &runtime, const HookBodies &bodies);
 // The table is created through createPendingTable so tests can observe where in the order it happens.
 void startUp(Runtime &runtime, const HookBodies &bodies, const std::function<void()> &createPendingTable);
 
-// The real second step: creates the process-wide pending-downgrade table.
-void createPendingDowngradeTable();
-
 } // namespace qv

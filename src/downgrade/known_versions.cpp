@@ -4,7 +4,8 @@
 #include <algorithm>
 #include <utility>
 
-#include "core/json.h"
+#include "base/json.h"
+#include "base/text.h"
 #include "service/service_endpoints.h"
 #include "service/version_compare.h"
 

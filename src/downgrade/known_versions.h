@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/value.h"
+#include "base/value.h"
 #include "platform/http.h"
 #include "platform/queue.h"
 

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace qv {
 

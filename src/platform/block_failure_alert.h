@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace qv {
 

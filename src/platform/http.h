@@ -27,7 +27,8 @@ struct HttpResult {
     std::optional<std::string> error;
 
     bool answered() const { return !error.has_value(); }
-    bool succeeded() const;
+    // A 2xx answer.
+    bool succeeded() const { return answered() && status >= 200 && status < 300; }
 };
 
 class Http {

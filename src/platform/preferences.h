@@ -4,7 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "core/value.h"
+#include "base/text.h"
+#include "base/value.h"
 
 namespace qv {
 
@@ -20,7 +21,10 @@ class Preferences {
 
     // The stored value read as a switch, the way the platform's defaults do: numbers are true when non-zero,
     // texts when they say "YES"/"true" (any case) or start with a non-zero number; anything else is false.
-    bool boolForKey(const std::string &key) const;
+    bool boolForKey(const std::string &key) const {
+        const auto value = valueForKey(key);
+        return value.has_value() && lenientBool(*value);
+    }
 };
 
 } // namespace qv

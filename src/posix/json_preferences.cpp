@@ -1,7 +1,7 @@
 // Stored preferences read from a JSON file.
 #include "posix/json_preferences.h"
 
-#include "core/json.h"
+#include "base/json.h"
 #include "posix/file_io.h"
 
 namespace qv::posix {

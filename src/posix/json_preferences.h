@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "core/value.h"
+#include "base/value.h"
 #include "platform/preferences.h"
 
 namespace qv::posix {

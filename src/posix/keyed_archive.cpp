@@ -1,7 +1,7 @@
 // Keyed-archive codec: a bounded reader for binary property lists, libplist for XML ones and for writing.
 #include "posix/keyed_archive.h"
 
-#include "core/utf8.h"
+#include "base/text.h"
 
 #include <plist/plist.h>
 

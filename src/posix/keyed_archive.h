@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace qv::posix {
 

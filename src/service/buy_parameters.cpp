@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "core/regex.h"
+#include "base/regex.h"
 
 namespace qv {
 

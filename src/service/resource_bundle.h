@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/resource_files.h"
+
 namespace qv {
 
 inline constexpr std::string_view kResourceBundleDirectory =
@@ -22,21 +24,6 @@ std::string jailbreakRootFromLibraryPath(std::string_view libraryPath);
 
 // The resource bundle directory: fixed for rootful installs, under the jailbreak root for rootless ones.
 std::string resourceBundlePath(InstallLayout layout, std::string_view jailbreakRoot);
-
-// Port: the few bundle and file questions the resource code asks.
-class ResourceFiles {
-  public:
-    ResourceFiles() = default;
-    ResourceFiles(const ResourceFiles &) = delete;
-    ResourceFiles &operator=(const ResourceFiles &) = delete;
-    virtual ~ResourceFiles() = default;
-
-    virtual bool fileExists(const std::string &path) = 0;
-    // The bundle's default-table text for key, the key itself when the table lacks it; nothing without a bundle.
-    virtual std::optional<std::string> localizedString(const std::string &bundlePath, const std::string &key) = 0;
-    virtual std::optional<std::string> pathForResource(const std::string &bundlePath, const std::string &name,
-                                                       const std::string &type) = 0;
-};
 
 class ResourceBundle {
   public:

@@ -5,8 +5,9 @@
 #include <set>
 #include <utility>
 
-#include "core/json.h"
-#include "core/regex.h"
+#include "base/json.h"
+#include "base/regex.h"
+#include "base/text.h"
 #include "service/version_compare.h"
 
 namespace qv {

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "core/value.h"
+#include "base/value.h"
 #include "platform/http.h"
 #include "platform/preferences.h"
 #include "platform/queue.h"

@@ -1,8 +1,6 @@
 // URL forming for the service client.
 #include "service/service_endpoints.h"
 
-#include <cstdio>
-
 namespace qv {
 
 namespace {
@@ -19,8 +17,6 @@ bool mayStandInPath(unsigned char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
            kPathPunctuation.find(static_cast<char>(c)) != std::string_view::npos;
 }
-
-constexpr int kRealTextPrecision = 15;
 
 } // namespace
 
@@ -55,24 +51,6 @@ std::string appendingPathComponent(std::string_view baseUrl, std::string_view pa
         }
     }
     return url;
-}
-
-std::string textOf(const Value &value) {
-    if (const auto *text = value.asString()) {
-        return *text;
-    }
-    if (const auto *boolean = value.asBool()) {
-        return *boolean ? "1" : "0";
-    }
-    if (const auto *integer = value.asInteger()) {
-        return std::to_string(*integer);
-    }
-    if (const auto *real = value.asReal()) {
-        char buffer[32];
-        std::snprintf(buffer, sizeof buffer, "%.*g", kRealTextPrecision, *real);
-        return buffer;
-    }
-    return {};
 }
 
 } // namespace qv

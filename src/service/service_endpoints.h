@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/value.h"
+#include "base/value.h"
 
 // Build-time defaults; a deployment passes its own through CMake (QV_API_BASE_URL, QV_LOOKUP_URL).
 #ifndef QV_DEFAULT_API_BASE_URL
@@ -32,7 +32,5 @@ std::string versionsPath(std::string_view storeIdentifier);
 // The base URL with the path appended as a path component: one "/" between them, and characters that may not
 // stand in a URL path percent-encoded.
 std::string appendingPathComponent(std::string_view baseUrl, std::string_view path);
-// The value's text as "%@" would print it: texts as they are, numbers in decimal, anything else empty.
-std::string textOf(const Value &value);
 
 } // namespace qv

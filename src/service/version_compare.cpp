@@ -1,6 +1,8 @@
 // Version-string comparison and the lenient integer reading it relies on.
 #include "service/version_compare.h"
 
+#include "base/text.h"
+
 #include <algorithm>
 #include <limits>
 #include <vector>
@@ -8,10 +10,6 @@
 namespace qv {
 
 namespace {
-
-bool isLeadingSpace(char c) {
-    return c == ' ' || c == '\t' || c == '\n' || c == '\r' || c == '\v' || c == '\f';
-}
 
 std::vector<std::string_view> splitAtDots(std::string_view text) {
     std::vector<std::string_view> components;
@@ -28,36 +26,6 @@ std::vector<std::string_view> splitAtDots(std::string_view text) {
 }
 
 } // namespace
-
-std::int64_t lenientInteger(std::string_view text) {
-    std::size_t position = 0;
-    while (position < text.size() && isLeadingSpace(text[position])) {
-        ++position;
-    }
-    bool negative = false;
-    if (position < text.size() && (text[position] == '+' || text[position] == '-')) {
-        negative = text[position] == '-';
-        ++position;
-    }
-    constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
-    constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
-    std::int64_t value = 0;
-    for (; position < text.size() && text[position] >= '0' && text[position] <= '9'; ++position) {
-        const int digit = text[position] - '0';
-        if (!negative) {
-            if (value > (kMax - digit) / 10) {
-                return kMax;
-            }
-            value = value * 10 + digit;
-        } else {
-            if (value < (kMin + digit) / 10) {
-                return kMin;
-            }
-            value = value * 10 - digit;
-        }
-    }
-    return value;
-}
 
 VersionOrder compareToVersion(std::string_view receiver, std::optional<std::string_view> other) {
     if (other && receiver == *other) {

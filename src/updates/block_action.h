@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "core/value.h"
+#include "base/value.h"
 #include "platform/block_failure_alert.h"
 #include "platform/notifier.h"
 #include "updates/blocked_updates.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "core/value.h"
+#include "base/value.h"
 #include "platform/app_store_container.h"
 #include "platform/archive_file.h"
 #include "platform/notifier.h"

@@ -1,7 +1,7 @@
 // The hook table and its installer against a fake runtime: which rows land, in which order, in which process.
 #include "core/hook_installer.h"
 #include "core/hook_table.h"
-#include "platform/fake_runtime.h"
+#include "fakes/fake_runtime.h"
 
 #include <gtest/gtest.h>
 

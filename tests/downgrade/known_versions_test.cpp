@@ -3,9 +3,9 @@
 
 #include <gtest/gtest.h>
 
-#include "core/json.h"
-#include "platform/fake_http.h"
-#include "platform/fake_queue.h"
+#include "base/json.h"
+#include "fakes/fake_http.h"
+#include "fakes/fake_queue.h"
 
 namespace qv {
 namespace {

@@ -7,9 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/text_purchase.h"
 #include "service/buy_parameters.h"
-#include "service/purchase_intercept.h"
+#include "store/purchase_intercept.h"
+#include "store/text_purchase.h"
 
 namespace {
 

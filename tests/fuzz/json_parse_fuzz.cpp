@@ -1,5 +1,5 @@
 // Fuzz target: the JSON reader must reject or accept any bytes without crashing, and what it accepts must re-read.
-#include "core/json.h"
+#include "base/json.h"
 
 #include <cstdint>
 #include <cstdlib>

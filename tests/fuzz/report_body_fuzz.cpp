@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string_view>
 
-#include "request_bodies.h"
+#include "server/request_bodies.h"
 
 namespace {
 constexpr std::int64_t kPathAppId = 42;

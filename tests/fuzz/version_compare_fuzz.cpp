@@ -4,6 +4,7 @@
 #include <optional>
 #include <string_view>
 
+#include "base/text.h"
 #include "service/version_compare.h"
 
 // Input: two versions separated by the first newline; without one, the second version is absent.

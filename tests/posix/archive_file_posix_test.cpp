@@ -1,5 +1,6 @@
 // The file adapter for archives: load outcomes, and crash safety of the whole-file write under SIGKILL.
 #include "posix/archive_file_posix.h"
+#include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
@@ -18,23 +19,7 @@ using qv::ArchiveLoad;
 using qv::Dictionary;
 using qv::Value;
 
-class TemporaryDirectory {
-  public:
-    TemporaryDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "qv-archive-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
-    }
-    ~TemporaryDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    TemporaryDirectory(const TemporaryDirectory &) = delete;
-    TemporaryDirectory &operator=(const TemporaryDirectory &) = delete;
-    std::string file(const std::string &name) const { return path_ + "/" + name; }
-
-  private:
-    std::string path_;
-};
+using qv::test::TemporaryDirectory;
 
 void writeRaw(const std::string &path, const std::string &bytes) {
     std::ofstream(path, std::ios::binary) << bytes;

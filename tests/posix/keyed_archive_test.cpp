@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "core/json.h"
+#include "base/json.h"
 
 namespace {
 

@@ -11,42 +11,21 @@
 #include <regex>
 #include <thread>
 
-#include "core/json.h"
-#include "http_front.h"
-#include "sqlite_storage.h"
+#include "base/json.h"
+#include "server/http_front.h"
+#include "server/sqlite_storage.h"
+#include "support/cli_runner.h"
+#include "support/temp_dir.h"
 
 namespace qv::server {
 namespace {
 
-struct CliRun {
-    int exitCode = -1;
-    std::string output; // stdout and stderr together
-};
-
-CliRun runCli(const std::string &arguments) {
-    CliRun run;
-    const std::string command = std::string(QV_CLI_PATH) + " " + arguments + " 2>&1";
-    FILE *pipe = popen(command.c_str(), "r");
-    if (pipe == nullptr) {
-        return run;
-    }
-    char buffer[4096];
-    std::size_t read = 0;
-    while ((read = fread(buffer, 1, sizeof buffer, pipe)) > 0) {
-        run.output.append(buffer, read);
-    }
-    const int status = pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
-}
-
 class LiveService : public ::testing::Test {
   protected:
     static void SetUpTestSuite() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "qv-live-XXXXXX").string();
-        directory_ = new std::string(mkdtemp(pattern.data()));
+        directory_ = new test::TemporaryDirectory("qv-live");
         SqliteOptions options;
-        options.path = *directory_ + "/versions.sqlite";
+        options.path = directory_->path() + "/versions.sqlite";
         std::string error;
         storage_ = SqliteStorage::open(options, &error).release();
         ASSERT_NE(storage_, nullptr) << error;
@@ -67,19 +46,18 @@ class LiveService : public ::testing::Test {
         delete front_;
         delete service_;
         delete storage_;
-        std::filesystem::remove_all(*directory_);
         delete directory_;
     }
 
     static std::string serverUrl() { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
     static std::string writeFile(const std::string &name, const std::string &text) {
-        const std::string path = *directory_ + "/" + name;
+        const std::string path = directory_->path() + "/" + name;
         std::ofstream(path) << text;
         return path;
     }
     static httplib::Client client() { return httplib::Client("127.0.0.1", port_); }
 
-    static std::string *directory_;
+    static test::TemporaryDirectory *directory_;
     static SqliteStorage *storage_;
     static VersionService *service_;
     static HttpFront *front_;
@@ -87,7 +65,7 @@ class LiveService : public ::testing::Test {
     static int port_;
 };
 
-std::string *LiveService::directory_ = nullptr;
+test::TemporaryDirectory *LiveService::directory_ = nullptr;
 SqliteStorage *LiveService::storage_ = nullptr;
 VersionService *LiveService::service_ = nullptr;
 HttpFront *LiveService::front_ = nullptr;
@@ -101,27 +79,27 @@ TEST_F(LiveService, ReportThenVersionsThenLookup) {
         "offers":[{"version":{"display":"2.0","externalId":1000}}]})");
     const std::string server = " --server " + serverUrl();
 
-    EXPECT_EQ(runCli("report metadata " + metadata + server).exitCode, 0);
-    EXPECT_EQ(runCli("report item " + item + server).exitCode, 0);
-    const auto json = runCli("versions 7001 --json" + server);
-    EXPECT_EQ(json.output, R"([{"bundle_version":"2.0","external_identifier":"1000"},)"
-                           R"({"bundle_version":"1.2.0","external_identifier":"900"}])"
-                           "\n");
-    EXPECT_EQ(runCli("versions 7001" + server).output, "VERSION  EXTERNAL ID\n2.0      1000\n1.2.0    900\n");
-    EXPECT_EQ(runCli("lookup 7001" + server).output, "com.example.live\n");
-    EXPECT_EQ(runCli("lookup --bundle-id com.example.live" + server).output, "7001\n");
+    EXPECT_EQ(test::runBinary("report metadata " + metadata + server).exitCode, 0);
+    EXPECT_EQ(test::runBinary("report item " + item + server).exitCode, 0);
+    const auto json = test::runBinary("versions 7001 --json" + server);
+    EXPECT_EQ(json.out, R"([{"bundle_version":"2.0","external_identifier":"1000"},)"
+                        R"({"bundle_version":"1.2.0","external_identifier":"900"}])"
+                        "\n");
+    EXPECT_EQ(test::runBinary("versions 7001" + server).out, "VERSION  EXTERNAL ID\n2.0      1000\n1.2.0    900\n");
+    EXPECT_EQ(test::runBinary("lookup 7001" + server).out, "com.example.live\n");
+    EXPECT_EQ(test::runBinary("lookup --bundle-id com.example.live" + server).out, "7001\n");
 }
 
 TEST_F(LiveService, DryRunPrintsTheRequestAndSendsNothing) {
     const auto item = writeFile("dry.json", R"({"bundleId":"com.example.dry","id":"7002","name":"Dry",
         "offers":[{"version":{"display":"1.0","externalId":"5"}}]})");
-    const auto run = runCli("report item " + item + " --dry-run --server " + serverUrl());
+    const auto run = test::runBinary("report item " + item + " --dry-run --server " + serverUrl());
     EXPECT_EQ(run.exitCode, 0);
-    EXPECT_EQ(run.output, "POST " + serverUrl() + "v1/apple_apps/7002/versions\nContent-Type: application/json\n" +
-                              "Accept: application/json\n\n" +
-                              R"({"bundle_id":"com.example.dry","identifier":"7002","title":"Dry",)" +
-                              R"("versions":[{"display":"1.0","externalId":"5"}]})" + "\n");
-    EXPECT_EQ(runCli("versions 7002 --json --server " + serverUrl()).output, "[]\n");
+    EXPECT_EQ(run.out, "POST " + serverUrl() + "v1/apple_apps/7002/versions\nContent-Type: application/json\n" +
+                           "Accept: application/json\n\n" +
+                           R"({"bundle_id":"com.example.dry","identifier":"7002","title":"Dry",)" +
+                           R"("versions":[{"display":"1.0","externalId":"5"}]})" + "\n");
+    EXPECT_EQ(test::runBinary("versions 7002 --json --server " + serverUrl()).out, "[]\n");
 }
 
 class CliBadInput : public LiveService, public ::testing::WithParamInterface<std::string> {};
@@ -131,15 +109,15 @@ TEST_P(CliBadInput, ExitsOneWithOneLine) {
     if (placeholder != std::string::npos) {
         arguments.replace(placeholder, 5, serverUrl());
     }
-    const std::string dir = *directory_;
+    const std::string dir = directory_->path();
     writeFile("broken.json", "{\"itemId\":");
     writeFile("disabled.json", R"({"disableAppCaching_QV":true})");
     writeFile("mismatch.json",
               R"({"bundleId":"b","id":"12x","name":"n","offers":[{"version":{"display":"1","externalId":1}}]})");
     arguments = std::regex_replace(arguments, std::regex("\\{dir\\}"), dir);
-    const auto run = runCli(arguments);
-    EXPECT_EQ(run.exitCode, 1) << run.output;
-    EXPECT_EQ(std::count(run.output.begin(), run.output.end(), '\n'), 1) << run.output;
+    const auto run = test::runBinary(arguments);
+    EXPECT_EQ(run.exitCode, 1) << run.out;
+    EXPECT_EQ(std::count(run.out.begin(), run.out.end(), '\n'), 1) << run.out;
 }
 INSTANTIATE_TEST_SUITE_P(Commands, CliBadInput,
                          ::testing::Values("versions abc --server {url}", "versions 1 --server ftp://x/",

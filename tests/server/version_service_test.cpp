@@ -1,5 +1,5 @@
 // Version service request handling over a real SQLite file: routes, validation, idempotent recording, caps.
-#include "version_service.h"
+#include "server/version_service.h"
 
 #include <gtest/gtest.h>
 
@@ -7,23 +7,19 @@
 #include <filesystem>
 #include <memory>
 
-#include "core/json.h"
-#include "sqlite_storage.h"
+#include "base/json.h"
+#include "fakes/broken_storage.h"
+#include "server/sqlite_storage.h"
+#include "support/temp_dir.h"
 
 namespace qv::server {
 namespace {
 
-std::string temporaryDirectory() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "qv-service-XXXXXX").string();
-    return mkdtemp(pattern.data());
-}
-
 class ServiceTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        directory_ = temporaryDirectory();
         SqliteOptions options;
-        options.path = directory_ + "/versions.sqlite";
+        options.path = directory_.file("versions.sqlite");
         options.readers = 2;
         options.maxSearchEvents = 3;
         std::string error;
@@ -34,7 +30,6 @@ class ServiceTest : public ::testing::Test {
     void TearDown() override {
         service_.reset();
         storage_.reset();
-        std::filesystem::remove_all(directory_);
     }
 
     ServiceResponse call(const std::string &method, const std::string &path, const std::string &body = {},
@@ -43,7 +38,7 @@ class ServiceTest : public ::testing::Test {
     }
     std::string versionsOf(const std::string &id) { return call("GET", "/v1/apple_apps/" + id + "/versions").body; }
 
-    std::string directory_;
+    test::TemporaryDirectory directory_{"qv-service"};
     std::unique_ptr<SqliteStorage> storage_;
     std::unique_ptr<VersionService> service_;
 };
@@ -179,27 +174,6 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Values(std::make_pair(std::multimap<std::string, std::string>{{"id", "42"}}, 200),
                       std::make_pair(std::multimap<std::string, std::string>{{"id", "x"}}, 400),
                       std::make_pair(std::multimap<std::string, std::string>{{"id", "1"}, {"bundleId", "b"}}, 400)));
-
-// Storage that always fails, as a full disk or a locked file would.
-class BrokenStorage : public VersionStorage {
-  public:
-    StorageResult<Done> recordReport(const VersionReport &) override {
-        return StorageResult<Done>::failure("disk full");
-    }
-    StorageResult<std::vector<StoredVersion>> versionsOf(std::int64_t) override {
-        return StorageResult<std::vector<StoredVersion>>::failure("disk I/O error");
-    }
-    StorageResult<std::vector<AppSummary>> appsWithId(std::int64_t) override {
-        return StorageResult<std::vector<AppSummary>>::failure("disk I/O error");
-    }
-    StorageResult<std::vector<AppSummary>> appsWithBundleId(const std::string &) override {
-        return StorageResult<std::vector<AppSummary>>::failure("disk I/O error");
-    }
-    StorageResult<Done> recordSearchEvent(const SearchEvent &) override {
-        return StorageResult<Done>::failure("disk full");
-    }
-    StorageResult<std::int64_t> searchEventCount() override { return StorageResult<std::int64_t>::failure("x"); }
-};
 
 TEST(BrokenStorageService, AnswersEveryValidRequestWith500) {
     BrokenStorage storage;

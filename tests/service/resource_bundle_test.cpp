@@ -1,6 +1,8 @@
 // Resource bundle location, localisation fallback and the resource override decision.
 #include "service/resource_bundle.h"
 
+#include "fakes/fake_resource_files.h"
+
 #include <gtest/gtest.h>
 
 #include <map>
@@ -11,26 +13,6 @@ namespace qv {
 namespace {
 
 constexpr const char *kBundle = "/var/quorvane_tweak_resources/qvdovrinkit/QVVPPResources.bundle";
-
-struct FakeResourceFiles final : ResourceFiles {
-    std::set<std::string> files;
-    std::map<std::string, std::map<std::string, std::string>> tables; // bundle path -> key -> text
-
-    bool fileExists(const std::string &path) override { return files.count(path) != 0; }
-    std::optional<std::string> localizedString(const std::string &bundlePath, const std::string &key) override {
-        const auto table = tables.find(bundlePath);
-        if (table == tables.end()) {
-            return std::nullopt;
-        }
-        const auto text = table->second.find(key);
-        return text == table->second.end() ? key : text->second;
-    }
-    std::optional<std::string> pathForResource(const std::string &bundlePath, const std::string &name,
-                                               const std::string &type) override {
-        const std::string path = bundlePath + "/" + name + "." + type;
-        return tables.count(path) != 0 ? std::optional<std::string>(path) : std::nullopt;
-    }
-};
 
 struct LocalizationCase {
     const char *name;

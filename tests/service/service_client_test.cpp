@@ -6,10 +6,10 @@
 #include <cmath>
 #include <limits>
 
-#include "core/json.h"
-#include "platform/fake_http.h"
-#include "platform/fake_preferences.h"
-#include "platform/fake_queue.h"
+#include "base/json.h"
+#include "fakes/fake_http.h"
+#include "fakes/fake_preferences.h"
+#include "fakes/fake_queue.h"
 
 namespace qv {
 namespace {

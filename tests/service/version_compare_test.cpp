@@ -1,4 +1,5 @@
 // Version comparison: numeric per component, zero padding, lenient component reading.
+#include "base/text.h"
 #include "service/version_compare.h"
 
 #include <gtest/gtest.h>

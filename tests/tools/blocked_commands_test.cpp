@@ -1,5 +1,6 @@
 // qvdovrin blocked: exit codes and output of each subcommand, and corrupt files left untouched.
-#include "commands.h"
+#include "support/cli_runner.h"
+#include "support/temp_dir.h"
 
 #include <gtest/gtest.h>
 
@@ -12,24 +13,11 @@
 
 namespace {
 
-struct Outcome {
-    int exitCode;
-    std::string out;
-    std::string err;
-};
+using Outcome = qv::test::CliOutcome;
 
 class BlockedCommands : public testing::Test {
   protected:
-    void SetUp() override {
-        std::string pattern = (std::filesystem::temp_directory_path() / "qv-blocked-XXXXXX").string();
-        directory_ = ::mkdtemp(pattern.data());
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        std::filesystem::remove_all(directory_, ignored);
-    }
-
-    std::string path(const std::string &name) const { return directory_ + "/" + name; }
+    std::string path(const std::string &name) const { return directory_.file(name); }
 
     void write(const std::string &name, const std::string &text) const {
         std::ofstream(path(name), std::ios::binary) << text;
@@ -42,24 +30,16 @@ class BlockedCommands : public testing::Test {
 
     // Runs qvdovrin with the arguments; "@name" stands for a file in the test's directory.
     Outcome run(std::vector<std::string> arguments) const {
-        std::vector<const char *> argv{"qvdovrin"};
         for (std::string &argument : arguments) {
             if (!argument.empty() && argument[0] == '@') {
                 argument = path(argument.substr(1));
             }
         }
-        for (const std::string &argument : arguments) {
-            argv.push_back(argument.c_str());
-        }
-        std::ostringstream out;
-        std::ostringstream err;
-        qvdovrin::Io io{out, err};
-        const int code = qvdovrin::run(static_cast<int>(argv.size()), argv.data(), io);
-        return {code, out.str(), err.str()};
+        return qv::test::runInProcess(arguments);
     }
 
   private:
-    std::string directory_;
+    qv::test::TemporaryDirectory directory_{"qv-blocked"};
 };
 
 TEST_F(BlockedCommands, AddListCheckMergeRemove) {

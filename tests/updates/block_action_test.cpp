@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/fake_archive_file.h"
-#include "platform/fake_block_failure_alert.h"
+#include "fakes/fake_archive_file.h"
+#include "fakes/fake_block_failure_alert.h"
+#include "fakes/order_notifier.h"
 
 namespace {
 
@@ -17,19 +18,6 @@ using qv::Dictionary;
 using qv::Value;
 
 const std::string kFile = "/c/Documents/com.quorvane.qvdovrinkit.plist";
-
-// Records each post together with the number of saves made before it, to prove the save came first.
-class OrderNotifier : public qv::Notifier {
-  public:
-    explicit OrderNotifier(const qv::FakeArchiveFile &file) : file_(file) {}
-    void postSystemWide(const std::string &name) override { posts.push_back("system:" + name + at()); }
-    void postLocal(const std::string &name) override { posts.push_back("local:" + name + at()); }
-    std::vector<std::string> posts;
-
-  private:
-    std::string at() const { return " after " + std::to_string(file_.saves) + " save(s)"; }
-    const qv::FakeArchiveFile &file_;
-};
 
 const std::string kDaemon = "system:com.quorvane.dovrinkit.itunestored.reload after 1 save(s)";
 const std::string kScreens = "local:com.quorvane.dovrinkit.itunestored.reloadupdates after 1 save(s)";
@@ -49,7 +37,7 @@ class BlockAction : public testing::TestWithParam<BlockCase> {};
 
 TEST_P(BlockAction, WritesTheRecordSavesAndNotifiesInOrder) {
     qv::FakeArchiveFile file;
-    OrderNotifier notifier(file);
+    qv::OrderNotifier notifier(file);
     qv::FakeBlockFailureAlert alert;
     BlockedUpdates store({&file, &notifier, [] { return std::optional<std::string>(kFile); }, 1556.0});
     qv::UpdateBlocker blocker(store, notifier, alert);

@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "core/json.h"
-#include "platform/fake_archive_file.h"
-#include "platform/fake_notifier.h"
+#include "base/json.h"
+#include "fakes/fake_archive_file.h"
+#include "fakes/fake_notifier.h"
 
 namespace {
 

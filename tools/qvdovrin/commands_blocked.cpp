@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "core/json.h"
+#include "base/json.h"
 #include "posix/archive_file_posix.h"
 #include "posix/file_io.h"
 #include "updates/blocked_updates.h"

@@ -11,13 +11,13 @@
 #include <system_error>
 #include <vector>
 
-#include "core/json.h"
-#include "core/value.h"
-#include "platform/text_purchase.h"
+#include "base/json.h"
+#include "base/value.h"
 #include "service/buy_parameters.h"
-#include "service/item_state.h"
-#include "service/purchase_intercept.h"
 #include "service/version_compare.h"
+#include "store/item_state.h"
+#include "store/purchase_intercept.h"
+#include "store/text_purchase.h"
 
 namespace qvdovrin {
 

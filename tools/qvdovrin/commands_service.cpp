@@ -12,18 +12,18 @@
 #include <ostream>
 #include <thread>
 
-#include "core/json.h"
+#include "base/json.h"
+#include "base/text.h"
 #include "downgrade/known_versions.h"
-#include "http_front.h"
-#include "platform/fake_http.h"
-#include "platform/fake_queue.h"
 #include "posix/curl_http.h"
 #include "posix/file_io.h"
 #include "posix/json_preferences.h"
+#include "posix/recording_http.h"
 #include "posix/thread_queues.h"
-#include "request_bodies.h"
+#include "server/http_front.h"
+#include "server/request_bodies.h"
+#include "server/sqlite_storage.h"
 #include "service/service_client.h"
-#include "sqlite_storage.h"
 
 namespace qvdovrin {
 
@@ -267,14 +267,14 @@ void report(ReportSource source, const ReportOptions &options, Io &io) {
     const qv::Preferences &preferences = loaded ? *loaded : noPreferences;
     const auto endpoints = endpointsFor(options.server);
     if (options.dryRun) {
-        qv::FakeHttp recorder;
-        qv::FakeQueues queues;
+        qv::posix::RecordingHttp recorder;
+        qv::posix::ThreadQueues queues(1);
         qv::ServiceClient client(recorder, queues, preferences, endpoints);
         const auto outcome = buildReport(client, source, input);
         if (outcome != qv::ReportOutcome::Sent) {
             throw BadInput("nothing to send: " + std::string(qv::describe(outcome)));
         }
-        for (const auto &request : recorder.sent()) {
+        for (const auto &request : recorder.recorded()) {
             io.out << request.method << " " << request.url << "\n";
             for (const auto &[name, value] : request.headers) {
                 io.out << name << ": " << value << "\n";

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "core/hook_installer.h"
+#include "darwin/adapters/objc_runtime.h"
 #include "darwin/core/ownership.h"
-#include "darwin/platform/objc_runtime.h"
 
 namespace qv::darwin {
 

@@ -1,9 +1,10 @@
 // The library's load-time entry points: four initialisers that run, in this order, while the library loads.
 #include "core/hook_installer.h"
+#include "darwin/adapters/objc_runtime.h"
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
-#include "darwin/platform/objc_runtime.h"
 #include "darwin/updates/blocked_updates_setup.h"
+#include "store/purchase_intercept.h"
 
 namespace qv::darwin {
 
@@ -39,7 +40,7 @@ __attribute__((constructor)) static void installStoreHooksAtLoad() {
 
 __attribute__((constructor)) static void createPendingDowngradeTableAtLoad() {
     @autoreleasepool {
-        qv::darwin::guarded([] { qv::createPendingDowngradeTable(); });
+        qv::darwin::guarded([] { static_cast<void>(qv::PendingDowngrades::shared()); });
     }
 }
 

@@ -3,7 +3,7 @@
 
 #import <Foundation/Foundation.h>
 
-#include "core/value.h"
+#include "base/value.h"
 
 namespace qv::darwin {
 

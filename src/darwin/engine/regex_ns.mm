@@ -1,6 +1,6 @@
 // Regex engine for the phone: the system's ICU-based regular expressions, with UTF-8 byte offsets for the core.
-#include "core/regex.h"
-#include "core/utf16_text.h"
+#include "base/regex.h"
+#include "base/text.h"
 
 #import <Foundation/Foundation.h>
 

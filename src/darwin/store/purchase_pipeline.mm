@@ -2,7 +2,7 @@
 // and the store references kept for sharedStore (rows 9 to 12, 16 and 24 to 32).
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
-#include "service/purchase_intercept.h"
+#include "store/purchase_intercept.h"
 
 #import <Foundation/Foundation.h>
 #import <objc/message.h>

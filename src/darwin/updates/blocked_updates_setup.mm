@@ -1,9 +1,9 @@
 // The adapters behind the shared blocked-updates store, alive for the whole life of the process.
 #include "darwin/updates/blocked_updates_setup.h"
 
-#include "darwin/platform/application_proxy_container.h"
-#include "darwin/platform/keyed_archive_file.h"
-#include "darwin/platform/notification_centres.h"
+#include "darwin/adapters/application_proxy_container.h"
+#include "darwin/adapters/keyed_archive_file.h"
+#include "darwin/adapters/notification_centres.h"
 #include "updates/blocked_updates.h"
 
 #import <CoreFoundation/CoreFoundation.h>

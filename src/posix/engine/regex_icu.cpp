@@ -1,6 +1,6 @@
 // ICU-backed regex engine for Linux/macOS: the same engine the phone's regular expressions run on.
-#include "core/regex.h"
-#include "core/utf16_text.h"
+#include "base/regex.h"
+#include "base/text.h"
 
 #include <algorithm>
 #include <atomic>

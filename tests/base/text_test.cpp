@@ -1,0 +1,49 @@
+// UTF-8 to UTF-16 with byte offsets: the mapping the phone's regex engine uses to report matches in bytes.
+#include "base/text.h"
+
+#include <gtest/gtest.h>
+
+#include <vector>
+
+namespace qv {
+namespace {
+
+struct Utf16Case {
+    const char *name;
+    std::string_view utf8;
+    std::u16string units;
+    std::vector<std::size_t> offsets; // for each unit, then one past the end
+};
+
+class Utf16Conversion : public ::testing::TestWithParam<Utf16Case> {};
+
+TEST_P(Utf16Conversion, KeepsTheByteOffsetOfEveryUnit) {
+    const Utf16Text text(GetParam().utf8);
+    EXPECT_EQ(text.units(), GetParam().units);
+    std::vector<std::size_t> offsets;
+    for (std::size_t unit = 0; unit <= text.units().size(); ++unit) {
+        offsets.push_back(text.byteOffset(unit));
+    }
+    EXPECT_EQ(offsets, GetParam().offsets);
+    EXPECT_EQ(text.byteOffset(text.units().size() + 5), GetParam().utf8.size());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, Utf16Conversion,
+    ::testing::Values(Utf16Case{"Empty", "", u"", {0}}, Utf16Case{"Ascii", "ab", u"ab", {0, 1, 2}},
+                      Utf16Case{"TwoByte", "\xC3\xA9", u"\u00E9", {0, 2}},
+                      Utf16Case{"ThreeByteBetweenAscii",
+                                "a\xE2\x82\xAC"
+                                "b",
+                                u"a\u20ACb",
+                                {0, 1, 4, 5}},
+                      Utf16Case{"SupplementaryIsASurrogatePair", "\xF0\x9F\x98\x80!", u"\U0001F600!", {0, 0, 4, 5}},
+                      Utf16Case{"StrayByte", "\xFFx", u"\uFFFDx", {0, 1, 2}},
+                      Utf16Case{"TruncatedSequence", "\xE2\x82", u"\uFFFD\uFFFD", {0, 1, 2}},
+                      Utf16Case{"OverlongForm", "\xC0\xAF", u"\uFFFD\uFFFD", {0, 1, 2}},
+                      Utf16Case{"EncodedSurrogate", "\xED\xA0\x80", u"\uFFFD\uFFFD\uFFFD", {0, 1, 2, 3}},
+                      Utf16Case{"BeyondUnicode", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", {0, 1, 2, 3, 4}}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+} // namespace
+} // namespace qv

@@ -1,0 +1,148 @@
+// Purchase intercept and pending-downgrade table: which purchases are replaced, where, and by what.
+#include "store/purchase_intercept.h"
+
+#include "fakes/fake_purchase.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <thread>
+
+namespace qv {
+namespace {
+
+std::string rewritten(const std::string &store, const std::string &slot) {
+    return "productType=C&price=0&salableAdamId=" + store + "&pricingParameters=SWUPD&appExtVrsId=" + slot +
+           "&clientBuyId=1";
+}
+
+struct InPurchase {
+    std::string params;
+    std::string tag;
+};
+
+struct InterceptCase {
+    const char *name;
+    std::vector<InPurchase> batch;
+    std::map<std::string, std::string> pending;
+    // Per output slot: the buy parameters expected, or "" for "the incoming object at this index, untouched".
+    std::vector<std::string> expected;
+    std::map<std::string, std::string, std::less<>> pendingAfter;
+};
+
+class Intercept : public ::testing::TestWithParam<InterceptCase> {};
+
+TEST_P(Intercept, RewritesMatchingPurchases) {
+    const auto &c = GetParam();
+    std::vector<PurchaseHandle> batch;
+    for (const auto &purchase : c.batch) {
+        batch.push_back(std::make_shared<FakePurchase>(purchase.params, purchase.tag));
+    }
+    PendingDowngrades pending;
+    for (const auto &[store, value] : c.pending) {
+        pending.set(store, value);
+    }
+    FakeMaker maker;
+    const auto queued = addPurchasesIntercept(batch, pending, maker);
+    ASSERT_EQ(queued.size(), c.expected.size());
+    for (std::size_t i = 0; i < queued.size(); ++i) {
+        if (c.expected[i].empty()) {
+            EXPECT_EQ(queued[i], batch[i]) << "slot " << i;
+        } else {
+            EXPECT_NE(queued[i], batch[i]) << "slot " << i;
+            EXPECT_EQ(queued[i]->buyParameters(), c.expected[i]) << "slot " << i;
+        }
+    }
+    EXPECT_EQ(pending.snapshot(), c.pendingAfter);
+}
+
+const std::string kApp123 = "productType=C&salableAdamId=123&appExtVrsId=456&clientBuyId=1&installed=1";
+const std::string kApp124 = "productType=C&salableAdamId=124&appExtVrsId=9";
+
+INSTANTIATE_TEST_SUITE_P(
+    Batches, Intercept,
+    ::testing::Values(
+        InterceptCase{"Empty", {}, {{"123", "400"}}, {}, {{"123", "400"}}},
+        InterceptCase{
+            "ChosenVersion", {{kApp123, "a"}, {kApp124, "b"}}, {{"123", "400"}}, {rewritten("123", "400"), ""}, {}},
+        InterceptCase{"PreviousKeepsCurrentVersionAndFlagsIt",
+                      {{kApp123, "a"}},
+                      {{"123", "previous"}, {"999", "1"}},
+                      {rewritten("123", "456&qvprevious=1")},
+                      {{"999", "1"}}},
+        InterceptCase{"OneEntryRewritesOnlyTheFirstPurchaseOfTheApp",
+                      {{kApp124, "x"}, {kApp123, "a"}, {kApp123, "b"}},
+                      {{"123", "400"}},
+                      {"", rewritten("123", "400"), ""},
+                      {}},
+        // The fresh purchase goes where the first purchase equal to the incoming one sits.
+        InterceptCase{"ReplacesFirstEqualElement",
+                      {{kApp124, "same"}, {kApp123, "same"}},
+                      {{"123", "400"}},
+                      {rewritten("123", "400"), ""},
+                      {}},
+        InterceptCase{"PurchaseWithoutStoreIdentifierUsesTheEmptyKey",
+                      {{"productType=C", "a"}, {kApp124, "b"}},
+                      {{"", "5"}, {"124", "6"}},
+                      {rewritten("", "5"), rewritten("124", "6")},
+                      {}},
+        InterceptCase{"NoEntryNoChange", {{kApp123, "a"}}, {{"12", "1"}}, {""}, {{"12", "1"}}}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST(InterceptEdges, NullPurchasesAndFailedMakerLeaveTheBatchAlone) {
+    class NoMaker final : public PurchaseMaker {
+      public:
+        PurchaseHandle purchaseWithBuyParameters(const std::string &) override { return nullptr; }
+    } maker;
+    PendingDowngrades pending;
+    pending.set("123", "400");
+    const std::vector<PurchaseHandle> batch{nullptr, std::make_shared<FakePurchase>(kApp123, "a")};
+    EXPECT_EQ(addPurchasesIntercept(batch, pending, maker), batch);
+}
+
+// Writers fill the table while two store threads intercept batches for the same apps: every entry must rewrite
+// exactly one purchase, however the threads interleave.
+TEST(PendingTable, EachEntryIsConsumedExactlyOnceAcrossThreads) {
+    constexpr int kWriters = 4;
+    constexpr int kEntriesPerWriter = 200;
+    constexpr int kTotal = kWriters * kEntriesPerWriter;
+    constexpr int kChunk = 50;
+    constexpr int kMaxPasses = 10000;
+    std::vector<PurchaseHandle> all;
+    for (int i = 0; i < kTotal; ++i) {
+        all.push_back(std::make_shared<FakePurchase>("salableAdamId=" + std::to_string(i + 1), std::to_string(i)));
+    }
+    PendingDowngrades pending;
+    FakeMaker maker;
+    std::atomic<int> replaced{0};
+    std::vector<std::thread> threads;
+    for (int w = 0; w < kWriters; ++w) {
+        threads.emplace_back([&, w] {
+            for (int k = 0; k < kEntriesPerWriter; ++k) {
+                pending.set(std::to_string(w * kEntriesPerWriter + k + 1), "7");
+            }
+        });
+    }
+    for (int consumer = 0; consumer < 2; ++consumer) {
+        threads.emplace_back([&] {
+            for (int pass = 0; pass < kMaxPasses && replaced.load() < kTotal; ++pass) {
+                for (int first = 0; first < kTotal; first += kChunk) {
+                    const std::vector<PurchaseHandle> batch(all.begin() + first, all.begin() + first + kChunk);
+                    const auto queued = addPurchasesIntercept(batch, pending, maker);
+                    for (std::size_t i = 0; i < batch.size(); ++i) {
+                        replaced += queued[i] != batch[i] ? 1 : 0;
+                    }
+                }
+            }
+        });
+    }
+    for (auto &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(replaced.load(), kTotal);
+    EXPECT_EQ(maker.made.load(), kTotal);
+    EXPECT_TRUE(pending.snapshot().empty());
+}
+
+} // namespace
+} // namespace qv
