@@ -30,10 +30,9 @@ std::optional<std::string> textField(const Dictionary &object, std::string_view 
 }
 
 Parsed<Value> jsonObject(std::string_view body) {
-    JsonError error;
-    auto json = parseJson(body, &error);
+    auto json = parseJson(body);
     if (!json) {
-        return Parsed<Value>::refused("malformed JSON: " + error.message);
+        return Parsed<Value>::refused("malformed JSON: " + json.error().detail);
     }
     if (json->asDictionary() == nullptr) {
         return Parsed<Value>::refused("the body must be a JSON object");

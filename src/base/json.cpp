@@ -17,7 +17,7 @@ class Parser {
   public:
     explicit Parser(std::string_view text) : text_(text) {}
 
-    std::optional<Value> document(JsonError *error) {
+    Result<Value> document() {
         skipSpace();
         auto value = parseValue(0);
         if (value) {
@@ -27,11 +27,10 @@ class Parser {
                 value.reset();
             }
         }
-        if (!value && error != nullptr) {
-            error->message = message_;
-            error->offset = position_;
+        if (!value) {
+            return qv::fail(ErrorCode::MalformedJson, message_);
         }
-        return value;
+        return std::move(*value);
     }
 
   private:
@@ -456,8 +455,8 @@ void write(std::string &out, const Value &value, int indent, int level) {
 
 } // namespace
 
-std::optional<Value> parseJson(std::string_view text, JsonError *error) {
-    return Parser(text).document(error);
+Result<Value> parseJson(std::string_view text) {
+    return Parser(text).document();
 }
 
 std::string toJson(const Value &value) {

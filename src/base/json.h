@@ -5,19 +5,16 @@
 #include <string>
 #include <string_view>
 
+#include "base/result.h"
 #include "base/value.h"
 
 namespace qv {
 
-struct JsonError {
-    std::string message; // one line, e.g. "unexpected character 'x' at offset 12"
-    std::size_t offset = 0;
-};
-
 // Parses one JSON document. Integers that fit in 64 bits become Integer, other numbers Real.
 // Nesting deeper than kMaxJsonDepth is rejected rather than recursed into.
 constexpr int kMaxJsonDepth = 256;
-std::optional<Value> parseJson(std::string_view text, JsonError *error = nullptr);
+// A failure is MalformedJson whose detail is one line, e.g. "unexpected character 'x' at offset 12".
+Result<Value> parseJson(std::string_view text);
 
 // Compact JSON (no spaces), keys in insertion order. Bytes are written as base64 strings, dates as seconds.
 // Non-string dictionary keys are written in their JSON text form as strings.

@@ -36,7 +36,7 @@ constexpr std::string_view errorName(ErrorCode code) {
     switch (code) {
 #define QV_ERROR_NAME(name, message)                                                                                   \
     case ErrorCode::name:                                                                                              \
-        static_assert(std::string_view(message).size() > 0, #name " needs a message");                                \
+        static_assert(std::string_view(message).size() > 0, #name " needs a message");                                 \
         return #name;
         QV_ERROR_CODES(QV_ERROR_NAME)
 #undef QV_ERROR_NAME

@@ -78,11 +78,10 @@ void fetchKnownVersions(Http &http, Queues &queues, std::string_view apiBaseUrl,
         } else if (!result.succeeded()) {
             known.error = "the service answered with HTTP status " + std::to_string(result.status);
         } else {
-            JsonError parseError;
-            const auto json = parseJson(result.body, &parseError);
+            const auto json = parseJson(result.body);
             auto versions = json ? versionsFromJson(*json) : std::nullopt;
             if (!json) {
-                known.error = "the reply is not JSON: " + parseError.message;
+                known.error = "the reply is not JSON: " + json.error().detail;
             } else if (!versions) {
                 known.error = "the reply is not a list of versions";
             } else {

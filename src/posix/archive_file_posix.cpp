@@ -7,10 +7,9 @@
 namespace qv::posix {
 
 ArchiveLoad PosixArchiveFile::load(const std::string &path) {
-    std::string error;
-    const auto bytes = readFile(path, &error);
+    const auto bytes = readFile(path);
     if (!bytes) {
-        return {ArchiveLoad::Status::Unreadable, Value(), error};
+        return {ArchiveLoad::Status::Unreadable, Value(), bytes.error().detail};
     }
     auto decoded = decodeKeyedArchive(*bytes);
     if (!decoded.ok()) {
@@ -27,7 +26,11 @@ bool PosixArchiveFile::save(const std::string &path, const Value &root, std::str
         }
         return false;
     }
-    return writeFileAtomically(path, *encoded.bytes, error);
+    const auto written = writeFileAtomically(path, *encoded.bytes);
+    if (!written && error != nullptr) {
+        *error = written.error().detail;
+    }
+    return written.ok();
 }
 
 } // namespace qv::posix

@@ -11,10 +11,8 @@ namespace qv::posix {
 
 namespace {
 
-void setError(std::string *error, const std::string &what, const std::string &path) {
-    if (error != nullptr) {
-        *error = what + " " + path + ": " + std::strerror(errno);
-    }
+Error systemError(ErrorCode code, const std::string &what, const std::string &path) {
+    return Error{code, what + " " + path + ": " + std::strerror(errno)};
 }
 
 std::string directoryOf(const std::string &path) {
@@ -27,11 +25,10 @@ std::string directoryOf(const std::string &path) {
 
 } // namespace
 
-std::optional<std::string> readFile(const std::string &path, std::string *error) {
+Result<std::string> readFile(const std::string &path) {
     const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
-        setError(error, "cannot open", path);
-        return std::nullopt;
+        return systemError(ErrorCode::FileUnreadable, "cannot open", path);
     }
     std::string bytes;
     char buffer[65536];
@@ -41,9 +38,9 @@ std::optional<std::string> readFile(const std::string &path, std::string *error)
             if (errno == EINTR) {
                 continue;
             }
-            setError(error, "cannot read", path);
+            const Error error = systemError(ErrorCode::FileUnreadable, "cannot read", path);
             ::close(fd);
-            return std::nullopt;
+            return error;
         }
         if (got == 0) {
             break;
@@ -54,12 +51,11 @@ std::optional<std::string> readFile(const std::string &path, std::string *error)
     return bytes;
 }
 
-bool writeFileAtomically(const std::string &path, const std::string &bytes, std::string *error) {
+Result<void> writeFileAtomically(const std::string &path, const std::string &bytes) {
     std::string temporary = path + ".tmp.XXXXXX";
     const int fd = ::mkstemp(temporary.data());
     if (fd < 0) {
-        setError(error, "cannot create a temporary file for", path);
-        return false;
+        return systemError(ErrorCode::FileUnwritable, "cannot create a temporary file for", path);
     }
     std::size_t written = 0;
     while (written < bytes.size()) {
@@ -68,24 +64,24 @@ bool writeFileAtomically(const std::string &path, const std::string &bytes, std:
             if (errno == EINTR) {
                 continue;
             }
-            setError(error, "cannot write", temporary);
+            const Error error = systemError(ErrorCode::FileUnwritable, "cannot write", temporary);
             ::close(fd);
             ::unlink(temporary.c_str());
-            return false;
+            return error;
         }
         written += static_cast<std::size_t>(put);
     }
     if (::fchmod(fd, 0644) != 0 || ::fsync(fd) != 0) {
-        setError(error, "cannot flush", temporary);
+        const Error error = systemError(ErrorCode::FileUnwritable, "cannot flush", temporary);
         ::close(fd);
         ::unlink(temporary.c_str());
-        return false;
+        return error;
     }
     ::close(fd);
     if (::rename(temporary.c_str(), path.c_str()) != 0) {
-        setError(error, "cannot replace", path);
+        const Error error = systemError(ErrorCode::FileUnwritable, "cannot replace", path);
         ::unlink(temporary.c_str());
-        return false;
+        return error;
     }
     // Make the rename itself durable.
     const int directory = ::open(directoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -93,7 +89,7 @@ bool writeFileAtomically(const std::string &path, const std::string &bytes, std:
         ::fsync(directory);
         ::close(directory);
     }
-    return true;
+    return {};
 }
 
 } // namespace qv::posix

@@ -7,15 +7,17 @@
 namespace qv::posix {
 
 std::unique_ptr<JsonFilePreferences> JsonFilePreferences::load(const std::string &path, std::string *error) {
-    const auto text = readFile(path, error);
+    const auto text = readFile(path);
     if (!text) {
+        if (error != nullptr) {
+            *error = text.error().detail;
+        }
         return nullptr;
     }
-    JsonError parseError;
-    auto json = parseJson(*text, &parseError);
+    auto json = parseJson(*text);
     if (!json || json->asDictionary() == nullptr) {
         if (error != nullptr) {
-            *error = path + ": " + (json ? std::string("not a JSON object") : parseError.message);
+            *error = path + ": " + (json ? std::string("not a JSON object") : json.error().detail);
         }
         return nullptr;
     }

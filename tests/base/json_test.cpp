@@ -14,9 +14,8 @@ struct RoundTripCase {
 class JsonRoundTrip : public ::testing::TestWithParam<RoundTripCase> {};
 
 TEST_P(JsonRoundTrip, ParsesAndWritesCompactly) {
-    JsonError error;
-    const auto value = parseJson(GetParam().input, &error);
-    ASSERT_TRUE(value) << error.message;
+    const auto value = parseJson(GetParam().input);
+    ASSERT_TRUE(value) << value.error().detail;
     EXPECT_EQ(toJson(*value), GetParam().compact);
 }
 
@@ -33,9 +32,10 @@ INSTANTIATE_TEST_SUITE_P(
 class JsonRejects : public ::testing::TestWithParam<const char *> {};
 
 TEST_P(JsonRejects, MalformedText) {
-    JsonError error;
-    EXPECT_FALSE(parseJson(GetParam(), &error));
-    EXPECT_FALSE(error.message.empty());
+    const auto value = parseJson(GetParam());
+    ASSERT_FALSE(value);
+    EXPECT_EQ(value.error().code, ErrorCode::MalformedJson);
+    EXPECT_FALSE(value.error().detail.empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(Malformed, JsonRejects,

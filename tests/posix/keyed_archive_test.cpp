@@ -160,7 +160,7 @@ TEST_P(ReferenceArchive, DecodesToItsDocumentedContent) {
     const auto decoded = decodeKeyedArchiveTop(readBytes(kArchives + GetParam()), kLenient);
     ASSERT_TRUE(decoded.ok()) << decoded.error;
     const auto expected = qv::parseJson(withSetsAsArrays(dumps.at(GetParam())));
-    ASSERT_TRUE(expected.has_value());
+    ASSERT_TRUE(expected.ok());
     EXPECT_EQ(renderTop(*decoded.value), *expected) << qv::toJson(renderTop(*decoded.value)) << "\n"
                                                     << qv::toJson(*expected);
 }

@@ -90,15 +90,13 @@ qv::Value parseKey(const std::string &text) {
 }
 
 qv::Value readJsonFile(const std::string &path) {
-    std::string error;
-    const auto text = qv::posix::readFile(path, &error);
+    const auto text = qv::posix::readFile(path);
     if (!text) {
-        throw BadInput(error);
+        throw BadInput(text.error().detail);
     }
-    qv::JsonError jsonError;
-    auto value = qv::parseJson(*text, &jsonError);
+    auto value = qv::parseJson(*text);
     if (!value) {
-        throw BadInput(path + ": " + jsonError.message);
+        throw BadInput(path + ": " + value.error().detail);
     }
     return std::move(*value);
 }

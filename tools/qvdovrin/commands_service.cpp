@@ -204,7 +204,7 @@ void lookupBundleId(const std::string &bundleId, const ServerOption &server, Io 
     qv::HttpRequest request;
     request.url = endpoints.lookupBaseUrl + "lookup?bundleId=" + percentEncoded(bundleId);
     const auto reply = http.fetch(request);
-    const auto json = reply.succeeded() ? qv::parseJson(reply.body) : std::nullopt;
+    const auto json = qv::parseJson(reply.succeeded() ? reply.body : std::string());
     const auto *object = json ? json->asDictionary() : nullptr;
     const auto *results = object != nullptr ? object->find(qv::Value("results")) : nullptr;
     const auto *list = results != nullptr ? results->asArray() : nullptr;
@@ -229,15 +229,13 @@ struct ReportOptions {
 };
 
 qv::Value readJsonFile(const std::string &path) {
-    std::string error;
-    const auto text = qv::posix::readFile(path, &error);
+    const auto text = qv::posix::readFile(path);
     if (!text) {
-        throw BadInput(error);
+        throw BadInput(text.error().detail);
     }
-    qv::JsonError parseError;
-    auto json = qv::parseJson(*text, &parseError);
+    auto json = qv::parseJson(*text);
     if (!json) {
-        throw BadInput(path + ": malformed JSON: " + parseError.message);
+        throw BadInput(path + ": malformed JSON: " + json.error().detail);
     }
     return *json;
 }
