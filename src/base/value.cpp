@@ -25,6 +25,23 @@ std::size_t combine(std::size_t seed, std::size_t value) {
 
 } // namespace
 
+const Value &Value::null() {
+    // Never destroyed: lookups may run on store threads while the process exits.
+    static const Value *const kNull = new Value();
+    return *kNull;
+}
+
+const Value &Value::operator[](std::string_view key) const {
+    const Dictionary *dictionary = asDictionary();
+    const Value *member = dictionary != nullptr ? dictionary->find(Value(key)) : nullptr;
+    return member != nullptr ? *member : null();
+}
+
+const Value &Value::operator[](std::size_t index) const {
+    const Array *array = asArray();
+    return array != nullptr && index < array->size() ? (*array)[index] : null();
+}
+
 bool Value::truthy() const {
     if (const auto *boolean = asBool()) {
         return *boolean;

@@ -87,6 +87,14 @@ class Value {
     const Dictionary *asDictionary() const;
     Dictionary *asDictionary();
 
+    // Path lookup that never fails: the member under a text key of a dictionary, or the element at an index of an
+    // array; anything missing on the way yields the shared null, so value["offers"][0]["version"]["display"]
+    // reads safely whatever shape the value has.
+    const Value &operator[](std::string_view key) const;
+    const Value &operator[](std::size_t index) const;
+    // The one shared null those lookups return; it lives as long as the process.
+    static const Value &null();
+
     // The value as a truth value the way the platform's boolValue reads a number; false for non-numbers.
     bool truthy() const;
     // The numeric value as a 64-bit integer (reals truncated, booleans 0/1); nothing for non-numbers.

@@ -71,5 +71,35 @@ TEST(ValueSemantics, NumbersCompareByValueAndDictionaryKeepsOrder) {
     EXPECT_EQ(Value(dictionary), Value(reordered));
 }
 
+struct PathCase {
+    const char *name;
+    const char *document;
+    const char *expected; // nullptr: the lookup yields null
+};
+
+class ValuePath : public ::testing::TestWithParam<PathCase> {};
+
+TEST_P(ValuePath, FollowsTheOfferVersionOrYieldsNull) {
+    const auto value = parseJson(GetParam().document);
+    ASSERT_TRUE(value);
+    const Value &display = (*value)["offers"][0]["version"]["display"];
+    if (GetParam().expected == nullptr) {
+        EXPECT_TRUE(display.isNull());
+    } else {
+        ASSERT_NE(display.asString(), nullptr);
+        EXPECT_EQ(*display.asString(), GetParam().expected);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Shapes, ValuePath,
+                         ::testing::Values(PathCase{"Present", R"({"offers":[{"version":{"display":"2.0"}}]})", "2.0"},
+                                           PathCase{"NoOffers", R"({"version":"2.0"})", nullptr},
+                                           PathCase{"EmptyOffers", R"({"offers":[]})", nullptr},
+                                           PathCase{"OffersNotAList", R"({"offers":{"0":{}}})", nullptr},
+                                           PathCase{"VersionNotADictionary", R"({"offers":[{"version":"2.0"}]})",
+                                                    nullptr},
+                                           PathCase{"NotADictionary", R"([1,2])", nullptr}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
 } // namespace
 } // namespace qv
