@@ -1,0 +1,209 @@
+// The downgrade flows that end in a purchase: rewriting the redesigned store's purchase, or submitting our own.
+#include "store/purchase_initiated.h"
+
+#include <utility>
+
+#include "base/text.h"
+#include "service/buy_parameters.h"
+
+namespace qv {
+
+namespace {
+
+int hexValue(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10;
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10;
+    }
+    return -1;
+}
+
+// Percent-decoded text; text whose escapes are broken or do not decode to UTF-8 stays as written.
+std::string percentDecoded(std::string_view text) {
+    std::string decoded;
+    decoded.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            decoded += text[i];
+            continue;
+        }
+        if (i + 2 >= text.size()) {
+            return std::string(text);
+        }
+        const int high = hexValue(text[i + 1]);
+        const int low = hexValue(text[i + 2]);
+        if (high < 0 || low < 0) {
+            return std::string(text);
+        }
+        decoded += static_cast<char>((high << 4) | low);
+        i += 2;
+    }
+    return isValidUtf8(decoded) ? decoded : std::string(text);
+}
+
+bool mayStandInQuery(unsigned char c) {
+    static constexpr std::string_view kQueryPunctuation = "-._~!$&'()*+,;=:@/?";
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+           kQueryPunctuation.find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+void appendEncoded(std::string &out, std::string_view text, std::string_view alsoEncoded) {
+    static constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (mayStandInQuery(byte) && alsoEncoded.find(c) == std::string_view::npos) {
+            out += c;
+        } else {
+            out += '%';
+            out += kHexDigits[byte >> 4U];
+            out += kHexDigits[byte & 0xFU];
+        }
+    }
+}
+
+} // namespace
+
+std::vector<QueryItem> queryItemsOf(std::string_view query) {
+    std::vector<QueryItem> items;
+    if (query.empty()) {
+        return items;
+    }
+    std::size_t start = 0;
+    while (true) {
+        const std::size_t end = query.find('&', start);
+        const std::string_view item = query.substr(start, end == std::string_view::npos ? end : end - start);
+        const std::size_t equals = item.find('=');
+        if (equals == std::string_view::npos) {
+            items.push_back({percentDecoded(item), std::nullopt});
+        } else {
+            items.push_back({percentDecoded(item.substr(0, equals)), percentDecoded(item.substr(equals + 1))});
+        }
+        if (end == std::string_view::npos) {
+            return items;
+        }
+        start = end + 1;
+    }
+}
+
+std::string queryOf(const std::vector<QueryItem> &items) {
+    std::string query;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (i > 0) {
+            query += '&';
+        }
+        appendEncoded(query, items[i].name, "&=");
+        if (items[i].value) {
+            query += '=';
+            appendEncoded(query, *items[i].value, "&");
+        }
+    }
+    return query;
+}
+
+std::string buyParametersAskingForVersion(std::string_view buyParameters, std::string_view version) {
+    std::vector<QueryItem> items = queryItemsOf(buyParameters);
+    const QueryItem wanted{std::string(kExternalVersionQueryName), std::string(version)};
+    bool replaced = false;
+    for (QueryItem &item : items) {
+        if (item.name == kExternalVersionQueryName) {
+            item = wanted;
+            replaced = true;
+            break;
+        }
+    }
+    if (!replaced) {
+        items.push_back(wanted);
+    }
+    return queryOf(items);
+}
+
+void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, PurchaseCompletion completion) {
+    FlagPromptButtons buttons;
+    buttons.continueButton = static_cast<bool>(completion);
+    const Prompt prompt = flagPrompt(buttons, flows.updateBlockerDisabled(), flows.ui);
+    PromptHandlers handlers;
+    handlers.choice = [&flows, purchase, completion](DowngradeChoice choice) {
+        if (choice == DowngradeChoice::Continue) {
+            if (completion) {
+                completion(false, purchase);
+            }
+            return;
+        }
+        if (choice != DowngradeChoice::Downgrade) {
+            return;
+        }
+        auto list = flows.makeVersionsList(textOf(purchase[kPurchaseAdamIdKey]));
+        list->setCancel([purchase, completion] {
+            if (completion) {
+                completion(false, purchase);
+            }
+        });
+        list->setCompletion([purchase, completion](std::optional<std::string> version) {
+            const Value &buyParameters = purchase[kPurchaseBuyParamsKey];
+            // The formatter writes a missing string as "(null)", and that is what gets split.
+            const std::string query = buyParameters.isNull() ? std::string(kMissingObjectText) : textOf(buyParameters);
+            Value rewritten = purchase;
+            if (Dictionary *dictionary = rewritten.asDictionary()) {
+                dictionary->set(Value(kPurchaseBuyParamsKey),
+                                Value(buyParametersAskingForVersion(query, version.value_or(""))));
+            }
+            if (completion) {
+                completion(true, std::move(rewritten));
+            }
+        });
+        flows.ui.presentScreen(list, Presenter::TopMost);
+    };
+    presentPrompt(flows.ui, prompt, std::move(handlers));
+}
+
+void displayDowngradeController(DowngradeFlows &flows, StorePurchasing &purchasing, const std::string &storeIdentifier,
+                                const std::string &bundleIdentifier, std::function<void(int)> completion) {
+    auto list = flows.makeVersionsList(storeIdentifier);
+    list->setCompletion([&purchasing, storeIdentifier, bundleIdentifier,
+                         completion = std::move(completion)](std::optional<std::string> version) {
+        const bool installed = purchasing.appInstalled(bundleIdentifier);
+        purchasing.submitPurchases(storeIdentifier, version.value_or(""), installed);
+        if (completion) {
+            completion(1);
+        }
+    });
+    flows.ui.presentScreen(list, Presenter::TopMost);
+}
+
+void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const StoreIdentifierLookup &lookup,
+                       OfferButtonTap tap) {
+    FlagPromptButtons buttons;
+    buttons.continueButton = static_cast<bool>(tap.completion);
+    buttons.cancelButton = true;
+    buttons.blockUpdateButton = true;
+    buttons.showTweaksAction = true;
+    const Prompt prompt = flagPrompt(buttons, flows.updateBlockerDisabled(), flows.ui);
+    PromptHandlers handlers;
+    handlers.blockAllUpdates = tap.blockAllUpdates;
+    handlers.showTweaks = tap.showTweaks;
+    handlers.choice = [&flows, &purchasing, lookup, bundleIdentifier = tap.bundleIdentifier,
+                       completion = tap.completion](DowngradeChoice choice) {
+        if (choice == DowngradeChoice::Continue) {
+            if (completion) {
+                completion(static_cast<int>(DowngradeChoice::Continue));
+            }
+            return;
+        }
+        if (choice != DowngradeChoice::Downgrade) {
+            return;
+        }
+        flows.ui.showProgress(std::string(kLoadingText));
+        lookup(bundleIdentifier, [&flows, &purchasing, bundleIdentifier, completion](std::string storeIdentifier) {
+            flows.ui.dismissProgress();
+            displayDowngradeController(flows, purchasing, storeIdentifier, bundleIdentifier, completion);
+        });
+    };
+    presentPrompt(flows.ui, prompt, std::move(handlers));
+}
+
+} // namespace qv
