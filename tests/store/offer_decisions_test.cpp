@@ -1,0 +1,163 @@
+// The offer hooks' decisions: long-press actions, when a store action prompts, answers, hint and purchase marker.
+#include "store/offer_decisions.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "base/json.h"
+#include "fakes/scripted_ui.h"
+
+namespace qv {
+namespace {
+
+TEST(LongPress, OnlyTheTwoOfferActionsAttachOne) {
+    EXPECT_TRUE(actionAttachesLongPress("_buttonAction:"));
+    EXPECT_TRUE(actionAttachesLongPress("_itemOfferConfirmAction:"));
+    for (const char *other : {"_buttonAction", "buttonAction:", "_itemOfferConfirmAction:x", "", "tap:"}) {
+        EXPECT_FALSE(actionAttachesLongPress(other)) << other;
+    }
+}
+
+struct DecisionCase {
+    const char *name;
+    OfferSettings settings;
+    bool installed;
+    bool supported;
+    OfferSender sender;
+    OfferDecision expected;
+};
+
+class OfferAction : public ::testing::TestWithParam<DecisionCase> {};
+
+TEST_P(OfferAction, PromptsCallsOrigOrWaits) {
+    const auto &c = GetParam();
+    EXPECT_EQ(decideOfferAction(c.settings, c.installed, c.supported, c.sender), c.expected);
+}
+
+constexpr OfferSender kTap{false, 0};
+constexpr OfferSender kHoldBegan{true, 1};
+constexpr OfferSender kHoldEnded{true, 3};
+
+INSTANTIATE_TEST_SUITE_P(
+    Rules, OfferAction,
+    ::testing::Values(
+        DecisionCase{"FeatureOff", {false, true}, true, true, kHoldBegan, OfferDecision::CallOrig},
+        DecisionCase{"InstalledTapWithLongPress", {true, true}, true, true, kTap, OfferDecision::CallOrig},
+        DecisionCase{"InstalledHoldBegan", {true, true}, true, true, kHoldBegan, OfferDecision::Prompt},
+        DecisionCase{"InstalledHoldEnded", {true, true}, true, true, kHoldEnded, OfferDecision::Nothing},
+        DecisionCase{"NotInstalledTapPrompts", {true, true}, false, true, kTap, OfferDecision::Prompt},
+        DecisionCase{"LongPressOffTapPrompts", {true, false}, true, true, kTap, OfferDecision::Prompt},
+        DecisionCase{"Unsupported", {true, false}, true, false, kTap, OfferDecision::CallOrig},
+        DecisionCase{"UnsupportedHoldBegan", {true, true}, true, false, kHoldBegan, OfferDecision::CallOrig}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+struct AnswerRig {
+    ScriptedUi ui;
+    PendingDowngrades pending;
+    std::vector<std::string> store;
+    DowngradeFlows flows{ui,
+                         [this](const std::string &id) {
+                             return std::make_shared<VersionsListModel>(
+                                 ui,
+                                 [](const std::string &, auto done) {
+                                     done(VersionsReply{{{"1.0", "700"}}, {}});
+                                 },
+                                 id);
+                         },
+                         [] { return false; }};
+
+    OfferItem item(bool installed) {
+        OfferItem offer;
+        offer.itemIdentifier = "42";
+        offer.installed = installed;
+        offer.callOrig = [this] { store.emplace_back("orig"); };
+        offer.startPurchases = [this](std::optional<std::string> version) {
+            store.push_back("start " + version.value_or("(none)"));
+        };
+        offer.installedVersion = [] { return std::optional<std::int64_t>(815000); };
+        return offer;
+    }
+};
+
+struct AnswerCase {
+    const char *name;
+    int answer;
+    bool installed;
+    bool chooseFromList;
+    std::vector<std::string> store;
+    std::optional<std::string> pending;
+};
+
+class OfferAnswer : public ::testing::TestWithParam<AnswerCase> {};
+
+TEST_P(OfferAnswer, CarriesTheChoiceToTheStore) {
+    const auto &c = GetParam();
+    AnswerRig rig;
+    handleOfferAnswer(c.answer, rig.item(c.installed), rig.pending, rig.flows);
+    if (c.chooseFromList) {
+        auto list = rig.ui.lastScreen<VersionsListModel>();
+        ASSERT_NE(list, nullptr);
+        EXPECT_EQ(rig.ui.screenPresenters.back(), Presenter::KeyWindowRoot);
+        list->appeared();
+        list->chooseRow(0);
+    }
+    EXPECT_EQ(rig.store, c.store);
+    EXPECT_EQ(rig.pending.find("42"), c.pending);
+}
+
+INSTANTIATE_TEST_SUITE_P(Answers, OfferAnswer,
+                         ::testing::Values(AnswerCase{"Continue", 0, true, false, {"orig"}, std::nullopt},
+                                           AnswerCase{"ChosenVersionInstalled", 1, true, true, {"start 700"}, "700"},
+                                           AnswerCase{"ChosenVersionNotInstalled", 1, false, true, {"orig"}, "700"},
+                                           AnswerCase{
+                                               "PreviousInstalled", 2, true, false, {"start 815000"}, "previous"},
+                                           AnswerCase{"PreviousNotInstalled", 2, false, false, {"orig"}, "previous"},
+                                           AnswerCase{"Cancel", 3, true, false, {}, std::nullopt},
+                                           AnswerCase{"Unknown", 7, true, false, {}, std::nullopt}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+struct ProxyCase {
+    const char *name;
+    ApplicationProxyFacts proxy;
+    std::optional<std::int64_t> expected;
+};
+
+class InstalledVersion : public ::testing::TestWithParam<ProxyCase> {};
+
+TEST_P(InstalledVersion, ExternalIdThenBundleVersionThenNothing) {
+    EXPECT_EQ(versionIdentifierForAppWithID(GetParam().proxy), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Proxies, InstalledVersion,
+                         ::testing::Values(ProxyCase{"NoProxy", {false, 5, "6"}, std::nullopt},
+                                           ProxyCase{"ExternalId", {true, 815000, "6"}, 815000},
+                                           ProxyCase{"BundleVersion", {true, std::nullopt, " 42.1"}, 42},
+                                           ProxyCase{"BundleVersionNotANumber", {true, std::nullopt, "b7"}, 0},
+                                           ProxyCase{"Neither", {true, std::nullopt, std::nullopt}, std::nullopt}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(HoldHint, ShownOnceForAnInstalledAppWithLongPressOn) {
+    EXPECT_TRUE(shouldShowHoldHint(false, true, true));
+    EXPECT_FALSE(shouldShowHoldHint(true, true, true));
+    EXPECT_FALSE(shouldShowHoldHint(false, false, true));
+    EXPECT_FALSE(shouldShowHoldHint(false, true, false));
+    const Point touch = holdHintTouchPoint({10, 100, 80, 30}, 44, 20);
+    EXPECT_EQ(touch, (Point{50, 44 + 20 + 100 + 30 + 2}));
+}
+
+TEST(PurchaseMarker, OnlyOurPurchasesGoThroughAndLoseTheMarker) {
+    const auto ours = takePurchaseMarker(*parseJson(R"({"customQVParams":false,"buyParams":"a=1"})"));
+    EXPECT_TRUE(ours.issuedByUs);
+    EXPECT_EQ(ours.purchase, *parseJson(R"({"buyParams":"a=1"})"));
+    for (const char *store : {R"({"buyParams":"a=1"})", "null", "[]"}) {
+        const Value purchase = *parseJson(store);
+        const auto theirs = takePurchaseMarker(purchase);
+        EXPECT_FALSE(theirs.issuedByUs) << store;
+        EXPECT_EQ(theirs.purchase, purchase);
+    }
+}
+
+} // namespace
+} // namespace qv
