@@ -1,5 +1,4 @@
-// Binding bodies to rows: the bodies of one build, indexed by the body a row names, and the compile-time checks
-// that a body fits its row (a replacement keeps orig, an addition does not, and the argument count matches).
+// Binding bodies to rows, with compile-time checks that each body fits the row it is bound to.
 #pragma once
 
 #include "core/hook_table.h"
@@ -69,14 +68,14 @@ template <auto Function> MethodImplementation implementationOf() {
     return reinterpret_cast<MethodImplementation>(Function);
 }
 
-// A replacement body and the slot that receives orig.
+// A replacement row's body and the slot that receives orig; only replacement rows can be bound this way.
 template <HookBody Body, auto Function>
 requires ReplacesMethod<Body> && FitsSelectorOf<Body, decltype(Function)>
 constexpr BodyBinding replacement(MethodImplementation &orig) {
     return {Body, implementationOf<Function>, &orig};
 }
 
-// An added method's body.
+// An addition row's body, which has no orig slot; only addition rows can be bound this way.
 template <HookBody Body, auto Function>
 requires AddsMethod<Body> && FitsSelectorOf<Body, decltype(Function)>
 constexpr BodyBinding addition() {

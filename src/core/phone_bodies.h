@@ -1,5 +1,4 @@
-// The bodies the phone library binds, listed by the file of hook bodies that holds them. Each of those files
-// checks at compile time that it binds exactly its list; every row whose body is not listed here is pending.
+// The bodies the phone library binds, listed by the file of hook bodies that holds them.
 #pragma once
 
 #include "core/hook_table.h"
@@ -8,6 +7,8 @@
 
 namespace qv {
 
+// Each file of hook bodies checks while it compiles that it binds exactly its list here; a row whose body no
+// list names is pending.
 inline constexpr std::array kStoreObjectBodies{
     HookBody::OfferViewLibraryItem,
     HookBody::DocumentContainerUndefinedKey,

@@ -33,6 +33,7 @@ class PendingDowngrades {
     bool erase(std::string_view storeIdentifier);
     // Looks up and removes in one step, so one entry can rewrite one purchase only.
     std::optional<std::string> take(std::string_view storeIdentifier);
+    // Nothing when there is no entry or another purchase holds it.
     std::optional<Claim> claim(std::string_view storeIdentifier);
     // Removes the claimed entry, unless it has been set afresh since it was claimed.
     void consume(const Claim &claim);

@@ -1,5 +1,4 @@
-// The phone's hook bodies: each file of bodies binds its own into the build's table, checked against its list
-// in core/phone_bodies.h while it compiles.
+// The files of the phone's hook bodies, each binding its own bodies into the build's table.
 #pragma once
 
 #include "core/hook_binding.h"

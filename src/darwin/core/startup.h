@@ -1,5 +1,4 @@
-// The phone library's process-wide objects. The start-up file creates each one once and never destroys it: store
-// threads may still use them while the process exits.
+// The phone library's process-wide objects, created once by the start-up file.
 #pragma once
 
 #include "darwin/adapters/objc_runtime.h"
@@ -8,6 +7,7 @@
 
 namespace qv::darwin {
 
+// None of them is ever destroyed: store threads may still use them while the process exits.
 ObjcRuntime &objcRuntime();
 const ResourceBundle &resourceBundle();
 LatestStore &latestStore();

@@ -1,5 +1,4 @@
-// The library's load-time entry points, four initialisers that run in order while the library loads, and the one
-// place that creates the process-wide objects.
+// The library's load-time entry points and the one place that creates the process-wide objects.
 #include "darwin/core/startup.h"
 
 #include "core/hook_installer.h"

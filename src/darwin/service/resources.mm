@@ -1,5 +1,4 @@
-// Resource bundle access on the phone, and the hook on every bundle's resource lookup that serves the library's
-// own files first.
+// Resource bundle access on the phone, and the resource-lookup hook that serves the library's own files first.
 #include "darwin/service/resources.h"
 
 #include "darwin/core/guard.h"
