@@ -24,14 +24,11 @@ bool bodyFitsRow(const HookRow &row, const HookBinding &binding) {
 }
 
 void installRow(const HookRow &row, Runtime &runtime, const HookBodies &bodies, bool daemon) {
-    if (row.state == BodyState::Pending) {
-        return;
-    }
     if (daemon && row.condition != HookCondition::AllProcesses) {
         return;
     }
-    const auto body = bodies.find(row.body);
-    if (body == bodies.end() || !bodyFitsRow(row, body->second)) {
+    const HookBinding &binding = bodies[row.body];
+    if (!bodyFitsRow(row, binding)) {
         return;
     }
     const ClassHandle cls = lookUpClass(runtime, row);
@@ -48,9 +45,9 @@ void installRow(const HookRow &row, Runtime &runtime, const HookBodies &bodies, 
         return;
     }
     if (isReplacement(row.kind)) {
-        runtime.replaceMethod(target, selector, body->second.implementation, body->second.orig);
+        runtime.replaceMethod(target, selector, binding.implementation, binding.orig);
     } else {
-        runtime.addMethod(target, selector, body->second.implementation, std::string(row.typeSignature));
+        runtime.addMethod(target, selector, binding.implementation, std::string(row.typeSignature));
     }
 }
 

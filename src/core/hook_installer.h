@@ -1,12 +1,11 @@
 // Walks the hook table through the Runtime port and runs the load-time batches in their fixed order.
 #pragma once
 
+#include "core/hook_binding.h"
 #include "core/hook_table.h"
 #include "platform/runtime.h"
 
 #include <functional>
-#include <map>
-#include <string>
 #include <string_view>
 
 namespace qv {
@@ -15,15 +14,6 @@ inline constexpr std::string_view kStoreDaemonBundleId = "com.apple.itunesstored
 inline constexpr std::string_view kStoreStateCenterClass = "SKUIItemStateCenter";
 inline constexpr std::string_view kStoreKitUIBinary =
     "/System/Library/PrivateFrameworks/StoreKitUI.framework/StoreKitUI";
-
-// What a row needs from its body: the new implementation and, for replacements, the slot that keeps orig.
-struct HookBinding {
-    MethodImplementation implementation = nullptr;
-    MethodImplementation *orig = nullptr;
-};
-
-// Bodies by the name a row gives in its body column.
-using HookBodies = std::map<std::string, HookBinding, std::less<>>;
 
 bool isStoreDaemon(std::string_view mainBundleIdentifier);
 

@@ -19,13 +19,13 @@ constexpr std::string_view kAppLinkPattern = R"(\/id([\d]+)\?mt=8)";
 constexpr std::size_t kCapturedText = 1;
 
 const Regex *searchQueryRegex() {
-    static const std::unique_ptr<Regex> regex = Regex::compile(kSearchQueryPattern);
-    return regex.get();
+    static const Regex *const regex = Regex::compile(kSearchQueryPattern).release();
+    return regex;
 }
 
 const Regex *appLinkRegex() {
-    static const std::unique_ptr<Regex> regex = Regex::compile(kAppLinkPattern);
-    return regex.get();
+    static const Regex *const regex = Regex::compile(kAppLinkPattern).release();
+    return regex;
 }
 
 bool hasJsonForm(const Value &value) {

@@ -59,8 +59,9 @@ bool BlockedUpdates::configureShared(Environment environment) {
 }
 
 BlockedUpdates &BlockedUpdates::shared() {
-    static BlockedUpdates instance(takeSharedEnvironment());
-    return instance;
+    // Never destroyed: a store thread may still use it while the process exits.
+    static auto *const instance = new BlockedUpdates(takeSharedEnvironment());
+    return *instance;
 }
 
 std::function<std::optional<std::string>()> BlockedUpdates::fileInContainer(const AppStoreContainer &container) {

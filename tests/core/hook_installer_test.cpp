@@ -1,13 +1,13 @@
 // The hook table and its installer against a fake runtime: which rows land, in which order, in which process.
 #include "core/hook_installer.h"
 #include "core/hook_table.h"
+#include "core/phone_bodies.h"
 #include "fakes/fake_runtime.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <iostream>
 #include <string>
 #include <vector>
 
@@ -17,17 +17,18 @@ namespace {
 using Event = FakeRuntime::Event;
 
 constexpr std::string_view kAppStoreBundleId = "com.apple.AppStore";
-constexpr int kRowCount = 73;
 
 void dummyImplementation() {}
 
-// Every body bound, each replacement with an orig slot of its own.
-struct AllBodies {
-    std::array<MethodImplementation, kRowCount + 1> origSlots{};
+// The bodies the phone binds, each replacement with an orig slot of its own.
+struct PhoneBodies {
+    std::array<MethodImplementation, kHookBodyCount + 1> origSlots{};
     HookBodies bodies;
-    AllBodies() {
+    PhoneBodies() {
         for (const HookRow &row : hookTable()) {
-            bodies[std::string(row.body)] = {dummyImplementation, &origSlots.at(row.number)};
+            if (boundOnPhone(row.body)) {
+                bodies[row.body] = {dummyImplementation, &origSlots.at(row.number)};
+            }
         }
     }
 };
@@ -37,7 +38,7 @@ const HookRow &row(int number) {
 }
 
 bool isBound(int number) {
-    return row(number).state == BodyState::Bound;
+    return boundOnPhone(row(number).body);
 }
 
 std::vector<Event> expectedEvents(const std::vector<int> &rows) {
@@ -123,7 +124,8 @@ void defineProcessClasses(FakeRuntime &runtime, const ProcessCase &process) {
         }
     }
     if (process.stateCenterHasOldPerformPurchases) {
-        runtime.defineInstanceMethod("SKUIItemStateCenter", std::string(row(16).selector));
+        runtime.defineInstanceMethod("SKUIItemStateCenter",
+                                     std::string(hookRow(HookBody::StateCenterPerformPurchases).selector));
     }
 }
 
@@ -133,7 +135,7 @@ TEST_P(StartUpInProcess, InstallsExactlyTheExpectedRowsInOrder) {
     const ProcessCase &process = GetParam();
     FakeRuntime runtime{std::string(process.bundleId)};
     defineProcessClasses(runtime, process);
-    AllBodies all;
+    PhoneBodies all;
     startUp(runtime, all.bodies, nullptr);
 
     std::vector<Event> expected;
@@ -170,17 +172,19 @@ TEST(StartUp, CreatesThePendingTableBetweenStoreAndResourceBatches) {
     runtime.defineClass("SKUIItemStateCenter");
     runtime.defineClass("SKUIOfferView");
     runtime.defineClass("NSBundle");
-    AllBodies all;
+    PhoneBodies all;
     std::size_t eventsWhenTableCreated = 0;
     startUp(runtime, all.bodies, [&] { eventsWhenTableCreated = runtime.events().size(); });
 
-    EXPECT_EQ(runtime.events(), expectedEvents({7, 16, 34}));
+    EXPECT_EQ(runtime.events(), expectedEvents({hookRow(HookBody::OfferViewLibraryItem).number,
+                                                hookRow(HookBody::StateCenterPerformPurchases).number,
+                                                hookRow(HookBody::BundlePathForResource).number}));
     EXPECT_EQ(eventsWhenTableCreated, 2U);
 }
 
 struct BindingCase {
     const char *name;
-    int rowNumber;
+    HookBody body;
     bool withImplementation;
     bool withOrig;
     bool expectInstalled;
@@ -190,43 +194,42 @@ class RowValidation : public ::testing::TestWithParam<BindingCase> {};
 
 TEST_P(RowValidation, InstallsOnlyCompleteBindings) {
     const BindingCase &binding = GetParam();
-    const HookRow &hook = row(binding.rowNumber);
+    const HookRow &hook = hookRow(binding.body);
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
     runtime.defineClass("SKUIItemStateCenter");
     runtime.defineClass(std::string(hook.className));
     MethodImplementation orig = nullptr;
-    HookBodies bodies{
-        {std::string(hook.body),
-         {binding.withImplementation ? dummyImplementation : nullptr, binding.withOrig ? &orig : nullptr}}};
+    HookBodies bodies;
+    bodies[binding.body] = {binding.withImplementation ? dummyImplementation : nullptr,
+                            binding.withOrig ? &orig : nullptr};
     installHookBatch(hook.batch, runtime, bodies);
     EXPECT_EQ(runtime.events().size(), binding.expectInstalled ? 1U : 0U);
 }
 
-INSTANTIATE_TEST_SUITE_P(Bindings, RowValidation,
-                         ::testing::Values(BindingCase{"ReplacementWithOrigSlot", 34, true, true, true},
-                                           BindingCase{"ReplacementWithoutOrigSlot", 34, true, false, false},
-                                           BindingCase{"ReplacementWithoutImplementation", 34, false, true, false},
-                                           BindingCase{"AdditionNeedsNoOrigSlot", 7, true, false, true},
-                                           BindingCase{"AdditionWithoutImplementation", 7, false, false, false}),
-                         [](const auto &info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Bindings, RowValidation,
+    ::testing::Values(
+        BindingCase{"ReplacementWithOrigSlot", HookBody::BundlePathForResource, true, true, true},
+        BindingCase{"ReplacementWithoutOrigSlot", HookBody::BundlePathForResource, true, false, false},
+        BindingCase{"ReplacementWithoutImplementation", HookBody::BundlePathForResource, false, true, false},
+        BindingCase{"AdditionNeedsNoOrigSlot", HookBody::OfferViewLibraryItem, true, false, true},
+        BindingCase{"AdditionWithoutImplementation", HookBody::OfferViewLibraryItem, false, false, false}),
+    [](const auto &info) { return std::string(info.param.name); });
 
 TEST(RowInstallation, KeepsTheReplacedImplementationAndTheSignature) {
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
     runtime.defineClass("SKUIItemStateCenter");
     runtime.defineClass("SKUIOfferView");
     runtime.defineClass("NSBundle");
-    AllBodies all;
+    PhoneBodies all;
     startUp(runtime, all.bodies, nullptr);
-    EXPECT_EQ(all.origSlots.at(34), nullptr); // the fake had no implementation to keep
+    // The fake had no implementation to keep.
+    EXPECT_EQ(all.origSlots.at(hookRow(HookBody::BundlePathForResource).number), nullptr);
     EXPECT_EQ(runtime.signatureOf("SKUIOfferView", "qv_libraryItem"), "@@:");
 }
 
-TEST(HookTable, RowsAreNumberedInInstallationOrderAndBatchesRunInSequence) {
+TEST(HookTable, BatchesRunInSequence) {
     const auto table = hookTable();
-    ASSERT_EQ(table.size(), static_cast<std::size_t>(kRowCount));
-    for (std::size_t index = 0; index < table.size(); ++index) {
-        EXPECT_EQ(table[index].number, static_cast<int>(index) + 1);
-    }
     EXPECT_TRUE(std::is_sorted(table.begin(), table.end(),
                                [](const HookRow &a, const HookRow &b) { return a.batch < b.batch; }));
 }
@@ -236,39 +239,10 @@ TEST(HookTable, EveryRowIsWellFormed) {
         SCOPED_TRACE(hook.number);
         const bool moduleQualified = hook.className.find('.') != std::string_view::npos;
         EXPECT_EQ(hook.lookup == ClassLookup::RuntimeName, moduleQualified);
-        if (isReplacement(hook.kind)) {
-            EXPECT_TRUE(hook.typeSignature.empty());
-        } else {
-            ASSERT_GE(hook.typeSignature.size(), 3U);
-            EXPECT_EQ(hook.typeSignature.substr(1, 2), "@:");
-            const auto arguments =
-                static_cast<std::size_t>(std::count(hook.selector.begin(), hook.selector.end(), ':'));
-            EXPECT_EQ(hook.typeSignature.size() - 3, arguments);
-        }
-        EXPECT_EQ(hook.condition != HookCondition::AllProcesses, hook.number <= 32);
-        EXPECT_FALSE(hook.body.empty());
+        // Only the store batch keeps out of the daemon, except its one ungrouped row.
+        const bool daemonExcluded = hook.batch == HookBatch::Store && hook.group != HookGroup::Ungrouped;
+        EXPECT_EQ(hook.condition != HookCondition::AllProcesses, daemonExcluded);
     }
-}
-
-TEST(HookTable, BodyNamesAreUnique) {
-    std::vector<std::string_view> names;
-    for (const HookRow &hook : hookTable()) {
-        names.push_back(hook.body);
-    }
-    std::sort(names.begin(), names.end());
-    EXPECT_EQ(std::adjacent_find(names.begin(), names.end()), names.end());
-}
-
-TEST(HookTable, ListsRowsStillWaitingForTheirBodies) {
-    std::string pending;
-    for (const HookRow &hook : hookTable()) {
-        if (hook.state == BodyState::Pending) {
-            pending += " " + std::to_string(hook.number);
-        }
-    }
-    std::cout << "pending hook rows:" << (pending.empty() ? " none" : pending) << '\n';
-    RecordProperty("pending_rows", pending);
-    SUCCEED();
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <optional>
+#include <stdexcept>
 #include <thread>
 
 namespace qv {
@@ -89,15 +91,96 @@ INSTANTIATE_TEST_SUITE_P(
         InterceptCase{"NoEntryNoChange", {{kApp123, "a"}}, {{"12", "1"}}, {""}, {{"12", "1"}}}),
     [](const auto &info) { return std::string(info.param.name); });
 
-TEST(InterceptEdges, NullPurchasesAndFailedMakerLeaveTheBatchAlone) {
-    class NoMaker final : public PurchaseMaker {
-      public:
-        PurchaseHandle purchaseWithBuyParameters(const std::string &) override { return nullptr; }
-    } maker;
+// A maker that makes nothing, throws, or makes a purchase equal to nothing in the batch (so it has no place).
+class BrokenMaker final : public PurchaseMaker {
+  public:
+    enum class Fault { MakesNothing, Throws, MakesUnplaceable };
+    explicit BrokenMaker(Fault fault) : fault_(fault) {}
+    PurchaseHandle purchaseWithBuyParameters(const std::string &params) override {
+        switch (fault_) {
+        case Fault::MakesNothing:
+            return nullptr;
+        case Fault::Throws:
+            throw std::runtime_error("store refused");
+        case Fault::MakesUnplaceable:
+            break;
+        }
+        return std::make_shared<FakePurchase>(params, "fresh");
+    }
+
+  private:
+    Fault fault_;
+};
+
+// Incoming purchases that equal nothing, not even themselves, as a store object with a broken isEqual: might.
+class UnequalPurchase final : public Purchase {
+  public:
+    explicit UnequalPurchase(std::string params) : params_(std::move(params)) {}
+    std::string buyParameters() const override { return params_; }
+    bool isEqualTo(const Purchase & /*other*/) const override { return false; }
+
+  private:
+    std::string params_;
+};
+
+struct FailureCase {
+    const char *name;
+    std::optional<BrokenMaker::Fault> fault; // nothing: a working maker
+    bool unequalIncoming;
+    bool committed;
+};
+
+class InterceptFailure : public ::testing::TestWithParam<FailureCase> {};
+
+// Whatever goes wrong before the batch is handed on, the store's purchase goes out unchanged and the downgrade
+// stays pending for the next attempt.
+TEST_P(InterceptFailure, LeavesTheEntryPendingAndThePurchaseUnchanged) {
+    const FailureCase &c = GetParam();
     PendingDowngrades pending;
     pending.set("123", "400");
-    const std::vector<PurchaseHandle> batch{nullptr, std::make_shared<FakePurchase>(kApp123, "a")};
-    EXPECT_EQ(addPurchasesIntercept(batch, pending, maker), batch);
+    const std::vector<PurchaseHandle> batch{
+        nullptr, c.unequalIncoming ? PurchaseHandle(std::make_shared<UnequalPurchase>(kApp123))
+                                   : PurchaseHandle(std::make_shared<FakePurchase>(kApp123, "a"))};
+    FakeMaker working;
+    std::optional<BrokenMaker> broken;
+    if (c.fault) {
+        broken.emplace(*c.fault);
+    }
+    PurchaseMaker &maker = broken ? static_cast<PurchaseMaker &>(*broken) : working;
+    try {
+        InterceptedBatch intercepted = interceptPurchases(batch, pending, maker);
+        if (c.committed) {
+            EXPECT_EQ(intercepted.purchases(), batch);
+            intercepted.commit();
+        }
+    } catch (const std::runtime_error &) {
+        EXPECT_EQ(c.fault, BrokenMaker::Fault::Throws);
+    }
+    EXPECT_EQ(pending.snapshot(), (std::map<std::string, std::string, std::less<>>{{"123", "400"}}));
+
+    FakeMaker later;
+    const std::vector<PurchaseHandle> retry{std::make_shared<FakePurchase>(kApp123, "b")};
+    EXPECT_EQ(addPurchasesIntercept(retry, pending, later).front()->buyParameters(), rewritten("123", "400"));
+    EXPECT_TRUE(pending.snapshot().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Failures, InterceptFailure,
+    ::testing::Values(FailureCase{"MakerMakesNothing", BrokenMaker::Fault::MakesNothing, false, true},
+                      FailureCase{"MakerThrows", BrokenMaker::Fault::Throws, false, false},
+                      FailureCase{"FreshPurchaseHasNoPlace", BrokenMaker::Fault::MakesUnplaceable, true, true},
+                      FailureCase{"BatchDroppedBeforeCommit", std::nullopt, false, false}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST(PendingTable, AnEntrySetAfreshWhileClaimedOutlivesTheOldClaim) {
+    PendingDowngrades pending;
+    pending.set("123", "400");
+    const auto claim = pending.claim("123");
+    ASSERT_TRUE(claim);
+    EXPECT_FALSE(pending.claim("123"));
+    pending.set("123", "500");
+    pending.consume(*claim);
+    EXPECT_EQ(pending.find("123"), "500");
 }
 
 // Writers fill the table while two store threads intercept batches for the same apps: every entry must rewrite
@@ -109,6 +192,7 @@ TEST(PendingTable, EachEntryIsConsumedExactlyOnceAcrossThreads) {
     constexpr int kChunk = 50;
     constexpr int kMaxPasses = 10000;
     std::vector<PurchaseHandle> all;
+    all.reserve(kTotal);
     for (int i = 0; i < kTotal; ++i) {
         all.push_back(std::make_shared<FakePurchase>("salableAdamId=" + std::to_string(i + 1), std::to_string(i)));
     }
@@ -116,6 +200,7 @@ TEST(PendingTable, EachEntryIsConsumedExactlyOnceAcrossThreads) {
     FakeMaker maker;
     std::atomic<int> replaced{0};
     std::vector<std::thread> threads;
+    threads.reserve(kWriters + 2);
     for (int w = 0; w < kWriters; ++w) {
         threads.emplace_back([&, w] {
             for (int k = 0; k < kEntriesPerWriter; ++k) {

@@ -16,6 +16,7 @@ int run(int argc, const char *const *argv, Io &io) {
     registerCoreCommands(app, io);
     registerBlockedCommands(app, io);
     registerServiceCommands(app, io);
+    registerHooksCommand(app, io);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {

@@ -28,6 +28,7 @@ struct Io {
 void registerCoreCommands(CLI::App &app, Io &io);    // compare, state, buyparams
 void registerBlockedCommands(CLI::App &app, Io &io); // blocked
 void registerServiceCommands(CLI::App &app, Io &io); // serve, versions, lookup, report
+void registerHooksCommand(CLI::App &app, Io &io);    // hooks
 
 // Parses and runs one command line; returns the process exit code. Never throws.
 int run(int argc, const char *const *argv, Io &io);

@@ -2,6 +2,7 @@
 #include "darwin/adapters/objc_runtime.h"
 
 #include "darwin/adapters/substrate.h"
+#include "darwin/core/strings.h"
 
 #import <Foundation/Foundation.h>
 
@@ -15,7 +16,7 @@ ClassHandle ObjcRuntime::classNamed(const std::string &name) {
 
 ClassHandle ObjcRuntime::classForRuntimeName(const std::string &name) {
     @autoreleasepool {
-        NSString *text = [NSString stringWithUTF8String:name.c_str()];
+        NSString *text = toNSStringIfValid(name);
         return text == nil ? nullptr : handleFromClass(NSClassFromString(text));
     }
 }
@@ -60,8 +61,7 @@ void ObjcRuntime::log(const std::string &line) {
 
 std::string ObjcRuntime::mainBundleIdentifier() {
     @autoreleasepool {
-        NSString *identifier = NSBundle.mainBundle.bundleIdentifier;
-        return identifier == nil ? std::string() : std::string(identifier.UTF8String);
+        return toStdStringOrEmpty(NSBundle.mainBundle.bundleIdentifier);
     }
 }
 

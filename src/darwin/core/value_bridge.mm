@@ -25,7 +25,7 @@ Value valueFromObject(id object) {
         return Value();
     }
     if ([object isKindOfClass:NSString.class]) {
-        return Value(toStdString(static_cast<NSString *>(object)).value_or(std::string()));
+        return Value(toStdStringOrEmpty(object));
     }
     if ([object isKindOfClass:NSNumber.class]) {
         return numberValue(static_cast<NSNumber *>(object));

@@ -1,11 +1,13 @@
-// View-tree and responder-chain search categories, and the store-object bodies built on them (rows 7 and 13).
+// View-tree and responder-chain search categories, and the older store's offer-view and document-container bodies.
 #include "core/view_search.h"
 #include "core/library_item.h"
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/strings.h"
 
 #import <UIKit/UIKit.h>
 
+#include <array>
 #include <vector>
 
 namespace {
@@ -97,10 +99,7 @@ struct OfferViewSurroundings {
         }
         return OfferDelegateKind::Other;
     }
-    id valueForKey(id object, std::string_view key) const {
-        NSString *path = [[NSString alloc] initWithBytes:key.data() length:key.size() encoding:NSUTF8StringEncoding];
-        return [object valueForKeyPath:path];
-    }
+    id valueForKey(id object, std::string_view key) const { return [object valueForKeyPath:toNSString(key)]; }
     id firstPersonalizationItem(id lockup) const {
         SEL items = NSSelectorFromString(@"personalizationLibraryItems");
         if (![lockup respondsToSelector:items]) {
@@ -126,11 +125,16 @@ id documentContainerUndefinedKey(id /*self*/, SEL /*_cmd*/, NSString * /*key*/) 
     return nil;
 }
 
+constexpr std::array kBindings{
+    addition<HookBody::OfferViewLibraryItem, offerViewLibraryItem>(),
+    addition<HookBody::DocumentContainerUndefinedKey, documentContainerUndefinedKey>(),
+};
+static_assert(bindsExactly(kBindings, kStoreObjectBodies));
+
 } // namespace
 
 void bindStoreObjectBodies(HookBodies &bodies) {
-    bodies["offerViewLibraryItem"] = addition(offerViewLibraryItem);
-    bodies["documentContainerUndefinedKey"] = addition(documentContainerUndefinedKey);
+    bodies.bind(kBindings);
 }
 
 } // namespace qv::darwin

@@ -1,6 +1,7 @@
 // Regex engine for the phone: the system's ICU-based regular expressions, with UTF-8 byte offsets for the core.
 #include "base/regex.h"
 #include "base/text.h"
+#include "darwin/core/strings.h"
 
 #import <Foundation/Foundation.h>
 
@@ -48,9 +49,7 @@ class NsRegex final : public Regex {
 
 std::unique_ptr<Regex> Regex::compile(std::string_view pattern, unsigned options) {
     @autoreleasepool {
-        NSString *source = [[NSString alloc] initWithBytes:pattern.data()
-                                                    length:pattern.size()
-                                                  encoding:NSUTF8StringEncoding];
+        NSString *source = darwin::toNSStringIfValid(pattern);
         if (source == nil) {
             return nullptr;
         }

@@ -1,8 +1,11 @@
-// Answers for the maker's analytics component and the App Store delegate pass-throughs (rows 35 to 45).
+// Answers for the maker's analytics component and the App Store delegate pass-throughs.
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/strings.h"
 #include "settings/analytics_config.h"
 
 #import <Foundation/Foundation.h>
+
+#include <array>
 
 namespace qv::darwin {
 namespace {
@@ -12,7 +15,7 @@ NSString *answerFor(SEL selector) {
     if (!answer) {
         return nil;
     }
-    return [[NSString alloc] initWithBytes:answer->data() length:answer->size() encoding:NSUTF8StringEncoding];
+    return toNSString(*answer);
 }
 
 // Each configuration method answers by its own selector; orig is kept but never called.
@@ -58,20 +61,25 @@ void appDelegateWillTerminate(id self, SEL _cmd, id application) {
     callable<void (*)(id, SEL, id)>(origWillTerminate)(self, _cmd, application);
 }
 
+constexpr std::array kBindings{
+    replacement<HookBody::AnalyticsTweakGAID, analyticsAnswerBody>(origTweakGAID),
+    replacement<HookBody::AnalyticsTweakName, analyticsAnswerBody>(origTweakName),
+    replacement<HookBody::AnalyticsTweakVersion, analyticsAnswerBody>(origTweakVersion),
+    replacement<HookBody::AnalyticsTweakPackageId, analyticsAnswerBody>(origTweakPackageId),
+    replacement<HookBody::AnalyticsTwitterHandle, analyticsAnswerBody>(origTwitterHandle),
+    replacement<HookBody::AnalyticsTwitterMessage, analyticsAnswerBody>(origTwitterMessage),
+    replacement<HookBody::RemoteMessagesEnabled, remoteMessagesEnabledBody>(origMessagesEnabled),
+    replacement<HookBody::AppDelegateLoadApplication, appDelegateLoadApplication>(origLoadApplication),
+    replacement<HookBody::AppDelegateDidBecomeActive, appDelegateDidBecomeActive>(origDidBecomeActive),
+    replacement<HookBody::AppDelegateWillResignActive, appDelegateWillResignActive>(origWillResignActive),
+    replacement<HookBody::AppDelegateWillTerminate, appDelegateWillTerminate>(origWillTerminate),
+};
+static_assert(bindsExactly(kBindings, kAnalyticsBodies));
+
 } // namespace
 
 void bindAnalyticsBodies(HookBodies &bodies) {
-    bodies["analyticsTweakGAID"] = replacement(analyticsAnswerBody, origTweakGAID);
-    bodies["analyticsTweakName"] = replacement(analyticsAnswerBody, origTweakName);
-    bodies["analyticsTweakVersion"] = replacement(analyticsAnswerBody, origTweakVersion);
-    bodies["analyticsTweakPackageId"] = replacement(analyticsAnswerBody, origTweakPackageId);
-    bodies["analyticsTwitterHandle"] = replacement(analyticsAnswerBody, origTwitterHandle);
-    bodies["analyticsTwitterMessage"] = replacement(analyticsAnswerBody, origTwitterMessage);
-    bodies["remoteMessagesEnabled"] = replacement(remoteMessagesEnabledBody, origMessagesEnabled);
-    bodies["appDelegateLoadApplication"] = replacement(appDelegateLoadApplication, origLoadApplication);
-    bodies["appDelegateDidBecomeActive"] = replacement(appDelegateDidBecomeActive, origDidBecomeActive);
-    bodies["appDelegateWillResignActive"] = replacement(appDelegateWillResignActive, origWillResignActive);
-    bodies["appDelegateWillTerminate"] = replacement(appDelegateWillTerminate, origWillTerminate);
+    bodies.bind(kBindings);
 }
 
 } // namespace qv::darwin

@@ -1,13 +1,15 @@
 // Bodies on the store's purchase path: the purchase-manager intercept, document flags, the old purchase selector
-// and the store references kept for sharedStore (rows 9 to 12, 16 and 24 to 32).
+// and the store references kept for sharedStore.
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/startup.h"
+#include "darwin/core/strings.h"
 #include "store/purchase_intercept.h"
 
 #import <Foundation/Foundation.h>
 #import <objc/message.h>
 
-#include <mutex>
+#include <array>
 #include <vector>
 
 namespace qv::darwin {
@@ -20,12 +22,7 @@ class StorePurchase final : public Purchase {
     id object() const { return purchase_; }
     std::string buyParameters() const override {
         std::string text;
-        guarded([&] {
-            id parameters = [purchase_ valueForKey:@"buyParameters"];
-            if ([parameters isKindOfClass:NSString.class]) {
-                text = static_cast<NSString *>(parameters).UTF8String;
-            }
-        });
+        guarded([&] { text = toStdStringOrEmpty([purchase_ valueForKey:@"buyParameters"]); });
         return text;
     }
     bool isEqualTo(const Purchase &other) const override {
@@ -45,13 +42,14 @@ class StorePurchaseMaker final : public PurchaseMaker {
         if (purchaseClass == nil || ![purchaseClass respondsToSelector:make]) {
             return nullptr;
         }
-        NSString *text = [NSString stringWithUTF8String:buyParameters.c_str()];
+        NSString *text = toNSString(buyParameters);
         id purchase = reinterpret_cast<id (*)(id, SEL, NSString *)>(objc_msgSend)(purchaseClass, make, text);
         return purchase == nil ? nullptr : std::make_shared<StorePurchase>(purchase);
     }
 };
 
-// The batch to queue in place of purchases; on any failure the store's own batch goes on unchanged.
+// The batch to queue in place of purchases. On any failure the store's own batch goes on unchanged, and the
+// intercepted batch, dropped uncommitted, leaves its downgrades pending.
 NSArray *interceptedPurchases(NSArray *purchases) {
     NSArray *batch = purchases;
     guarded([&] {
@@ -64,9 +62,9 @@ NSArray *interceptedPurchases(NSArray *purchases) {
             queued.push_back(std::make_shared<StorePurchase>(purchase));
         }
         StorePurchaseMaker maker;
-        const auto rewritten = addPurchasesIntercept(queued, PendingDowngrades::shared(), maker);
-        NSMutableArray *result = [NSMutableArray arrayWithCapacity:rewritten.size()];
-        for (const PurchaseHandle &purchase : rewritten) {
+        InterceptedBatch intercepted = interceptPurchases(queued, PendingDowngrades::shared(), maker);
+        NSMutableArray *result = [NSMutableArray arrayWithCapacity:intercepted.purchases().size()];
+        for (const PurchaseHandle &purchase : intercepted.purchases()) {
             const auto *store = dynamic_cast<const StorePurchase *>(purchase.get());
             if (store == nullptr || store->object() == nil) {
                 return;
@@ -74,6 +72,7 @@ NSArray *interceptedPurchases(NSArray *purchases) {
             [result addObject:store->object()];
         }
         batch = result;
+        intercepted.commit();
     });
     return batch;
 }
@@ -118,28 +117,8 @@ void stateCenterPerformPurchases(id self, SEL /*_cmd*/, id purchases, id clientC
     });
 }
 
-// The most recent store object of the redesigned store; locked because the store calls in from its own threads.
-// Function-local so nothing in this file needs a load-time initialiser that could run after the hooks exist.
-struct RememberedStore {
-    std::mutex mutex;
-    id store = nil;
-};
-
-RememberedStore &remembered() {
-    static RememberedStore slot;
-    return slot;
-}
-
 void rememberStore(id store) {
-    RememberedStore &slot = remembered();
-    const std::lock_guard lock(slot.mutex);
-    slot.store = store;
-}
-
-id rememberedStore() {
-    RememberedStore &slot = remembered();
-    const std::lock_guard lock(slot.mutex);
-    return slot.store;
+    latestStore().remember(store);
 }
 
 MethodImplementation origFetchStorePlatformData = nullptr;
@@ -201,7 +180,7 @@ QV_RETURNS_RETAINED id storeInit(QV_CONSUMED_SELF self, SEL _cmd) {
 }
 
 id storeSharedStore(id /*self*/, SEL /*_cmd*/) {
-    return rememberedStore();
+    return latestStore().current();
 }
 
 typedef id (*GlobalInitFunction)(QV_CONSUMED_SELF, SEL, id, id, id, id, id, id, id, id) QV_RETURNS_RETAINED;
@@ -214,23 +193,28 @@ QV_RETURNS_RETAINED id globalContextInit(QV_CONSUMED_SELF self, SEL _cmd, id bag
     return global;
 }
 
+constexpr std::array kBindings{
+    replacement<HookBody::PurchaseManagerInit, purchaseManagerInit>(origManagerInit),
+    replacement<HookBody::PurchaseManagerAddPurchases, purchaseManagerAddPurchases>(origAddPurchases),
+    addition<HookBody::AppDocumentShouldHook, appDocumentShouldHook>(),
+    addition<HookBody::AppDocumentSetShouldHook, appDocumentSetShouldHook>(),
+    addition<HookBody::StateCenterPerformPurchases, stateCenterPerformPurchases>(),
+    replacement<HookBody::StoreFetchStorePlatformData, storeFetchStorePlatformData>(origFetchStorePlatformData),
+    replacement<HookBody::StoreFetchPlist, storeFetchPlist>(origFetchPlist),
+    replacement<HookBody::StoreFetchJson, storeFetchJson>(origFetchJson),
+    replacement<HookBody::StoreFetch, storeFetch>(origFetch),
+    replacement<HookBody::StoreBeginFetches, storeBeginFetches>(origBeginFetches),
+    replacement<HookBody::StoreCommitFetches, storeCommitFetches>(origCommitFetches),
+    replacement<HookBody::StoreInit, storeInit>(origStoreInit),
+    addition<HookBody::StoreSharedStore, storeSharedStore>(),
+    replacement<HookBody::GlobalContextInit, globalContextInit>(origGlobalInit),
+};
+static_assert(bindsExactly(kBindings, kPurchasePipelineBodies));
+
 } // namespace
 
 void bindPurchasePipelineBodies(HookBodies &bodies) {
-    bodies["purchaseManagerInit"] = replacement(purchaseManagerInit, origManagerInit);
-    bodies["purchaseManagerAddPurchases"] = replacement(purchaseManagerAddPurchases, origAddPurchases);
-    bodies["appDocumentShouldHook"] = addition(appDocumentShouldHook);
-    bodies["appDocumentSetShouldHook"] = addition(appDocumentSetShouldHook);
-    bodies["stateCenterPerformPurchases"] = addition(stateCenterPerformPurchases);
-    bodies["storeFetchStorePlatformData"] = replacement(storeFetchStorePlatformData, origFetchStorePlatformData);
-    bodies["storeFetchPlist"] = replacement(storeFetchPlist, origFetchPlist);
-    bodies["storeFetchJson"] = replacement(storeFetchJson, origFetchJson);
-    bodies["storeFetch"] = replacement(storeFetch, origFetch);
-    bodies["storeBeginFetches"] = replacement(storeBeginFetches, origBeginFetches);
-    bodies["storeCommitFetches"] = replacement(storeCommitFetches, origCommitFetches);
-    bodies["storeInit"] = replacement(storeInit, origStoreInit);
-    bodies["storeSharedStore"] = addition(storeSharedStore);
-    bodies["globalContextInit"] = replacement(globalContextInit, origGlobalInit);
+    bodies.bind(kBindings);
 }
 
 } // namespace qv::darwin

@@ -1,5 +1,5 @@
 // Bodies that keep blocked updates out of the updates page's sections and out of the store daemon's updates
-// database, and the daemon's copy pass-through (rows 62 to 64).
+// database, and the daemon's copy pass-through.
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
 #include "darwin/core/strings.h"
@@ -9,6 +9,7 @@
 #import <Foundation/Foundation.h>
 #import <objc/message.h>
 
+#include <array>
 #include <cstdint>
 #include <vector>
 
@@ -26,12 +27,12 @@ id answerOf(id object, NSString *getter) {
 
 std::string localisedAppText(const char *key) {
     NSString *text = [NSBundle.mainBundle localizedStringForKey:toNSString(key) value:@"" table:nil];
-    return toStdString(text).value_or(std::string());
+    return toStdStringOrEmpty(text);
 }
 
 std::optional<std::string> sectionTitle(id section) {
     id title = answerOf(section, @"title");
-    return [title isKindOfClass:NSString.class] ? toStdString(static_cast<NSString *>(title)) : std::nullopt;
+    return toStdString(title);
 }
 
 // The page lists the store's update records (dictionaries) or its update item objects.
@@ -114,12 +115,17 @@ void *updatesDatabaseMerge(id self, SEL _cmd, NSArray *updates, std::int64_t *av
     return callable<MergeFunction>(origMergeAvailableUpdates)(self, _cmd, filtered ?: updates, availableCount);
 }
 
+constexpr std::array kBindings{
+    replacement<HookBody::UpdatesSectionItems, updatesSectionItems>(origSectionItems),
+    replacement<HookBody::SoftwareUpdatesCopyUpdates, softwareUpdatesCopyUpdates>(origCopyUpdates),
+    replacement<HookBody::UpdatesDatabaseMerge, updatesDatabaseMerge>(origMergeAvailableUpdates),
+};
+static_assert(bindsExactly(kBindings, kUpdateFilterBodies));
+
 } // namespace
 
 void bindUpdateFilterBodies(HookBodies &bodies) {
-    bodies["updatesSectionItems"] = replacement(updatesSectionItems, origSectionItems);
-    bodies["softwareUpdatesCopyUpdates"] = replacement(softwareUpdatesCopyUpdates, origCopyUpdates);
-    bodies["updatesDatabaseMerge"] = replacement(updatesDatabaseMerge, origMergeAvailableUpdates);
+    bodies.bind(kBindings);
 }
 
 } // namespace qv::darwin
