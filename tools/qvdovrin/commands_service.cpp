@@ -110,12 +110,11 @@ void serve(const ServeOptions &options, Io &io) {
     qv::server::SqliteOptions storageOptions;
     storageOptions.path = options.database;
     storageOptions.maxSearchEvents = options.maxEvents;
-    std::string error;
-    auto storage = qv::server::SqliteStorage::open(storageOptions, &error);
+    auto storage = qv::server::SqliteStorage::open(storageOptions);
     if (!storage) {
-        throw BadInput("cannot open the database: " + error);
+        throw BadInput("cannot open the database: " + storage.error().describe());
     }
-    qv::server::VersionService service(*storage);
+    qv::server::VersionService service(**storage);
     qv::server::HttpFront front(service);
     const auto port = front.bind(address->first, address->second);
     if (!port) {
@@ -163,20 +162,21 @@ void versions(const std::string &id, const ServerOption &server, bool asJson, Io
     if (!queues.mainLoop().runUntil([&] { return known.has_value(); }, kReplyWait)) {
         throw BadInput("no reply from " + endpoints.apiBaseUrl);
     }
-    if (known->error) {
-        throw BadInput("cannot load the versions of " + id + ": " + *known->error);
+    if (!*known) {
+        throw BadInput("cannot load the versions of " + id + ": " + known->error().describe());
     }
+    const std::vector<qv::QVVersion> &list = **known;
     if (asJson) {
-        io.out << qv::toJson(qv::versionsToJson(known->versions)) << "\n";
+        io.out << qv::toJson(qv::versionsToJson(list)) << "\n";
         return;
     }
     std::size_t width = std::string("VERSION").size();
-    for (const auto &version : known->versions) {
+    for (const auto &version : list) {
         width = std::max(width, version.bundle_version.value_or("").size());
     }
     io.out << std::left << std::setw(static_cast<int>(width)) << "VERSION"
            << "  EXTERNAL ID\n";
-    for (const auto &version : known->versions) {
+    for (const auto &version : list) {
         io.out << std::setw(static_cast<int>(width)) << version.bundle_version.value_or("") << "  "
                << version.external_identifier.value_or("") << "\n";
     }
