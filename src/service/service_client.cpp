@@ -265,7 +265,9 @@ void ServiceClient::lookUp(std::string_view key, std::string_view value, LookupA
                             completion = std::move(completion)]() mutable {
         std::string answer;
         const HttpResult reply = http.fetch(request);
-        if (reply.succeeded()) {
+        // The body counts whatever the status, as with the phone's blocking download: a 404 that carries results
+        // still answers.
+        if (reply.answered()) {
             if (const auto json = parseJson(reply.body)) {
                 answer = answerOf((*json)["results"][0]);
             }

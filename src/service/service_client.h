@@ -70,8 +70,9 @@ class ServiceClient {
     // Parses a store search page on the work queue and sends a search event, once per (query, result count).
     void appsForHTMLString(std::optional<std::string> html);
 
-    // Store lookups run on the global queue and complete on the main queue; the completion gets "" when the
-    // request failed, the answer was not 2xx or the body holds no usable first result.
+    // Store lookups run on the global queue and complete on the main queue. The reply's body is read whatever the
+    // HTTP status, so a 404 that still carries results answers; the completion gets "" only when the request
+    // failed or the body holds no usable first result.
 
     // The bundle identifier of a store identifier.
     void getBundleIdWithStoreIdentifier(const std::string &storeIdentifier,

@@ -265,7 +265,7 @@ INSTANTIATE_TEST_SUITE_P(
                       LookupCase{{200, R"({"results":[{"trackId":1}]})", {}}, ""},
                       LookupCase{{200, R"({"results":[{"bundleId":7}]})", {}}, ""},
                       LookupCase{{200, R"({"results":{"bundleId":"x"}})", {}}, ""}, LookupCase{{200, "<html>", {}}, ""},
-                      LookupCase{{404, R"({"results":[{"bundleId":"x"}]})", {}}, ""},
+                      LookupCase{{404, R"({"results":[{"bundleId":"x"}]})", {}}, "x"},
                       LookupCase{{404, R"({"errorMessage":"Invalid value(s) for key(s): [id]"})", {}}, ""},
                       LookupCase{{0, {}, std::string("connection refused")}, ""}));
 
@@ -282,7 +282,7 @@ TEST_P(ReverseLookup, DeliversTheStoreIdentifierOrEmptyOnTheMainQueue) {
 INSTANTIATE_TEST_SUITE_P(
     Replies, ReverseLookup,
     ::testing::Values(LookupCase{{200, R"({"resultCount":1,"results":[{"trackId":284882215}]})", {}}, "284882215"},
-                      LookupCase{{404, R"({"results":[{"trackId":7}]})", {}}, ""},
+                      LookupCase{{404, R"({"results":[{"trackId":7}]})", {}}, "7"},
                       LookupCase{{200, R"({"results":[{"trackId":"7"}]})", {}}, ""},
                       LookupCase{{200, R"({"results":[{"trackId":true}]})", {}}, ""},
                       LookupCase{{200, R"({"resultCount":0,"results":[]})", {}}, ""},
