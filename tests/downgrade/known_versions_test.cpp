@@ -12,6 +12,7 @@ namespace {
 
 std::vector<std::string> identifiersOf(const std::vector<QVVersion> &versions) {
     std::vector<std::string> identifiers;
+    identifiers.reserve(versions.size());
     for (const auto &version : versions) {
         identifiers.push_back(version.external_identifier.value_or("<none>"));
     }

@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "base/json.h"
 #include "fakes/fake_http.h"
@@ -251,7 +252,7 @@ class Lookup : public ServiceClientTest, public ::testing::WithParamInterface<Lo
 TEST_P(Lookup, DeliversTheBundleIdOrEmptyOnTheMainQueue) {
     http.reply("https://lookup.example/lookup?id=284882215", GetParam().reply);
     std::optional<std::string> delivered;
-    client.getBundleIdWithStoreIdentifier("284882215", [&](std::string bundleId) { delivered = bundleId; });
+    client.getBundleIdWithStoreIdentifier("284882215", [&](std::string bundleId) { delivered = std::move(bundleId); });
     queues.globalQueue().drain();
     EXPECT_FALSE(delivered) << "the completion belongs on the main queue";
     queues.mainQueue().drain();
@@ -273,7 +274,7 @@ class ReverseLookup : public ServiceClientTest, public ::testing::WithParamInter
 TEST_P(ReverseLookup, DeliversTheStoreIdentifierOrEmptyOnTheMainQueue) {
     http.reply("https://lookup.example/lookup?bundleId=com.example.app", GetParam().reply);
     std::optional<std::string> delivered;
-    client.getStoreIdentifierWithBundleId("com.example.app", [&](std::string id) { delivered = id; });
+    client.getStoreIdentifierWithBundleId("com.example.app", [&](std::string id) { delivered = std::move(id); });
     queues.globalQueue().drain();
     EXPECT_FALSE(delivered) << "the completion belongs on the main queue";
     queues.mainQueue().drain();
