@@ -148,12 +148,12 @@ int seed(const Options &options) {
     qv::server::SqliteOptions storageOptions;
     storageOptions.path = options.db;
     storageOptions.readers = 1;
-    std::string error;
-    auto storage = qv::server::SqliteStorage::open(storageOptions, &error);
-    if (!storage) {
-        std::fprintf(stderr, "service_load: %s\n", error.c_str());
+    const auto opened = qv::server::SqliteStorage::open(storageOptions);
+    if (!opened) {
+        std::fprintf(stderr, "service_load: %s\n", opened.error().describe().c_str());
         return 1;
     }
+    qv::server::SqliteStorage &storage = **opened;
     const auto start = Clock::now();
     for (int app = 0; app < options.apps; ++app) {
         qv::server::VersionReport report;
@@ -163,7 +163,7 @@ int seed(const Options &options) {
         for (int version = 0; version < options.versions; ++version) {
             report.versions.push_back({kFirstExternalId + version, "1." + std::to_string(version)});
         }
-        if (!storage->recordReport(report).ok()) {
+        if (!storage.recordReport(report)) {
             std::fprintf(stderr, "service_load: seeding failed\n");
             return 1;
         }

@@ -17,11 +17,11 @@ constexpr std::size_t kKeepAliveRequests = 10000;
 std::string messageForStatus(int status) {
     switch (status) {
     case status::kPayloadTooLarge:
-        return "the body is larger than 1 MiB";
+        return std::string(errorMessage(ErrorCode::PayloadTooLarge));
     case status::kNotFound:
-        return "no such resource";
+        return std::string(errorMessage(ErrorCode::NotFound));
     case status::kBadRequest:
-        return "bad request";
+        return std::string(errorMessage(ErrorCode::BadRequest));
     default:
         return "request failed with status " + std::to_string(status);
     }

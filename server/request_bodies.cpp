@@ -15,29 +15,30 @@ const Value *field(const Dictionary &object, std::string_view key) {
     return object.find(Value(key));
 }
 
-std::optional<std::string> textField(const Dictionary &object, std::string_view key, std::size_t maxLength,
-                                     std::string &error) {
+Error refused(std::string reason) {
+    return fail(ErrorCode::BadRequest, std::move(reason));
+}
+
+Result<std::string> textField(const Dictionary &object, std::string_view key, std::size_t maxLength) {
     const Value *value = field(object, key);
     if (value == nullptr || value->asString() == nullptr) {
-        error = "\"" + std::string(key) + "\" must be a string";
-        return std::nullopt;
+        return refused("\"" + std::string(key) + "\" must be a string");
     }
     if (value->asString()->size() > maxLength) {
-        error = "\"" + std::string(key) + "\" is longer than " + std::to_string(maxLength) + " bytes";
-        return std::nullopt;
+        return refused("\"" + std::string(key) + "\" is longer than " + std::to_string(maxLength) + " bytes");
     }
     return *value->asString();
 }
 
-Parsed<Value> jsonObject(std::string_view body) {
+Result<Value> jsonObject(std::string_view body) {
     auto json = parseJson(body);
     if (!json) {
-        return Parsed<Value>::refused("malformed JSON: " + json.error().detail);
+        return refused("malformed JSON: " + json.error().detail);
     }
     if (json->asDictionary() == nullptr) {
-        return Parsed<Value>::refused("the body must be a JSON object");
+        return refused("the body must be a JSON object");
     }
-    return Parsed<Value>::ok(std::move(*json));
+    return std::move(json).value();
 }
 
 } // namespace
@@ -70,95 +71,94 @@ std::optional<std::int64_t> identifierFrom(const Value &value) {
     return std::nullopt;
 }
 
-Parsed<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId) {
-    using Result = Parsed<VersionReport>;
-    auto json = jsonObject(body);
-    if (!json.value) {
-        return Result::refused(json.error);
+Result<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId) {
+    const auto json = jsonObject(body);
+    if (!json) {
+        return json.error();
     }
-    const Dictionary &object = *json.value->asDictionary();
+    const Dictionary &object = *json->asDictionary();
     VersionReport report;
     const Value *identifier = field(object, "identifier");
     const auto appId = identifier != nullptr ? identifierFrom(*identifier) : std::nullopt;
     if (!appId) {
-        return Result::refused("\"identifier\" must be a store identifier (decimal digits)");
+        return refused("\"identifier\" must be a store identifier (decimal digits)");
     }
     if (*appId != pathAppId) {
-        return Result::refused("\"identifier\" " + std::to_string(*appId) + " does not match the app in the path " +
-                               std::to_string(pathAppId));
+        return refused("\"identifier\" " + std::to_string(*appId) + " does not match the app in the path " +
+                       std::to_string(pathAppId));
     }
     report.appId = *appId;
-    std::string error;
-    auto bundleId = textField(object, "bundle_id", kMaxNameLength, error);
-    auto title = bundleId ? textField(object, "title", kMaxNameLength, error) : std::nullopt;
-    if (!bundleId || !title) {
-        return Result::refused(error);
+    auto bundleId = textField(object, "bundle_id", kMaxNameLength);
+    if (!bundleId) {
+        return bundleId.error();
+    }
+    auto title = textField(object, "title", kMaxNameLength);
+    if (!title) {
+        return title.error();
     }
     report.bundleId = std::move(*bundleId);
     report.title = std::move(*title);
 
     const Value *versions = field(object, "versions");
     if (versions == nullptr || versions->asArray() == nullptr) {
-        return Result::refused("\"versions\" must be an array");
+        return refused("\"versions\" must be an array");
     }
     if (versions->asArray()->empty()) {
-        return Result::refused("\"versions\" is empty");
+        return refused("\"versions\" is empty");
     }
     for (const auto &entry : *versions->asArray()) {
         const Dictionary *version = entry.asDictionary();
         if (version == nullptr) {
-            return Result::refused("every entry of \"versions\" must be an object");
+            return refused("every entry of \"versions\" must be an object");
         }
-        auto display = textField(*version, "display", kMaxDisplayLength, error);
+        auto display = textField(*version, "display", kMaxDisplayLength);
         if (!display) {
-            return Result::refused(error);
+            return display.error();
         }
         const Value *externalId = field(*version, "externalId");
         const auto externalNumber = externalId != nullptr ? identifierFrom(*externalId) : std::nullopt;
         if (!externalNumber) {
-            return Result::refused("\"externalId\" must be an external version identifier (decimal digits)");
+            return refused("\"externalId\" must be an external version identifier (decimal digits)");
         }
         report.versions.push_back(ReportedVersion{*externalNumber, std::move(*display)});
     }
-    return Result::ok(std::move(report));
+    return report;
 }
 
-Parsed<SearchEvent> parseSearchEvent(std::string_view body) {
-    using Result = Parsed<SearchEvent>;
-    auto json = jsonObject(body);
-    if (!json.value) {
-        return Result::refused(json.error);
+Result<SearchEvent> parseSearchEvent(std::string_view body) {
+    const auto json = jsonObject(body);
+    if (!json) {
+        return json.error();
     }
-    const Dictionary &object = *json.value->asDictionary();
+    const Dictionary &object = *json->asDictionary();
     const Value *name = field(object, "name");
     if (name == nullptr || name->asString() == nullptr || *name->asString() != "search") {
-        return Result::refused("\"name\" must be \"search\"");
+        return refused("\"name\" must be \"search\"");
     }
     const Value *attributes = field(object, "attributes");
     if (attributes == nullptr || attributes->asDictionary() == nullptr) {
-        return Result::refused("\"attributes\" must be an object");
+        return refused("\"attributes\" must be an object");
     }
-    std::string error;
-    auto query = textField(*attributes->asDictionary(), "query", kMaxQueryLength, error);
+    auto query = textField(*attributes->asDictionary(), "query", kMaxQueryLength);
     if (!query) {
-        return Result::refused(error);
+        return query.error();
     }
     const Value *results = field(*attributes->asDictionary(), "results");
     if (results == nullptr || results->asArray() == nullptr) {
-        return Result::refused("\"results\" must be an array");
+        return refused("\"results\" must be an array");
     }
     for (const auto &entry : *results->asArray()) {
         const Dictionary *result = entry.asDictionary();
         const Value *appId = result != nullptr ? field(*result, "appId") : nullptr;
         const Value *rank = result != nullptr ? field(*result, "rank") : nullptr;
         if (appId == nullptr || appId->asString() == nullptr || !identifierFrom(std::string_view(*appId->asString()))) {
-            return Result::refused("every result needs \"appId\" as a string of decimal digits");
+            return refused("every result needs \"appId\" as a string of decimal digits");
         }
         if (rank == nullptr || rank->asInteger() == nullptr || *rank->asInteger() < 1) {
-            return Result::refused("every result needs \"rank\" as a positive integer");
+            return refused("every result needs \"rank\" as a positive integer");
         }
     }
-    return Result::ok(SearchEvent{std::move(*query), toJson(*json.value)});
+    return SearchEvent{std::move(*query), toJson(*json)};
 }
 
 } // namespace qv::server

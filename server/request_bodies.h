@@ -6,19 +6,11 @@
 #include <string>
 #include <string_view>
 
+#include "base/result.h"
 #include "base/value.h"
 #include "server/storage.h"
 
 namespace qv::server {
-
-// A validated value or the one-line reason it was refused.
-template <class T> struct Parsed {
-    std::optional<T> value;
-    std::string error;
-
-    static Parsed ok(T parsed) { return Parsed{std::move(parsed), {}}; }
-    static Parsed refused(std::string reason) { return Parsed{std::nullopt, std::move(reason)}; }
-};
 
 inline constexpr std::size_t kMaxDisplayLength = 256;
 inline constexpr std::size_t kMaxNameLength = 1024;
@@ -30,9 +22,10 @@ std::optional<std::int64_t> identifierFrom(const Value &value);
 
 // A version report for the app named in the path: {"bundle_id","identifier","title","versions":[…]} whose
 // entries hold at least "display" (text) and "externalId" (identifier); other keys of an entry are ignored.
-Parsed<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId);
+// A refusal is BadRequest with the reason a client can act on.
+Result<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId);
 
 // A search event: {"name":"search","attributes":{"query":…,"results":[{"appId","rank"}…], extra keys…}}.
-Parsed<SearchEvent> parseSearchEvent(std::string_view body);
+Result<SearchEvent> parseSearchEvent(std::string_view body);
 
 } // namespace qv::server

@@ -53,6 +53,10 @@ std::int64_t nowSeconds() {
         .count();
 }
 
+Error storageFailure(std::string reason) {
+    return fail(ErrorCode::StorageFailed, std::move(reason));
+}
+
 std::string columnText(sqlite3_stmt *statement, int column) {
     const auto *text = sqlite3_column_text(statement, column);
     return text != nullptr ? std::string(reinterpret_cast<const char *>(text)) : std::string();
@@ -70,32 +74,40 @@ class SqliteStorage::Connection {
         sqlite3_close(db_);
     }
 
-    static std::unique_ptr<Connection> open(const std::string &path, bool writer, std::string *error) {
+    static Result<std::unique_ptr<Connection>> open(const std::string &path, bool writer) {
         auto connection = std::unique_ptr<Connection>(new Connection());
         const int flags =
             SQLITE_OPEN_NOMUTEX | (writer ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
         if (sqlite3_open_v2(path.c_str(), &connection->db_, flags, nullptr) != SQLITE_OK) {
-            *error = path + ": " + (connection->db_ != nullptr ? sqlite3_errmsg(connection->db_) : "cannot open");
-            return nullptr;
+            return storageFailure(path + ": " +
+                                  (connection->db_ != nullptr ? sqlite3_errmsg(connection->db_) : "cannot open"));
         }
         sqlite3_busy_timeout(connection->db_, kBusyTimeoutMilliseconds);
         const char *setup = writer ? "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;"
                                    : "PRAGMA query_only=ON; PRAGMA mmap_size=268435456;";
-        if (!connection->execute(setup, error) || (writer && !connection->execute(kSchema, error))) {
-            return nullptr;
+        if (auto prepared = connection->execute(setup); !prepared) {
+            return prepared.error();
+        }
+        if (writer) {
+            if (auto created = connection->execute(kSchema); !created) {
+                return created.error();
+            }
         }
         return connection;
     }
 
-    bool execute(const char *sql, std::string *error) {
+    Result<void> execute(const char *sql) {
         char *message = nullptr;
         if (sqlite3_exec(db_, sql, nullptr, nullptr, &message) != SQLITE_OK) {
-            *error = message != nullptr ? message : "statement failed";
+            std::string reason = message != nullptr ? message : "statement failed";
             sqlite3_free(message);
-            return false;
+            return storageFailure(std::move(reason));
         }
-        return true;
+        return {};
     }
+
+    // Undoes the open transaction; the failure that led here is the one worth reporting.
+    void rollBack() { (void)execute("ROLLBACK"); }
 
     // The cached prepared statement for the SQL text, reset and unbound; nullptr on failure.
     sqlite3_stmt *prepare(const std::string &sql) {
@@ -140,7 +152,7 @@ void bindText(sqlite3_stmt *statement, int index, const std::string &text) {
     sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
 }
 
-StorageResult<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &connection, sqlite3_stmt *statement) {
+Result<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &connection, sqlite3_stmt *statement) {
     std::vector<AppSummary> apps;
     int step = SQLITE_ROW;
     while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
@@ -148,9 +160,9 @@ StorageResult<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &
                                   columnText(statement, 2), columnText(statement, 3)});
     }
     if (step != SQLITE_DONE) {
-        return StorageResult<std::vector<AppSummary>>::failure(connection.lastError());
+        return storageFailure(connection.lastError());
     }
-    return StorageResult<std::vector<AppSummary>>::success(std::move(apps));
+    return apps;
 }
 
 } // namespace
@@ -159,24 +171,23 @@ SqliteStorage::SqliteStorage(std::int64_t maxSearchEvents) : maxSearchEvents_(ma
 
 SqliteStorage::~SqliteStorage() = default;
 
-std::unique_ptr<SqliteStorage> SqliteStorage::open(const SqliteOptions &options, std::string *error) {
-    std::string reason;
-    auto storage = std::unique_ptr<SqliteStorage>(new SqliteStorage(options.maxSearchEvents));
-    storage->writer_ = Connection::open(options.path, true, &reason);
-    for (std::size_t i = 0; storage->writer_ && i < options.readers; ++i) {
-        auto reader = Connection::open(options.path, false, &reason);
-        if (!reader) {
-            storage->writer_.reset();
-            break;
-        }
-        storage->idleReaders_.push_back(reader.get());
-        storage->readers_.push_back(std::move(reader));
+Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &options) {
+    if (options.readers == 0) {
+        return storageFailure("no reader connections");
     }
-    if (!storage->writer_ || storage->readers_.empty()) {
-        if (error != nullptr) {
-            *error = reason.empty() ? "no reader connections" : reason;
+    auto storage = std::unique_ptr<SqliteStorage>(new SqliteStorage(options.maxSearchEvents));
+    auto writer = Connection::open(options.path, true);
+    if (!writer) {
+        return writer.error();
+    }
+    storage->writer_ = std::move(*writer);
+    for (std::size_t i = 0; i < options.readers; ++i) {
+        auto reader = Connection::open(options.path, false);
+        if (!reader) {
+            return reader.error();
         }
-        return nullptr;
+        storage->idleReaders_.push_back(reader->get());
+        storage->readers_.push_back(std::move(*reader));
     }
     return storage;
 }
@@ -197,12 +208,11 @@ void SqliteStorage::releaseReader(Connection *reader) {
     readerFree_.notify_one();
 }
 
-StorageResult<Done> SqliteStorage::recordReport(const VersionReport &report) {
+Result<void> SqliteStorage::recordReport(const VersionReport &report) {
     const std::lock_guard<std::mutex> lock(writerMutex_);
     Connection &db = *writer_;
-    std::string error;
-    if (!db.execute("BEGIN IMMEDIATE", &error)) {
-        return StorageResult<Done>::failure(error);
+    if (auto begun = db.execute("BEGIN IMMEDIATE"); !begun) {
+        return begun;
     }
     const std::int64_t now = nowSeconds();
     bool ok = false;
@@ -226,25 +236,22 @@ StorageResult<Done> SqliteStorage::recordReport(const VersionReport &report) {
         ok = sqlite3_step(upsert) == SQLITE_DONE;
     }
     if (!ok) {
-        error = db.lastError();
-        std::string ignored;
-        db.execute("ROLLBACK", &ignored);
-        return StorageResult<Done>::failure(error);
+        Error failure = storageFailure(db.lastError());
+        db.rollBack();
+        return failure;
     }
-    if (!db.execute("COMMIT", &error)) {
-        std::string ignored;
-        db.execute("ROLLBACK", &ignored);
-        return StorageResult<Done>::failure(error);
+    auto committed = db.execute("COMMIT");
+    if (!committed) {
+        db.rollBack();
     }
-    return StorageResult<Done>::success(Done{});
+    return committed;
 }
 
-StorageResult<std::vector<StoredVersion>> SqliteStorage::versionsOf(std::int64_t appId) {
-    using Result = StorageResult<std::vector<StoredVersion>>;
+Result<std::vector<StoredVersion>> SqliteStorage::versionsOf(std::int64_t appId) {
     const Lease lease(*this);
     sqlite3_stmt *statement = (*lease).prepare(kSelectVersions);
     if (statement == nullptr) {
-        return Result::failure((*lease).lastError());
+        return storageFailure((*lease).lastError());
     }
     sqlite3_bind_int64(statement, 1, appId);
     std::vector<StoredVersion> versions;
@@ -253,17 +260,17 @@ StorageResult<std::vector<StoredVersion>> SqliteStorage::versionsOf(std::int64_t
         versions.push_back(StoredVersion{columnText(statement, 0), sqlite3_column_int64(statement, 1)});
     }
     if (step != SQLITE_DONE) {
-        return Result::failure((*lease).lastError());
+        return storageFailure((*lease).lastError());
     }
     sqlite3_reset(statement);
-    return Result::success(std::move(versions));
+    return versions;
 }
 
-StorageResult<std::vector<AppSummary>> SqliteStorage::appsWithId(std::int64_t appId) {
+Result<std::vector<AppSummary>> SqliteStorage::appsWithId(std::int64_t appId) {
     const Lease lease(*this);
     sqlite3_stmt *statement = (*lease).prepare(std::string(kSelectAppSummary) + "WHERE a.app_id = ?1");
     if (statement == nullptr) {
-        return StorageResult<std::vector<AppSummary>>::failure((*lease).lastError());
+        return storageFailure((*lease).lastError());
     }
     sqlite3_bind_int64(statement, 1, appId);
     auto result = readSummaries(*lease, statement);
@@ -271,12 +278,12 @@ StorageResult<std::vector<AppSummary>> SqliteStorage::appsWithId(std::int64_t ap
     return result;
 }
 
-StorageResult<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std::string &bundleId) {
+Result<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std::string &bundleId) {
     const Lease lease(*this);
     sqlite3_stmt *statement =
         (*lease).prepare(std::string(kSelectAppSummary) + "WHERE a.bundle_id = ?1 ORDER BY a.app_id");
     if (statement == nullptr) {
-        return StorageResult<std::vector<AppSummary>>::failure((*lease).lastError());
+        return storageFailure((*lease).lastError());
     }
     bindText(statement, 1, bundleId);
     auto result = readSummaries(*lease, statement);
@@ -284,12 +291,11 @@ StorageResult<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std
     return result;
 }
 
-StorageResult<Done> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
+Result<void> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
     const std::lock_guard<std::mutex> lock(writerMutex_);
     Connection &db = *writer_;
-    std::string error;
-    if (!db.execute("BEGIN IMMEDIATE", &error)) {
-        return StorageResult<Done>::failure(error);
+    if (auto begun = db.execute("BEGIN IMMEDIATE"); !begun) {
+        return begun;
     }
     bool ok = false;
     if (sqlite3_stmt *insert = db.prepare(kInsertEvent)) {
@@ -302,24 +308,22 @@ StorageResult<Done> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
         sqlite3_bind_int64(trim, 1, maxSearchEvents_);
         ok = sqlite3_step(trim) == SQLITE_DONE;
     }
-    if (!ok || !db.execute("COMMIT", &error)) {
-        error = error.empty() ? db.lastError() : error;
-        std::string ignored;
-        db.execute("ROLLBACK", &ignored);
-        return StorageResult<Done>::failure(error);
+    Result<void> outcome = ok ? db.execute("COMMIT") : Result<void>(storageFailure(db.lastError()));
+    if (!outcome) {
+        db.rollBack();
     }
-    return StorageResult<Done>::success(Done{});
+    return outcome;
 }
 
-StorageResult<std::int64_t> SqliteStorage::searchEventCount() {
+Result<std::int64_t> SqliteStorage::searchEventCount() {
     const Lease lease(*this);
     sqlite3_stmt *statement = (*lease).prepare(kCountEvents);
     if (statement == nullptr || sqlite3_step(statement) != SQLITE_ROW) {
-        return StorageResult<std::int64_t>::failure((*lease).lastError());
+        return storageFailure((*lease).lastError());
     }
     const std::int64_t count = sqlite3_column_int64(statement, 0);
     sqlite3_reset(statement);
-    return StorageResult<std::int64_t>::success(count);
+    return count;
 }
 
 } // namespace qv::server

@@ -23,16 +23,16 @@ struct SqliteOptions {
 
 class SqliteStorage : public VersionStorage {
   public:
-    // Opens (creating the file and schema on first start); nothing with the reason in *error.
-    static std::unique_ptr<SqliteStorage> open(const SqliteOptions &options, std::string *error);
+    // Opens (creating the file and schema on first start); StorageFailed with the database's reason otherwise.
+    static Result<std::unique_ptr<SqliteStorage>> open(const SqliteOptions &options);
     ~SqliteStorage() override;
 
-    StorageResult<Done> recordReport(const VersionReport &report) override;
-    StorageResult<std::vector<StoredVersion>> versionsOf(std::int64_t appId) override;
-    StorageResult<std::vector<AppSummary>> appsWithId(std::int64_t appId) override;
-    StorageResult<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override;
-    StorageResult<Done> recordSearchEvent(const SearchEvent &event) override;
-    StorageResult<std::int64_t> searchEventCount() override;
+    Result<void> recordReport(const VersionReport &report) override;
+    Result<std::vector<StoredVersion>> versionsOf(std::int64_t appId) override;
+    Result<std::vector<AppSummary>> appsWithId(std::int64_t appId) override;
+    Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override;
+    Result<void> recordSearchEvent(const SearchEvent &event) override;
+    Result<std::int64_t> searchEventCount() override;
 
     class Connection;
 

@@ -2,10 +2,10 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
-#include <utility>
 #include <vector>
+
+#include "base/result.h"
 
 namespace qv::server {
 
@@ -40,18 +40,7 @@ struct SearchEvent {
     std::string bodyJson; // the event as received, in compact JSON
 };
 
-// A result or the reason the storage failed.
-template <class T> struct StorageResult {
-    std::optional<T> value;
-    std::string error;
-
-    static StorageResult success(T result) { return StorageResult{std::move(result), {}}; }
-    static StorageResult failure(std::string reason) { return StorageResult{std::nullopt, std::move(reason)}; }
-    bool ok() const { return value.has_value(); }
-};
-
-struct Done {};
-
+// Every call either succeeds or fails with ErrorCode::StorageFailed and the database's own words as detail.
 class VersionStorage {
   public:
     VersionStorage() = default;
@@ -61,14 +50,14 @@ class VersionStorage {
 
     // Records the report atomically: the app's names become the report's, each version is added or its display
     // text replaced.
-    virtual StorageResult<Done> recordReport(const VersionReport &report) = 0;
+    virtual Result<void> recordReport(const VersionReport &report) = 0;
     // Every known version of the app, highest external identifier first.
-    virtual StorageResult<std::vector<StoredVersion>> versionsOf(std::int64_t appId) = 0;
-    virtual StorageResult<std::vector<AppSummary>> appsWithId(std::int64_t appId) = 0;
-    virtual StorageResult<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) = 0;
+    virtual Result<std::vector<StoredVersion>> versionsOf(std::int64_t appId) = 0;
+    virtual Result<std::vector<AppSummary>> appsWithId(std::int64_t appId) = 0;
+    virtual Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) = 0;
     // Keeps at most the configured number of events, dropping the oldest.
-    virtual StorageResult<Done> recordSearchEvent(const SearchEvent &event) = 0;
-    virtual StorageResult<std::int64_t> searchEventCount() = 0;
+    virtual Result<void> recordSearchEvent(const SearchEvent &event) = 0;
+    virtual Result<std::int64_t> searchEventCount() = 0;
 };
 
 } // namespace qv::server

@@ -18,13 +18,18 @@ ServiceResponse jsonResponse(const Value &body) {
 }
 
 ServiceResponse methodNotAllowed(const std::string &allowed) {
-    auto response = errorResponse(status::kMethodNotAllowed, "method not allowed; use " + allowed);
+    auto response = errorResponse(
+        fail(ErrorCode::MethodNotAllowed, std::string(errorMessage(ErrorCode::MethodNotAllowed)) + "; use " + allowed));
     response.headers.emplace_back("Allow", allowed);
     return response;
 }
 
-ServiceResponse storageFailure(const std::string &reason) {
-    return errorResponse(status::kInternalError, "storage failure: " + reason);
+ServiceResponse storageFailure(const Error &failure) {
+    return errorResponse(fail(failure.code, "storage failure: " + failure.describe()));
+}
+
+ServiceResponse badRequest(std::string reason) {
+    return errorResponse(fail(ErrorCode::BadRequest, std::move(reason)));
 }
 
 bool isGet(const std::string &method) {
@@ -94,9 +99,29 @@ ServiceResponse errorResponse(int status, const std::string &message) {
     return ServiceResponse{status, toJson(Value(Dictionary{{"error", message}})), {}};
 }
 
+int statusFor(ErrorCode code) {
+    switch (code) {
+    case ErrorCode::BadRequest:
+    case ErrorCode::MalformedJson:
+        return status::kBadRequest;
+    case ErrorCode::NotFound:
+        return status::kNotFound;
+    case ErrorCode::MethodNotAllowed:
+        return status::kMethodNotAllowed;
+    case ErrorCode::PayloadTooLarge:
+        return status::kPayloadTooLarge;
+    default:
+        return status::kInternalError;
+    }
+}
+
+ServiceResponse errorResponse(const Error &error) {
+    return errorResponse(statusFor(error.code), error.describe());
+}
+
 ServiceResponse VersionService::handle(const ServiceRequest &request) const {
     if (request.body.size() > kMaxBodyBytes) {
-        return errorResponse(status::kPayloadTooLarge, "the body is larger than 1 MiB");
+        return errorResponse(fail(ErrorCode::PayloadTooLarge));
     }
     if (const auto appId = versionsRouteId(request.path)) {
         return versions(request, *appId);
@@ -107,7 +132,8 @@ ServiceResponse VersionService::handle(const ServiceRequest &request) const {
     if (request.path == kLookupRoute) {
         return lookup(request);
     }
-    return errorResponse(status::kNotFound, "no such resource: " + request.path);
+    return errorResponse(
+        fail(ErrorCode::NotFound, std::string(errorMessage(ErrorCode::NotFound)) + ": " + request.path));
 }
 
 ServiceResponse VersionService::versions(const ServiceRequest &request, const std::string &appIdText) const {
@@ -117,19 +143,19 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
     }
     const auto appId = identifierFrom(std::string_view(appIdText));
     if (!appId) {
-        return errorResponse(status::kBadRequest, "the app identifier must be decimal digits: " + appIdText);
+        return badRequest("the app identifier must be decimal digits: " + appIdText);
     }
     if (post) {
-        auto report = parseVersionReport(request.body, *appId);
-        if (!report.value) {
-            return errorResponse(status::kBadRequest, report.error);
+        const auto report = parseVersionReport(request.body, *appId);
+        if (!report) {
+            return errorResponse(report.error());
         }
-        const auto stored = storage_.recordReport(*report.value);
+        const auto stored = storage_.recordReport(*report);
         cache_.invalidate(*appId);
-        if (!stored.ok()) {
-            return storageFailure(stored.error);
+        if (!stored) {
+            return storageFailure(stored.error());
         }
-        const auto recorded = static_cast<std::int64_t>(report.value->versions.size());
+        const auto recorded = static_cast<std::int64_t>(report->versions.size());
         return jsonResponse(Value(Dictionary{{"identifier", std::to_string(*appId)}, {"recorded", recorded}}));
     }
     if (auto cached = cache_.find(*appId)) {
@@ -137,11 +163,11 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
     }
     const auto ticket = cache_.ticket();
     const auto versions = storage_.versionsOf(*appId);
-    if (!versions.ok()) {
-        return storageFailure(versions.error);
+    if (!versions) {
+        return storageFailure(versions.error());
     }
     Array list;
-    for (const auto &version : *versions.value) {
+    for (const auto &version : *versions) {
         list.push_back(Value(Dictionary{{"bundle_version", version.display},
                                         {"external_identifier", std::to_string(version.externalId)}}));
     }
@@ -154,13 +180,13 @@ ServiceResponse VersionService::events(const ServiceRequest &request) const {
     if (request.method != "POST") {
         return methodNotAllowed("POST");
     }
-    auto event = parseSearchEvent(request.body);
-    if (!event.value) {
-        return errorResponse(status::kBadRequest, event.error);
+    const auto event = parseSearchEvent(request.body);
+    if (!event) {
+        return errorResponse(event.error());
     }
-    const auto stored = storage_.recordSearchEvent(*event.value);
-    if (!stored.ok()) {
-        return storageFailure(stored.error);
+    const auto stored = storage_.recordSearchEvent(*event);
+    if (!stored) {
+        return storageFailure(stored.error());
     }
     return jsonResponse(Value(Dictionary{{"recorded", true}}));
 }
@@ -172,22 +198,20 @@ ServiceResponse VersionService::lookup(const ServiceRequest &request) const {
     const auto id = request.query.find("id");
     const auto bundleId = request.query.find("bundleId");
     if ((id == request.query.end()) == (bundleId == request.query.end())) {
-        return errorResponse(status::kBadRequest, "give exactly one of the query parameters id and bundleId");
+        return badRequest("give exactly one of the query parameters id and bundleId");
     }
-    StorageResult<std::vector<AppSummary>> apps;
+    std::optional<std::int64_t> appId;
     if (id != request.query.end()) {
-        const auto appId = identifierFrom(std::string_view(id->second));
+        appId = identifierFrom(std::string_view(id->second));
         if (!appId) {
-            return errorResponse(status::kBadRequest, "id must be decimal digits: " + id->second);
+            return badRequest("id must be decimal digits: " + id->second);
         }
-        apps = storage_.appsWithId(*appId);
-    } else {
-        apps = storage_.appsWithBundleId(bundleId->second);
     }
-    if (!apps.ok()) {
-        return storageFailure(apps.error);
+    const auto apps = appId ? storage_.appsWithId(*appId) : storage_.appsWithBundleId(bundleId->second);
+    if (!apps) {
+        return storageFailure(apps.error());
     }
-    return jsonResponse(lookupResults(*apps.value));
+    return jsonResponse(lookupResults(*apps));
 }
 
 } // namespace qv::server

@@ -42,6 +42,10 @@ inline constexpr int kServiceUnavailable = 503;
 
 // {"error": message} with the status.
 ServiceResponse errorResponse(int status, const std::string &message);
+// The HTTP status that answers a failure of this kind (500 for anything the client did not cause).
+int statusFor(ErrorCode code);
+// {"error": the failure's one line} with the status its code calls for.
+ServiceResponse errorResponse(const Error &error);
 
 // The versions lists already answered, so that repeated reads of a popular app skip the database. It only sees
 // writes made through this process's service, which is the only writer of its database.

@@ -24,7 +24,12 @@ namespace qv {
     X(BadRequest, "bad request")                                                                                       \
     X(ServiceUnreachable, "the service could not be reached")                                                          \
     X(ServiceRefused, "the service refused the request")                                                               \
-    X(MalformedReply, "the service's reply is malformed")
+    X(MalformedReply, "the service's reply is malformed")                                                              \
+    X(PayloadTooLarge, "the body is larger than 1 MiB")                                                                \
+    X(NotFound, "no such resource")                                                                                    \
+    X(MethodNotAllowed, "method not allowed")                                                                          \
+    X(ListenFailed, "cannot listen on the address")                                                                    \
+    X(ServerFailed, "the server stopped with an error")
 
 enum class ErrorCode {
 #define QV_ERROR_ENUMERATOR(name, message) name,

@@ -32,6 +32,26 @@ std::int64_t sortKey(const QVVersion &version) {
     return version.external_identifier ? lenientInteger(*version.external_identifier) : 0;
 }
 
+// The service's answer read as a versions list; the body only counts with a 2xx status.
+KnownVersions versionsFromReply(const HttpResult &reply) {
+    if (!reply.answered()) {
+        return fail(ErrorCode::ServiceUnreachable, *reply.error);
+    }
+    if (!reply.succeeded()) {
+        return fail(ErrorCode::ServiceRefused, "the service answered with HTTP status " + std::to_string(reply.status));
+    }
+    const auto json = parseJson(reply.body);
+    if (!json) {
+        return fail(ErrorCode::MalformedReply, "the reply is not JSON: " + json.error().detail);
+    }
+    auto versions = versionsFromJson(*json);
+    if (!versions) {
+        return fail(ErrorCode::MalformedReply, "the reply is not a list of versions");
+    }
+    sortNewestFirst(*versions);
+    return std::move(*versions);
+}
+
 } // namespace
 
 std::optional<std::vector<QVVersion>> versionsFromJson(const Value &json) {
@@ -71,24 +91,7 @@ void fetchKnownVersions(Http &http, Queues &queues, std::string_view apiBaseUrl,
     request.timeoutSeconds = kFetchTimeoutSeconds;
     request.headers = {{"Accept", "application/json"}};
     queues.global().async([&http, &queues, request = std::move(request), completion = std::move(completion)]() mutable {
-        KnownVersions known;
-        const HttpResult result = http.fetch(request);
-        if (!result.answered()) {
-            known.error = *result.error;
-        } else if (!result.succeeded()) {
-            known.error = "the service answered with HTTP status " + std::to_string(result.status);
-        } else {
-            const auto json = parseJson(result.body);
-            auto versions = json ? versionsFromJson(*json) : std::nullopt;
-            if (!json) {
-                known.error = "the reply is not JSON: " + json.error().detail;
-            } else if (!versions) {
-                known.error = "the reply is not a list of versions";
-            } else {
-                sortNewestFirst(*versions);
-                known.versions = std::move(*versions);
-            }
-        }
+        KnownVersions known = versionsFromReply(http.fetch(request));
         queues.main().async(
             [completion = std::move(completion), known = std::move(known)]() mutable { completion(std::move(known)); });
     });

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/result.h"
 #include "base/value.h"
 #include "platform/http.h"
 #include "platform/queue.h"
@@ -33,10 +34,9 @@ void sortNewestFirst(std::vector<QVVersion> &versions);
 // identifier put in as it is.
 std::string knownVersionsUrl(std::string_view apiBaseUrl, std::string_view storeIdentifier);
 
-struct KnownVersions {
-    std::vector<QVVersion> versions;  // empty on failure
-    std::optional<std::string> error; // set when the request or the reply failed
-};
+// The versions newest first, or why there are none: ServiceUnreachable (no answer), ServiceRefused (an answer
+// other than 2xx) or MalformedReply (not JSON, or not a list of versions).
+using KnownVersions = Result<std::vector<QVVersion>>;
 
 // Fetches the known versions on the global queue; the completion runs on the main queue.
 void fetchKnownVersions(Http &http, Queues &queues, std::string_view apiBaseUrl, std::string_view storeIdentifier,

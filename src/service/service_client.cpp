@@ -54,10 +54,14 @@ bool hasJsonForm(const Value &value) {
     }
 }
 
-// A value that is present in the platform's sense: there, and not null.
-const Value *present(const Dictionary &dictionary, std::string_view key) {
-    const Value *value = dictionary.find(Value(key));
-    return value != nullptr && !value->isNull() ? value : nullptr;
+std::string bundleIdOf(const Value &firstResult) {
+    const std::string *bundleId = firstResult["bundleId"].asString();
+    return bundleId != nullptr ? *bundleId : std::string();
+}
+
+std::string storeIdentifierOf(const Value &firstResult) {
+    const std::int64_t *trackId = firstResult["trackId"].asInteger();
+    return trackId != nullptr ? std::to_string(*trackId) : std::string();
 }
 
 Value versionReport(const Value &bundleId, const Value &identifier, const Value &title, Array versions) {
@@ -151,30 +155,27 @@ ReportOutcome ServiceClient::cacheAppWithInfo(const Value &item) {
     if (appCachingDisabled()) {
         return ReportOutcome::CachingDisabled;
     }
-    const Dictionary *fields = item.asDictionary();
-    const Value *offers = fields != nullptr ? present(*fields, "offers") : nullptr;
-    const Array *offerList = offers != nullptr ? offers->asArray() : nullptr;
-    if (offerList == nullptr || offerList->empty() || offerList->items().front().asDictionary() == nullptr ||
-        present(*offerList->items().front().asDictionary(), "version") == nullptr) {
+    // A missing key and an explicit null read the same: both are absent to the platform.
+    const Value &offers = item["offers"];
+    if (offers[0]["version"].isNull()) {
         return ReportOutcome::MissingVersion;
     }
-    const Value *bundleId = present(*fields, "bundleId");
-    const Value *identifier = present(*fields, "id");
-    const Value *name = present(*fields, "name");
-    if (bundleId == nullptr || identifier == nullptr || name == nullptr) {
+    const Value &bundleId = item["bundleId"];
+    const Value &identifier = item["id"];
+    const Value &name = item["name"];
+    if (bundleId.isNull() || identifier.isNull() || name.isNull()) {
         return ReportOutcome::MissingField;
     }
     Array versions;
-    for (const auto &offer : *offerList) {
-        const Dictionary *offerFields = offer.asDictionary();
-        const Value *version = offerFields != nullptr ? present(*offerFields, "version") : nullptr;
-        if (version == nullptr) {
+    for (const auto &offer : *offers.asArray()) {
+        const Value &version = offer["version"];
+        if (version.isNull()) {
             return ReportOutcome::MissingField;
         }
-        versions.push_back(*version);
+        versions.push_back(version);
     }
-    const Value body = versionReport(*bundleId, *identifier, *name, std::move(versions));
-    postWithPath(http_, versionsPath(textOf(*identifier)), endpoints_.apiBaseUrl, body);
+    const Value body = versionReport(bundleId, identifier, name, std::move(versions));
+    postWithPath(http_, versionsPath(textOf(identifier)), endpoints_.apiBaseUrl, body);
     return ReportOutcome::Sent;
 }
 
@@ -182,33 +183,29 @@ ReportOutcome ServiceClient::cacheAppWithMetadata(const Value &metadata) {
     if (appCachingDisabled()) {
         return ReportOutcome::CachingDisabled;
     }
-    const Dictionary *fields = metadata.asDictionary();
-    if (fields == nullptr) {
+    const Value &shortVersion = metadata["bundleShortVersionString"];
+    const Value &externalId = metadata["softwareVersionExternalIdentifier"];
+    if (shortVersion.isNull() || externalId.isNull()) {
         return ReportOutcome::MissingVersion;
     }
-    const Value *shortVersion = present(*fields, "bundleShortVersionString");
-    const Value *externalId = present(*fields, "softwareVersionExternalIdentifier");
-    if (shortVersion == nullptr || externalId == nullptr) {
-        return ReportOutcome::MissingVersion;
-    }
-    const Value *bundleId = present(*fields, "softwareVersionBundleId");
-    const Value *itemId = present(*fields, "itemId");
-    const Value *itemName = present(*fields, "itemName");
+    const Value &bundleId = metadata["softwareVersionBundleId"];
+    const Value &itemId = metadata["itemId"];
+    const Value &itemName = metadata["itemName"];
 
     // The lower of bundle version and short version is shown, but only a dotted bundle version counts: a bare
     // build number says nothing about the marketing version.
-    const Value *bundleVersion = present(*fields, "bundleVersion");
-    const std::string candidate = textOf(bundleVersion != nullptr ? *bundleVersion : *shortVersion);
+    const Value &bundleVersion = metadata["bundleVersion"];
+    const std::string candidate = textOf(bundleVersion.isNull() ? shortVersion : bundleVersion);
     const bool candidateIsLower = candidate.find('.') != std::string::npos &&
-                                  isOlderThanVersion(candidate, std::string_view(textOf(*shortVersion)));
-    const Value display = candidateIsLower ? Value(candidate) : *shortVersion;
+                                  isOlderThanVersion(candidate, std::string_view(textOf(shortVersion)));
+    const Value display = candidateIsLower ? Value(candidate) : shortVersion;
 
-    if (itemName == nullptr || itemId == nullptr || bundleId == nullptr) {
+    if (itemName.isNull() || itemId.isNull() || bundleId.isNull()) {
         return ReportOutcome::MissingField;
     }
-    Array versions{Value(Dictionary{{"display", display}, {"externalId", *externalId}})};
-    const Value body = versionReport(*bundleId, *itemId, *itemName, std::move(versions));
-    postWithPath(http_, versionsPath(textOf(*itemId)), endpoints_.apiBaseUrl, body);
+    Array versions{Value(Dictionary{{"display", display}, {"externalId", externalId}})};
+    const Value body = versionReport(bundleId, itemId, itemName, std::move(versions));
+    postWithPath(http_, versionsPath(textOf(itemId)), endpoints_.apiBaseUrl, body);
     return ReportOutcome::Sent;
 }
 
@@ -251,28 +248,32 @@ void ServiceClient::sendSearchEvent(const std::string &html) {
 
 void ServiceClient::getBundleIdWithStoreIdentifier(const std::string &storeIdentifier,
                                                    std::function<void(std::string)> completion) {
+    lookUp("id", storeIdentifier, bundleIdOf, std::move(completion));
+}
+
+void ServiceClient::getStoreIdentifierWithBundleId(const std::string &bundleId,
+                                                   std::function<void(std::string)> completion) {
+    lookUp("bundleId", bundleId, storeIdentifierOf, std::move(completion));
+}
+
+void ServiceClient::lookUp(std::string_view key, std::string_view value, LookupAnswer answerOf,
+                           std::function<void(std::string)> completion) {
     HttpRequest request;
-    request.url = endpoints_.lookupBaseUrl + "lookup?id=" + storeIdentifier;
+    request.url = endpoints_.lookupBaseUrl + "lookup?" + std::string(key) + "=" + percentEncoded(value);
     // The task holds the ports, not the client, so it may finish after the client is gone.
-    queues_.global().async(
-        [&http = http_, &queues = queues_, request = std::move(request), completion = std::move(completion)]() mutable {
-            std::string bundleId;
-            const HttpResult result = http.fetch(request);
-            if (result.succeeded()) {
-                const auto json = parseJson(result.body);
-                const Dictionary *reply = json ? json->asDictionary() : nullptr;
-                const Value *results = reply != nullptr ? reply->find(Value("results")) : nullptr;
-                const Array *list = results != nullptr ? results->asArray() : nullptr;
-                const Dictionary *first =
-                    list != nullptr && !list->empty() ? list->items().front().asDictionary() : nullptr;
-                const Value *found = first != nullptr ? first->find(Value("bundleId")) : nullptr;
-                if (found != nullptr && found->asString() != nullptr) {
-                    bundleId = *found->asString();
-                }
+    queues_.global().async([&http = http_, &queues = queues_, request = std::move(request), answerOf,
+                            completion = std::move(completion)]() mutable {
+        std::string answer;
+        const HttpResult reply = http.fetch(request);
+        // The body counts whatever the status, as with the phone's blocking download: a 404 that carries results
+        // still answers.
+        if (reply.answered()) {
+            if (const auto json = parseJson(reply.body)) {
+                answer = answerOf((*json)["results"][0]);
             }
-            queues.main().async(
-                [completion = std::move(completion), bundleId = std::move(bundleId)] { completion(bundleId); });
-        });
+        }
+        queues.main().async([completion = std::move(completion), answer = std::move(answer)] { completion(answer); });
+    });
 }
 
 void ServiceClient::setExtraAttribute(const Value &key, const Value &value) {

@@ -70,16 +70,25 @@ class ServiceClient {
     // Parses a store search page on the work queue and sends a search event, once per (query, result count).
     void appsForHTMLString(std::optional<std::string> html);
 
-    // Looks the store identifier up on the global queue; the completion runs on the main queue with the bundle
-    // identifier, or "" when anything failed.
+    // Store lookups run on the global queue and complete on the main queue. The reply's body is read whatever the
+    // HTTP status, so a 404 that still carries results answers; the completion gets "" only when the request
+    // failed or the body holds no usable first result.
+
+    // The bundle identifier of a store identifier.
     void getBundleIdWithStoreIdentifier(const std::string &storeIdentifier,
                                         std::function<void(std::string)> completion);
+    // The store identifier (in decimal) of a bundle identifier.
+    void getStoreIdentifierWithBundleId(const std::string &bundleId, std::function<void(std::string)> completion);
 
     // Entries added to every search event's attributes, replacing keys of the same name.
     void setExtraAttribute(const Value &key, const Value &value);
     Dictionary extraAttributes() const;
 
   private:
+    // What a lookup reads from the first result of the reply; "" when the result lacks it.
+    using LookupAnswer = std::string (*)(const Value &firstResult);
+    void lookUp(std::string_view key, std::string_view value, LookupAnswer answerOf,
+                std::function<void(std::string)> completion);
     void sendSearchEvent(const std::string &html);
     bool appCachingDisabled() const;
 

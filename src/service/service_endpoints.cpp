@@ -12,12 +12,6 @@ std::string withTrailingSlash(std::string url) {
     return url;
 }
 
-bool mayStandInPath(unsigned char c) {
-    static constexpr std::string_view kPathPunctuation = "-._~!$&'()*+,;=:@/";
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           kPathPunctuation.find(static_cast<char>(c)) != std::string_view::npos;
-}
-
 } // namespace
 
 ServiceEndpoints ServiceEndpoints::make(std::string apiBaseUrl, std::string lookupBaseUrl) {
@@ -34,23 +28,27 @@ std::string versionsPath(std::string_view storeIdentifier) {
     return path;
 }
 
-std::string appendingPathComponent(std::string_view baseUrl, std::string_view path) {
-    static constexpr char kHexDigits[] = "0123456789ABCDEF";
-    std::string url(baseUrl);
-    if (url.empty() || url.back() != '/') {
-        url += '/';
-    }
-    for (const char c : path) {
+std::string percentEncoded(std::string_view text, std::string_view keep) {
+    static constexpr std::string_view kHexDigits = "0123456789ABCDEF";
+    std::string encoded;
+    encoded.reserve(text.size());
+    for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
-        if (mayStandInPath(byte)) {
-            url += c;
+        const bool asciiLetterOrDigit =
+            (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') || (byte >= '0' && byte <= '9');
+        if (asciiLetterOrDigit || keep.find(c) != std::string_view::npos) {
+            encoded += c;
         } else {
-            url += '%';
-            url += kHexDigits[byte >> 4U];
-            url += kHexDigits[byte & 0xFU];
+            encoded += '%';
+            encoded += kHexDigits[byte >> 4U];
+            encoded += kHexDigits[byte & 0xFU];
         }
     }
-    return url;
+    return encoded;
+}
+
+std::string appendingPathComponent(std::string_view baseUrl, std::string_view path) {
+    return withTrailingSlash(std::string(baseUrl)) + percentEncoded(path, kPathPunctuation);
 }
 
 } // namespace qv

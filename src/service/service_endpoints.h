@@ -27,6 +27,14 @@ struct ServiceEndpoints {
 
 inline constexpr std::string_view kEventsPath = "v1/events";
 
+// Bytes a URL query value carries as they are, besides ASCII letters and digits.
+inline constexpr std::string_view kQueryValuePunctuation = "-._~";
+// Bytes a URL path carries as they are, besides ASCII letters and digits.
+inline constexpr std::string_view kPathPunctuation = "-._~!$&'()*+,;=:@/";
+
+// The text with every byte other than an ASCII letter, a digit or one of `keep` written as %XX (upper-case hex).
+std::string percentEncoded(std::string_view text, std::string_view keep = kQueryValuePunctuation);
+
 // "v1/apple_apps/%@/versions" filled with the store identifier as it is.
 std::string versionsPath(std::string_view storeIdentifier);
 // The base URL with the path appended as a path component: one "/" between them, and characters that may not

@@ -12,6 +12,7 @@ namespace {
 
 std::vector<std::string> identifiersOf(const std::vector<QVVersion> &versions) {
     std::vector<std::string> identifiers;
+    identifiers.reserve(versions.size());
     for (const auto &version : versions) {
         identifiers.push_back(version.external_identifier.value_or("<none>"));
     }
@@ -57,7 +58,7 @@ INSTANTIATE_TEST_SUITE_P(Replies, UnmappableReply,
 struct FetchCase {
     HttpResult reply;
     std::vector<std::string> order;
-    bool failed;
+    std::optional<ErrorCode> failure;
 };
 class FetchKnownVersions : public ::testing::TestWithParam<FetchCase> {};
 TEST_P(FetchKnownVersions, CompletesOnTheMainQueue) {
@@ -70,18 +71,18 @@ TEST_P(FetchKnownVersions, CompletesOnTheMainQueue) {
     EXPECT_FALSE(delivered);
     queues.mainQueue().drain();
     ASSERT_TRUE(delivered);
-    EXPECT_EQ(identifiersOf(delivered->versions), GetParam().order);
-    EXPECT_EQ(delivered->error.has_value(), GetParam().failed);
+    EXPECT_EQ(identifiersOf(delivered->valueOr({})), GetParam().order);
+    EXPECT_EQ(delivered->ok() ? std::nullopt : std::optional(delivered->error().code), GetParam().failure);
     EXPECT_EQ(http.fetched().at(0).method, "GET");
 }
 INSTANTIATE_TEST_SUITE_P(
     Replies, FetchKnownVersions,
     ::testing::Values(
-        FetchCase{{200, R"([{"external_identifier":"1"},{"external_identifier":"2"}])", {}}, {"2", "1"}, false},
-        FetchCase{{200, "[]", {}}, {}, false}, FetchCase{{200, "not json", {}}, {}, true},
-        FetchCase{{200, R"({"error":"x"})", {}}, {}, true},
-        FetchCase{{500, R"([{"external_identifier":"1"}])", {}}, {}, true},
-        FetchCase{{0, {}, std::string("timed out")}, {}, true}));
+        FetchCase{{200, R"([{"external_identifier":"1"},{"external_identifier":"2"}])", {}}, {"2", "1"}, {}},
+        FetchCase{{200, "[]", {}}, {}, {}}, FetchCase{{200, "not json", {}}, {}, ErrorCode::MalformedReply},
+        FetchCase{{200, R"({"error":"x"})", {}}, {}, ErrorCode::MalformedReply},
+        FetchCase{{500, R"([{"external_identifier":"1"}])", {}}, {}, ErrorCode::ServiceRefused},
+        FetchCase{{0, {}, std::string("timed out")}, {}, ErrorCode::ServiceUnreachable}));
 
 TEST(KnownVersionsJson, LeavesMissingPropertiesOut) {
     EXPECT_EQ(toJson(versionsToJson({{"1.0", "5"}, {std::nullopt, "4"}})),

@@ -11,22 +11,16 @@ namespace qv::server {
 
 class BrokenStorage : public VersionStorage {
   public:
-    StorageResult<Done> recordReport(const VersionReport &) override {
-        return StorageResult<Done>::failure("disk full");
-    }
-    StorageResult<std::vector<StoredVersion>> versionsOf(std::int64_t) override {
-        return StorageResult<std::vector<StoredVersion>>::failure("disk I/O error");
-    }
-    StorageResult<std::vector<AppSummary>> appsWithId(std::int64_t) override {
-        return StorageResult<std::vector<AppSummary>>::failure("disk I/O error");
-    }
-    StorageResult<std::vector<AppSummary>> appsWithBundleId(const std::string &) override {
-        return StorageResult<std::vector<AppSummary>>::failure("disk I/O error");
-    }
-    StorageResult<Done> recordSearchEvent(const SearchEvent &) override {
-        return StorageResult<Done>::failure("disk full");
-    }
-    StorageResult<std::int64_t> searchEventCount() override { return StorageResult<std::int64_t>::failure("x"); }
+    Result<void> recordReport(const VersionReport &) override { return diskFull(); }
+    Result<std::vector<StoredVersion>> versionsOf(std::int64_t) override { return ioError(); }
+    Result<std::vector<AppSummary>> appsWithId(std::int64_t) override { return ioError(); }
+    Result<std::vector<AppSummary>> appsWithBundleId(const std::string &) override { return ioError(); }
+    Result<void> recordSearchEvent(const SearchEvent &) override { return diskFull(); }
+    Result<std::int64_t> searchEventCount() override { return ioError(); }
+
+  private:
+    static Error diskFull() { return fail(ErrorCode::StorageFailed, "disk full"); }
+    static Error ioError() { return fail(ErrorCode::StorageFailed, "disk I/O error"); }
 };
 
 } // namespace qv::server

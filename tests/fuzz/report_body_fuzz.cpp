@@ -13,20 +13,20 @@ constexpr std::int64_t kPathAppId = 42;
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     const std::string_view body(reinterpret_cast<const char *>(data), size);
     const auto report = qv::server::parseVersionReport(body, kPathAppId);
-    if (report.value) {
-        if (report.value->appId != kPathAppId || report.value->versions.empty()) {
+    if (report) {
+        if (report->appId != kPathAppId || report->versions.empty()) {
             std::abort();
         }
-        for (const auto &version : report.value->versions) {
+        for (const auto &version : report->versions) {
             if (version.externalId < 0 || version.display.size() > qv::server::kMaxDisplayLength) {
                 std::abort();
             }
         }
-    } else if (report.error.empty()) {
+    } else if (report.error().code != qv::ErrorCode::BadRequest || report.error().detail.empty()) {
         std::abort();
     }
     const auto event = qv::server::parseSearchEvent(body);
-    if (!event.value && event.error.empty()) {
+    if (!event && (event.error().code != qv::ErrorCode::BadRequest || event.error().detail.empty())) {
         std::abort();
     }
     return 0;

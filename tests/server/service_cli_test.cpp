@@ -26,9 +26,9 @@ class LiveService : public ::testing::Test {
         directory_ = new test::TemporaryDirectory("qv-live");
         SqliteOptions options;
         options.path = directory_->path() + "/versions.sqlite";
-        std::string error;
-        storage_ = SqliteStorage::open(options, &error).release();
-        ASSERT_NE(storage_, nullptr) << error;
+        auto opened = SqliteStorage::open(options);
+        ASSERT_TRUE(opened) << opened.error().describe();
+        storage_ = opened->release();
         service_ = new VersionService(*storage_);
         front_ = new HttpFront(*service_);
         const auto port = front_->bind("127.0.0.1", 0);

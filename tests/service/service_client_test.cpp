@@ -5,6 +5,7 @@
 
 #include <cmath>
 #include <limits>
+#include <utility>
 
 #include "base/json.h"
 #include "fakes/fake_http.h"
@@ -64,7 +65,8 @@ INSTANTIATE_TEST_SUITE_P(Urls, PathComponent,
                          ::testing::Values(UrlCase{"http://h/", "v1/events", "http://h/v1/events"},
                                            UrlCase{"http://h", "v1/events", "http://h/v1/events"},
                                            UrlCase{"http://h/", "v1/apple_apps/a b?/versions",
-                                                   "http://h/v1/apple_apps/a%20b%3F/versions"}));
+                                                   "http://h/v1/apple_apps/a%20b%3F/versions"},
+                                           UrlCase{"http://h/", "x/\xC3\xA9%;@", "http://h/x/%C3%A9%25;@"}));
 
 class BodyWithoutJsonForm : public ::testing::TestWithParam<Value> {};
 TEST_P(BodyWithoutJsonForm, GoesOutWithoutBody) {
@@ -250,7 +252,7 @@ class Lookup : public ServiceClientTest, public ::testing::WithParamInterface<Lo
 TEST_P(Lookup, DeliversTheBundleIdOrEmptyOnTheMainQueue) {
     http.reply("https://lookup.example/lookup?id=284882215", GetParam().reply);
     std::optional<std::string> delivered;
-    client.getBundleIdWithStoreIdentifier("284882215", [&](std::string bundleId) { delivered = bundleId; });
+    client.getBundleIdWithStoreIdentifier("284882215", [&](std::string bundleId) { delivered = std::move(bundleId); });
     queues.globalQueue().drain();
     EXPECT_FALSE(delivered) << "the completion belongs on the main queue";
     queues.mainQueue().drain();
@@ -264,8 +266,34 @@ INSTANTIATE_TEST_SUITE_P(
                       LookupCase{{200, R"({"results":[{"trackId":1}]})", {}}, ""},
                       LookupCase{{200, R"({"results":[{"bundleId":7}]})", {}}, ""},
                       LookupCase{{200, R"({"results":{"bundleId":"x"}})", {}}, ""}, LookupCase{{200, "<html>", {}}, ""},
-                      LookupCase{{404, R"({"results":[{"bundleId":"x"}]})", {}}, ""},
+                      LookupCase{{404, R"({"results":[{"bundleId":"x"}]})", {}}, "x"},
+                      LookupCase{{404, R"({"errorMessage":"Invalid value(s) for key(s): [id]"})", {}}, ""},
                       LookupCase{{0, {}, std::string("connection refused")}, ""}));
+
+class ReverseLookup : public ServiceClientTest, public ::testing::WithParamInterface<LookupCase> {};
+TEST_P(ReverseLookup, DeliversTheStoreIdentifierOrEmptyOnTheMainQueue) {
+    http.reply("https://lookup.example/lookup?bundleId=com.example.app", GetParam().reply);
+    std::optional<std::string> delivered;
+    client.getStoreIdentifierWithBundleId("com.example.app", [&](std::string id) { delivered = std::move(id); });
+    queues.globalQueue().drain();
+    EXPECT_FALSE(delivered) << "the completion belongs on the main queue";
+    queues.mainQueue().drain();
+    EXPECT_EQ(delivered, GetParam().bundleId);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Replies, ReverseLookup,
+    ::testing::Values(LookupCase{{200, R"({"resultCount":1,"results":[{"trackId":284882215}]})", {}}, "284882215"},
+                      LookupCase{{404, R"({"results":[{"trackId":7}]})", {}}, "7"},
+                      LookupCase{{200, R"({"results":[{"trackId":"7"}]})", {}}, ""},
+                      LookupCase{{200, R"({"results":[{"trackId":true}]})", {}}, ""},
+                      LookupCase{{200, R"({"resultCount":0,"results":[]})", {}}, ""},
+                      LookupCase{{500, "<html>", {}}, ""}, LookupCase{{0, {}, std::string("timed out")}, ""}));
+
+TEST_F(ServiceClientTest, ReverseLookupEncodesTheBundleIdAsAQueryValue) {
+    client.getStoreIdentifierWithBundleId("a b&c=d", [](const std::string &) {});
+    queues.drainAll();
+    EXPECT_EQ(http.fetched().at(0).url, "https://lookup.example/lookup?bundleId=a%20b%26c%3Dd");
+}
 
 } // namespace
 } // namespace qv

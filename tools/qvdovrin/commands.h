@@ -4,6 +4,9 @@
 #include <iosfwd>
 #include <stdexcept>
 #include <string>
+#include <utility>
+
+#include "base/result.h"
 
 namespace CLI {
 class App;
@@ -18,6 +21,14 @@ class BadInput : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
+
+// The value of a successful result; a failure becomes BadInput with the failure's one line.
+template <class T> T valueOrBadInput(qv::Result<T> result) {
+    if (!result) {
+        throw BadInput(result.error().describe());
+    }
+    return std::move(result).value();
+}
 
 struct Io {
     std::ostream &out;

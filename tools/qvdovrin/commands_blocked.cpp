@@ -14,7 +14,7 @@
 
 #include "base/json.h"
 #include "posix/archive_file_posix.h"
-#include "posix/file_io.h"
+#include "posix/json_file.h"
 #include "updates/blocked_updates.h"
 
 namespace qvdovrin {
@@ -24,12 +24,35 @@ namespace {
 // A system whose update records keep their version inside their offers.
 constexpr double kDefaultCoreFoundationVersion = 1665.15;
 
-struct BlockedOptions {
+struct ListOptions {
+    std::string file;
+    bool json = false;
+    double coreFoundationVersion = kDefaultCoreFoundationVersion;
+};
+
+struct AddOptions {
     std::string file;
     std::string key;
     std::string version;
     bool all = false;
-    bool json = false;
+    double coreFoundationVersion = kDefaultCoreFoundationVersion;
+};
+
+struct RemoveOptions {
+    std::string file;
+    std::string key;
+    double coreFoundationVersion = kDefaultCoreFoundationVersion;
+};
+
+// check and merge: the blocked-updates file and a JSON file of updates from a system of the given version.
+struct CheckOptions {
+    std::string file;
+    std::string updatesFile;
+    double coreFoundationVersion = kDefaultCoreFoundationVersion;
+};
+
+struct MergeOptions {
+    std::string file;
     std::string updatesFile;
     double coreFoundationVersion = kDefaultCoreFoundationVersion;
 };
@@ -89,18 +112,6 @@ qv::Value parseKey(const std::string &text) {
     return qv::Value(static_cast<long long>(identifier));
 }
 
-qv::Value readJsonFile(const std::string &path) {
-    const auto text = qv::posix::readFile(path);
-    if (!text) {
-        throw BadInput(text.error().detail);
-    }
-    auto value = qv::parseJson(*text);
-    if (!value) {
-        throw BadInput(path + ": " + value.error().detail);
-    }
-    return std::move(*value);
-}
-
 std::string keyText(const qv::Value &key) {
     if (const auto *text = key.asString()) {
         return *text;
@@ -111,7 +122,7 @@ std::string keyText(const qv::Value &key) {
     return qv::toJson(key);
 }
 
-void listRecords(const BlockedOptions &options, Io &io) {
+void listRecords(const ListOptions &options, Io &io) {
     OpenedStore opened(options.file, false, options.coreFoundationVersion);
     const qv::Dictionary records = opened.store().snapshot();
     qv::Array rows;
@@ -137,7 +148,7 @@ void listRecords(const BlockedOptions &options, Io &io) {
     }
 }
 
-void addRecord(const BlockedOptions &options, Io &io) {
+void addRecord(const AddOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
     OpenedStore opened(options.file, true, options.coreFoundationVersion);
     opened.store().setRecord(key, qv::BlockedUpdates::makeRecord(options.version, options.all));
@@ -146,7 +157,7 @@ void addRecord(const BlockedOptions &options, Io &io) {
            << "\n";
 }
 
-void removeRecord(const BlockedOptions &options, Io &io) {
+void removeRecord(const RemoveOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
     OpenedStore opened(options.file, false, options.coreFoundationVersion);
     const bool present = opened.store().snapshot().contains(key);
@@ -154,8 +165,8 @@ void removeRecord(const BlockedOptions &options, Io &io) {
     io.out << (present ? "unblocked " : "was not blocked: ") << keyText(key) << "\n";
 }
 
-void checkUpdate(const BlockedOptions &options, Io &io) {
-    const qv::Value update = readJsonFile(options.updatesFile);
+void checkUpdate(const CheckOptions &options, Io &io) {
+    const qv::Value update = valueOrBadInput(qv::posix::readJsonFile(options.updatesFile));
     if (update.asDictionary() == nullptr) {
         throw BadInput(options.updatesFile + ": expected one update dictionary");
     }
@@ -163,8 +174,8 @@ void checkUpdate(const BlockedOptions &options, Io &io) {
     io.out << (opened.store().updateBlocked(update) ? "blocked" : "not blocked") << "\n";
 }
 
-void mergeUpdates(const BlockedOptions &options, Io &io) {
-    const qv::Value updates = readJsonFile(options.updatesFile);
+void mergeUpdates(const MergeOptions &options, Io &io) {
+    const qv::Value updates = valueOrBadInput(qv::posix::readJsonFile(options.updatesFile));
     if (updates.asArray() == nullptr) {
         throw BadInput(options.updatesFile + ": expected an array of update dictionaries");
     }
@@ -182,45 +193,50 @@ void mergeUpdates(const BlockedOptions &options, Io &io) {
 } // namespace
 
 void registerBlockedCommands(CLI::App &app, Io &io) {
-    auto options = std::make_shared<BlockedOptions>();
     CLI::App *blocked = app.add_subcommand("blocked", "Read and change a blocked-updates file (a keyed archive)");
     blocked->require_subcommand(1);
 
+    auto listOptions = std::make_shared<ListOptions>();
     CLI::App *list = blocked->add_subcommand("list", "Show the blocked updates: key, version, all");
-    list->add_option("FILE", options->file, "blocked-updates file")->required();
-    list->add_flag("--json", options->json, "print the records as JSON");
-    list->callback([options, &io] { listRecords(*options, io); });
+    list->add_option("FILE", listOptions->file, "blocked-updates file")->required();
+    list->add_flag("--json", listOptions->json, "print the records as JSON");
+    list->callback([listOptions, &io] { listRecords(*listOptions, io); });
 
+    auto addOptions = std::make_shared<AddOptions>();
     CLI::App *add = blocked->add_subcommand("add", "Block one version or all updates of an app (creates FILE)");
-    add->add_option("FILE", options->file, "blocked-updates file")->required();
-    add->add_option("KEY", options->key, "store item identifier (digits) or bundle identifier")->required();
-    CLI::Option *version = add->add_option("--version", options->version, "the version to block");
-    CLI::Option *all = add->add_flag("--all", options->all, "block every future update");
+    add->add_option("FILE", addOptions->file, "blocked-updates file")->required();
+    add->add_option("KEY", addOptions->key, "store item identifier (digits) or bundle identifier")->required();
+    CLI::Option *version = add->add_option("--version", addOptions->version, "the version to block");
+    CLI::Option *all = add->add_flag("--all", addOptions->all, "block every future update");
     version->excludes(all);
-    add->callback([options, &io] { addRecord(*options, io); });
+    add->callback([addOptions, &io] { addRecord(*addOptions, io); });
 
+    auto removeOptions = std::make_shared<RemoveOptions>();
     CLI::App *remove = blocked->add_subcommand("remove", "Unblock an app");
-    remove->add_option("FILE", options->file, "blocked-updates file")->required();
-    remove->add_option("KEY", options->key, "store item identifier (digits) or bundle identifier")->required();
-    remove->callback([options, &io] { removeRecord(*options, io); });
+    remove->add_option("FILE", removeOptions->file, "blocked-updates file")->required();
+    remove->add_option("KEY", removeOptions->key, "store item identifier (digits) or bundle identifier")->required();
+    remove->callback([removeOptions, &io] { removeRecord(*removeOptions, io); });
 
+    auto checkOptions = std::make_shared<CheckOptions>();
     CLI::App *check = blocked->add_subcommand("check", "Say whether one update dictionary is blocked");
-    check->add_option("FILE", options->file, "blocked-updates file")->required();
-    check->add_option("UPDATE", options->updatesFile, "JSON file holding one update dictionary")->required();
+    check->add_option("FILE", checkOptions->file, "blocked-updates file")->required();
+    check->add_option("UPDATE", checkOptions->updatesFile, "JSON file holding one update dictionary")->required();
     check
-        ->add_option("--cf-version", options->coreFoundationVersion,
+        ->add_option("--cf-version", checkOptions->coreFoundationVersion,
                      "CoreFoundation version of the system the update comes from")
         ->capture_default_str();
-    check->callback([options, &io] { checkUpdate(*options, io); });
+    check->callback([checkOptions, &io] { checkUpdate(*checkOptions, io); });
 
+    auto mergeOptions = std::make_shared<MergeOptions>();
     CLI::App *merge = blocked->add_subcommand("merge", "Drop the blocked updates from an array of update dictionaries");
-    merge->add_option("FILE", options->file, "blocked-updates file")->required();
-    merge->add_option("UPDATES", options->updatesFile, "JSON file holding an array of update dictionaries")->required();
+    merge->add_option("FILE", mergeOptions->file, "blocked-updates file")->required();
+    merge->add_option("UPDATES", mergeOptions->updatesFile, "JSON file holding an array of update dictionaries")
+        ->required();
     merge
-        ->add_option("--cf-version", options->coreFoundationVersion,
+        ->add_option("--cf-version", mergeOptions->coreFoundationVersion,
                      "CoreFoundation version of the system the updates come from")
         ->capture_default_str();
-    merge->callback([options, &io] { mergeUpdates(*options, io); });
+    merge->callback([mergeOptions, &io] { mergeUpdates(*mergeOptions, io); });
 }
 
 } // namespace qvdovrin

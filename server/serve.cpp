@@ -1,0 +1,93 @@
+// The service's serve loop: storage, HTTP front and a signal thread that stops the front on SIGINT or SIGTERM.
+#include "server/serve.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <filesystem>
+#include <system_error>
+#include <thread>
+
+#include "server/http_front.h"
+#include "server/version_service.h"
+
+namespace qv::server {
+
+namespace {
+
+// How often the signal thread repeats its stop request: a stop that arrives before the front has started
+// listening is not remembered by it.
+constexpr std::chrono::milliseconds kStopRetry{10};
+
+// Blocks SIGINT and SIGTERM in the calling thread (and so in every thread it starts) for its lifetime, so that
+// only sigwait sees them.
+class BlockedStopSignals {
+  public:
+    BlockedStopSignals() {
+        sigemptyset(&signals_);
+        sigaddset(&signals_, SIGINT);
+        sigaddset(&signals_, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &signals_, &previous_);
+    }
+    ~BlockedStopSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
+    BlockedStopSignals(const BlockedStopSignals &) = delete;
+    BlockedStopSignals &operator=(const BlockedStopSignals &) = delete;
+
+    int wait() const {
+        int received = 0;
+        sigwait(&signals_, &received);
+        return received;
+    }
+
+  private:
+    sigset_t signals_{};
+    sigset_t previous_{};
+};
+
+} // namespace
+
+Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
+    const std::filesystem::path databasePath(config.database);
+    if (databasePath.has_parent_path()) {
+        // A folder that cannot be made shows up as the database's own open failure below.
+        std::error_code ignored;
+        std::filesystem::create_directories(databasePath.parent_path(), ignored);
+    }
+    SqliteOptions storageOptions;
+    storageOptions.path = config.database;
+    storageOptions.maxSearchEvents = config.maxSearchEvents;
+    auto storage = SqliteStorage::open(storageOptions);
+    if (!storage) {
+        return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());
+    }
+    VersionService service(**storage);
+    HttpFront front(service);
+    const auto port = front.bind(config.host, config.port);
+    if (!port) {
+        return fail(ErrorCode::ListenFailed, "cannot listen on " + config.host + ":" + std::to_string(config.port));
+    }
+
+    const BlockedStopSignals stopSignals;
+    std::atomic<bool> finished{false};
+    std::thread stopper([&] {
+        stopSignals.wait();
+        while (!finished) {
+            front.stop();
+            std::this_thread::sleep_for(kStopRetry);
+        }
+    });
+    onListening(*port);
+    const bool served = front.serve();
+    finished = true;
+    // Wakes the signal thread when the front ended on its own.
+    pthread_kill(stopper.native_handle(), SIGINT);
+    stopper.join();
+    if (!served) {
+        return fail(ErrorCode::ServerFailed);
+    }
+    return {};
+}
+
+} // namespace qv::server

@@ -1,0 +1,26 @@
+// The version service as a process: open the database, listen, serve until SIGINT or SIGTERM, stop cleanly.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+#include "base/result.h"
+#include "server/sqlite_storage.h"
+
+namespace qv::server {
+
+struct ServeConfig {
+    std::string host = "127.0.0.1";
+    int port = 0; // 0: any free port
+    // The SQLite file; it and its folder are created on first start.
+    std::string database;
+    std::int64_t maxSearchEvents = SqliteOptions::kDefaultMaxSearchEvents;
+};
+
+// Serves until SIGINT or SIGTERM arrives, then stops and returns. onListening runs once, with the bound port,
+// before the first request is accepted. Fails with StorageFailed (the database cannot be opened), ListenFailed
+// or ServerFailed. SIGINT and SIGTERM stay blocked in the calling thread while it serves.
+Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening);
+
+} // namespace qv::server
