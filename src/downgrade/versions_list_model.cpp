@@ -9,10 +9,8 @@ namespace qv {
 
 VersionsSource serviceVersionsSource(Http &http, Queues &queues, std::string apiBaseUrl) {
     return [&http, &queues, apiBaseUrl = std::move(apiBaseUrl)](const std::string &storeIdentifier,
-                                                                std::function<void(VersionsReply)> done) {
-        fetchKnownVersions(http, queues, apiBaseUrl, storeIdentifier, [done = std::move(done)](KnownVersions known) {
-            done(VersionsReply{std::move(known.versions), std::move(known.error)});
-        });
+                                                                std::function<void(KnownVersions)> done) {
+        fetchKnownVersions(http, queues, apiBaseUrl, storeIdentifier, std::move(done));
     };
 }
 
@@ -30,27 +28,27 @@ void VersionsListModel::appeared() {
 void VersionsListModel::refresh() {
     refreshing_ = true;
     changed();
-    source_(storeIdentifier_, [weak = weak_from_this()](VersionsReply reply) {
+    source_(storeIdentifier_, [weak = weak_from_this()](KnownVersions reply) {
         if (const auto self = weak.lock()) {
             self->loaded(std::move(reply));
         }
     });
 }
 
-void VersionsListModel::loaded(VersionsReply reply) {
-    versions_ = std::move(reply.versions);
+void VersionsListModel::loaded(KnownVersions reply) {
+    versions_ = reply.ok() ? std::move(reply).value() : std::vector<QVVersion>();
     rows_.clear();
     for (const QVVersion &version : versions_) {
         rows_.push_back({version.bundle_version.value_or(""), version.external_identifier.value_or("")});
     }
     refreshing_ = false;
     changed();
-    if (!reply.error) {
+    if (reply.ok()) {
         return;
     }
     Dialog alert;
     alert.title = std::string(kLoadErrorTitle);
-    alert.message = std::string(kLoadErrorMessagePrefix) + *reply.error;
+    alert.message = std::string(kLoadErrorMessagePrefix) + reply.error().describe();
     alert.form = DialogForm::Alert;
     alert.presenter = Presenter::Screen;
     alert.buttons = {{std::string(kLoadErrorButton), ButtonRole::Default}};

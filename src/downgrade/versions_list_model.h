@@ -23,13 +23,9 @@ inline constexpr std::string_view kTypeVersionMessage = "Please Enter The Softwa
 inline constexpr std::string_view kTypeVersionPlaceholder = "i.e 1551411";
 inline constexpr std::string_view kOkTitle = "OK";
 
-// Where the list's versions come from: the versions, newest first, or a one-line error. The completion runs on
+// Where the list's versions come from: the versions newest first, or the failure to show. The completion runs on
 // the main queue.
-struct VersionsReply {
-    std::vector<QVVersion> versions;
-    std::optional<std::string> error;
-};
-using VersionsSource = std::function<void(const std::string &storeIdentifier, std::function<void(VersionsReply)>)>;
+using VersionsSource = std::function<void(const std::string &storeIdentifier, std::function<void(KnownVersions)>)>;
 
 // The service's versions resource through the service client's queues, as the phone and the CLI load it.
 VersionsSource serviceVersionsSource(Http &http, Queues &queues, std::string apiBaseUrl);
@@ -68,7 +64,7 @@ class VersionsListModel final : public ScreenModel, public std::enable_shared_fr
     void typeVersion(); // the add bar button: asks for an external version identifier
 
   private:
-    void loaded(VersionsReply reply);
+    void loaded(KnownVersions reply);
     void finish(std::optional<std::string> identifier);
     void changed() const;
 

@@ -14,12 +14,12 @@ namespace {
 struct ListRig {
     ScriptedUi ui;
     int loads = 0;
-    VersionsReply reply{{{"2.0", "900"}, {std::nullopt, "800"}, {"0.9", std::nullopt}}, std::nullopt};
+    KnownVersions reply{std::vector<QVVersion>{{"2.0", "900"}, {std::nullopt, "800"}, {"0.9", std::nullopt}}};
     std::vector<std::optional<std::string>> chosen;
     int cancelled = 0;
     std::shared_ptr<VersionsListModel> model = std::make_shared<VersionsListModel>(
         ui,
-        [this](const std::string &, std::function<void(VersionsReply)> done) {
+        [this](const std::string &, std::function<void(KnownVersions)> done) {
             ++loads;
             done(reply);
         },
@@ -46,7 +46,7 @@ TEST(VersionsList, LoadsOnFirstAppearanceAndOnRefreshOnly) {
 
 TEST(VersionsList, AFailedLoadEmptiesTheListAndSaysWhy) {
     ListRig rig;
-    rig.reply = {{}, "could not connect to http://127.0.0.1:8080/"};
+    rig.reply = fail(ErrorCode::ServiceUnreachable, "could not connect to http://127.0.0.1:8080/");
     rig.model->appeared();
     EXPECT_TRUE(rig.model->rows().empty());
     EXPECT_TRUE(rig.ui.dialogs.empty()); // posted to the main queue, not shown at once
@@ -132,12 +132,12 @@ TEST(VersionsList, LeavingCallsCancelAndCloses) {
 
 TEST(VersionsList, AReplyAfterTheScreenIsGoneIsDropped) {
     ScriptedUi ui;
-    std::function<void(VersionsReply)> late;
+    std::function<void(KnownVersions)> late;
     auto model = std::make_shared<VersionsListModel>(
-        ui, [&](const std::string &, std::function<void(VersionsReply)> done) { late = std::move(done); }, "42");
+        ui, [&](const std::string &, std::function<void(KnownVersions)> done) { late = std::move(done); }, "42");
     model->appeared();
     model.reset();
-    late(VersionsReply{{{"1.0", "1"}}, "late"});
+    late(fail(ErrorCode::ServiceUnreachable, "late"));
     ui.runDelayed();
     EXPECT_TRUE(ui.dialogs.empty());
 }

@@ -62,7 +62,7 @@ struct AnswerRig {
                              return std::make_shared<VersionsListModel>(
                                  ui,
                                  [](const std::string &, auto done) {
-                                     done(VersionsReply{{{"1.0", "700"}}, {}});
+                                     done(KnownVersions(std::vector<QVVersion>{{"1.0", "700"}}));
                                  },
                                  id);
                          },

@@ -49,7 +49,7 @@ struct Rig {
                              return std::make_shared<VersionsListModel>(
                                  ui,
                                  [](const std::string &, auto done) {
-                                     done(VersionsReply{{{"2.0", "900"}, {"1.0", "800"}}, std::nullopt});
+                                     done(KnownVersions(std::vector<QVVersion>{{"2.0", "900"}, {"1.0", "800"}}));
                                  },
                                  id);
                          },
