@@ -12,21 +12,21 @@ ArchiveLoad PosixArchiveFile::load(const std::string &path) {
         return {ArchiveLoad::Status::Unreadable, Value(), bytes.error().detail};
     }
     auto decoded = decodeKeyedArchive(*bytes);
-    if (!decoded.ok()) {
-        return {ArchiveLoad::Status::Undecodable, Value(), path + ": " + decoded.error};
+    if (!decoded) {
+        return {ArchiveLoad::Status::Undecodable, Value(), path + ": " + decoded.error().detail};
     }
-    return {ArchiveLoad::Status::Loaded, std::move(*decoded.value), {}};
+    return {ArchiveLoad::Status::Loaded, std::move(*decoded), {}};
 }
 
 bool PosixArchiveFile::save(const std::string &path, const Value &root, std::string *error) {
     const auto encoded = encodeKeyedArchive(root);
     if (!encoded.ok()) {
         if (error != nullptr) {
-            *error = "cannot archive for " + path + ": " + encoded.error;
+            *error = "cannot archive for " + path + ": " + encoded.error().detail;
         }
         return false;
     }
-    const auto written = writeFileAtomically(path, *encoded.bytes);
+    const auto written = writeFileAtomically(path, *encoded);
     if (!written && error != nullptr) {
         *error = written.error().detail;
     }
