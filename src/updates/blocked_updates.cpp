@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "base/text.h"
+
 namespace qv {
 
 namespace {
@@ -140,7 +142,7 @@ template <class Change> Result<void> BlockedUpdates::changeAndSaveLocked(Change 
 }
 
 bool recordBlocksAllUpdates(const Value &record) {
-    return record[kBlockedAllKey].truthy();
+    return lenientBool(record[kBlockedAllKey]);
 }
 
 bool BlockedUpdates::blockedLocked(const Value &key, const Value &version) const {

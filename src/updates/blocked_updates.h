@@ -29,7 +29,8 @@ constexpr const char *kReloadUpdatesNotification = "com.quorvane.dovrinkit.itune
 constexpr const char *kBlockedVersionKey = "version";
 constexpr const char *kBlockedAllKey = "all";
 
-// Whether a record hides every future update.
+// Whether a record hides every future update. The field is read as the platform reads a switch, so a record
+// written by hand with "YES" or "1" counts as well as a boolean.
 bool recordBlocksAllUpdates(const Value &record);
 
 // From this CoreFoundation version on, an update record carries its version inside its offers.

@@ -131,6 +131,31 @@ TEST_F(BlockedCommands, CorruptFileIsReportedAndLeftUntouched) {
     }
 }
 
+// Records written by hand or by older tools carry "all" as text; every command reads it as the phone does.
+TEST_F(BlockedCommands, TextualAllReadsAsThePlatformReadsASwitch) {
+    writeArchive("b.plist", qv::Value(qv::Dictionary{
+                                {"com.yes", qv::Value(qv::Dictionary{{"version", "1"}, {"all", "YES"}})},
+                                {"com.one", qv::Value(qv::Dictionary{{"version", "1"}, {"all", "1"}})},
+                                {"com.no", qv::Value(qv::Dictionary{{"version", "1"}, {"all", "no"}})},
+                            }));
+    write("yes.json", R"({"bundleId":"com.yes","offers":[{"version":{"display":"2"}}]})");
+    write("updates.json", R"([{"bundleId":"com.one","offers":[{"version":{"display":"2"}}]},
+                              {"bundleId":"com.no","offers":[{"version":{"display":"2"}}]}])");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"blocked", "list", "@b.plist"},
+         "com.yes  version: 1  all: yes\ncom.one  version: 1  all: yes\ncom.no  version: 1  all: no\n"},
+        {{"blocked", "check", "@b.plist", "@yes.json"}, "blocked\n"},
+        {{"blocked", "merge", "@b.plist", "@updates.json"},
+         R"({"updates":[{"bundleId":"com.no","offers":[{"version":{"display":"2"}}]}],"count":1})"
+         "\n"},
+    };
+    for (const auto &[arguments, out] : cases) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << arguments[1] << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, out) << arguments[1];
+    }
+}
+
 // A change that cannot be saved is no change: exit 1, one line saying nothing was done, the file as it was.
 TEST_F(BlockedCommands, UnsavableChangeSaysNothingWasDone) {
     // No temporary file fits beside a name this long, so the file can be read but not replaced (even by root).

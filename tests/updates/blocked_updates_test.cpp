@@ -101,7 +101,18 @@ INSTANTIATE_TEST_SUITE_P(
                      records({{Value(284882215LL), record("", true)}}), modernUpdate("com.a", "1.0"),
                      kModernCoreFoundation, false},
         DecisionCase{"UpdateWithoutBundleIdentifier", records({{"com.a", record("", true)}}),
-                     Value(Dictionary{{"offers", Value(Array{Value(Dictionary{})})}}), kModernCoreFoundation, false}),
+                     Value(Dictionary{{"offers", Value(Array{Value(Dictionary{})})}}), kModernCoreFoundation, false},
+        // Records written by hand or by older tools carry "all" as text; it reads as the platform reads a switch.
+        DecisionCase{"AllAsYes", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "YES"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, true},
+        DecisionCase{"AllAsOne", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "1"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, true},
+        DecisionCase{"AllAsTrue", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "true"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, true},
+        DecisionCase{"AllAsNo", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "NO"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, false},
+        DecisionCase{"AllAsZero", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "0"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, false}),
     [](const auto &info) { return info.param.name; });
 
 TEST(BlockedUpdates, UpdateItemsAreDecidedByTheSameRule) {
