@@ -32,7 +32,9 @@ class BenchFile {
         std::string pattern = (std::filesystem::temp_directory_path() / "qv-bench-XXXXXX").string();
         directory_ = ::mkdtemp(pattern.data());
         path_ = directory_ + "/com.quorvane.qvdovrinkit.plist";
-        qv::posix::PosixArchiveFile().save(path_, recordTable());
+        if (!qv::posix::PosixArchiveFile().save(path_, recordTable())) {
+            std::abort(); // every measurement below would read a file that is not there
+        }
     }
     ~BenchFile() {
         std::error_code ignored;

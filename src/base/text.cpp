@@ -2,7 +2,6 @@
 #include "base/text.h"
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <limits>
 
@@ -174,13 +173,27 @@ std::int64_t lenientInteger(std::string_view text) {
 }
 
 bool lenientBool(const Value &value) {
-    if (const auto *text = value.asString()) {
-        std::string lowered(*text);
-        std::transform(lowered.begin(), lowered.end(), lowered.begin(),
-                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-        return lowered == "yes" || lowered == "true" || lenientInteger(lowered) != 0;
+    const std::string *text = value.asString();
+    if (text == nullptr) {
+        return value.truthy();
     }
-    return value.truthy();
+    // Past white space, a sign and leading zeros, the first character decides: Y or T (any case), or a non-zero
+    // digit. What follows it does not matter, so "YES", "true", "Yup" and "07" all read as true.
+    std::size_t position = 0;
+    while (position < text->size() && isLeadingSpace((*text)[position])) {
+        ++position;
+    }
+    if (position < text->size() && ((*text)[position] == '+' || (*text)[position] == '-')) {
+        ++position;
+    }
+    while (position < text->size() && (*text)[position] == '0') {
+        ++position;
+    }
+    if (position == text->size()) {
+        return false;
+    }
+    const char first = (*text)[position];
+    return first == 'Y' || first == 'y' || first == 'T' || first == 't' || (first >= '1' && first <= '9');
 }
 
 std::string textOf(const Value &value) {

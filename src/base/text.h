@@ -72,8 +72,9 @@ class Utf16Text {
 // leading run of decimal digits (saturating on overflow); anything else reads as 0.
 std::int64_t lenientInteger(std::string_view text);
 
-// A value read as a switch, the way the platform's boolean reading does: numbers are true when non-zero, texts
-// when they say "YES"/"true" (any case) or start with a non-zero number; anything else is false.
+// A value read as a switch, the way the platform's boolean reading does: numbers are true when non-zero; texts
+// when, after leading white space, a sign and zeros, they start with Y, T (any case) or a non-zero digit ("YES",
+// "true", "1"); anything else is false.
 bool lenientBool(const Value &value);
 
 // The value's text as "%@" would print it: texts as they are, numbers in decimal, anything else empty.

@@ -6,31 +6,24 @@
 
 namespace qv::posix {
 
-ArchiveLoad PosixArchiveFile::load(const std::string &path) {
+Result<Value> PosixArchiveFile::load(const std::string &path) {
     const auto bytes = readFile(path);
     if (!bytes) {
-        return {ArchiveLoad::Status::Unreadable, Value(), bytes.error().detail};
+        return bytes.error();
     }
     auto decoded = decodeKeyedArchive(*bytes);
-    if (!decoded.ok()) {
-        return {ArchiveLoad::Status::Undecodable, Value(), path + ": " + decoded.error};
+    if (!decoded) {
+        return fail(decoded.error().code, path + ": " + decoded.error().detail);
     }
-    return {ArchiveLoad::Status::Loaded, std::move(*decoded.value), {}};
+    return decoded;
 }
 
-bool PosixArchiveFile::save(const std::string &path, const Value &root, std::string *error) {
+Result<void> PosixArchiveFile::save(const std::string &path, const Value &root) {
     const auto encoded = encodeKeyedArchive(root);
-    if (!encoded.ok()) {
-        if (error != nullptr) {
-            *error = "cannot archive for " + path + ": " + encoded.error;
-        }
-        return false;
+    if (!encoded) {
+        return fail(encoded.error().code, "cannot archive for " + path + ": " + encoded.error().detail);
     }
-    const auto written = writeFileAtomically(path, *encoded.bytes);
-    if (!written && error != nullptr) {
-        *error = written.error().detail;
-    }
-    return written.ok();
+    return writeFileAtomically(path, *encoded);
 }
 
 } // namespace qv::posix

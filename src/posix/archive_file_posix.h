@@ -9,8 +9,8 @@ namespace qv::posix {
 
 class PosixArchiveFile : public ArchiveFile {
   public:
-    ArchiveLoad load(const std::string &path) override;
-    bool save(const std::string &path, const Value &root, std::string *error = nullptr) override;
+    Result<Value> load(const std::string &path) override;
+    Result<void> save(const std::string &path, const Value &root) override;
 };
 
 } // namespace qv::posix

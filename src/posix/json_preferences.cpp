@@ -6,20 +6,17 @@
 
 namespace qv::posix {
 
-std::unique_ptr<JsonFilePreferences> JsonFilePreferences::load(const std::string &path, std::string *error) {
+Result<std::unique_ptr<JsonFilePreferences>> JsonFilePreferences::load(const std::string &path) {
     const auto text = readFile(path);
     if (!text) {
-        if (error != nullptr) {
-            *error = text.error().detail;
-        }
-        return nullptr;
+        return text.error();
     }
     auto json = parseJson(*text);
-    if (!json || json->asDictionary() == nullptr) {
-        if (error != nullptr) {
-            *error = path + ": " + (json ? std::string("not a JSON object") : json.error().detail);
-        }
-        return nullptr;
+    if (!json) {
+        return fail(json.error().code, path + ": " + json.error().detail);
+    }
+    if (json->asDictionary() == nullptr) {
+        return fail(ErrorCode::WrongType, path + ": not a JSON object");
     }
     return std::unique_ptr<JsonFilePreferences>(new JsonFilePreferences(std::move(*json->asDictionary())));
 }

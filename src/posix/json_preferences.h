@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "base/result.h"
 #include "base/value.h"
 #include "platform/preferences.h"
 
@@ -12,8 +13,8 @@ namespace qv::posix {
 
 class JsonFilePreferences : public Preferences {
   public:
-    // Reads the file once; nothing when it cannot be read or is not a JSON object (reason in *error).
-    static std::unique_ptr<JsonFilePreferences> load(const std::string &path, std::string *error = nullptr);
+    // Reads the file once. Fails with FileUnreadable, MalformedJson or WrongType (not a JSON object).
+    static Result<std::unique_ptr<JsonFilePreferences>> load(const std::string &path);
 
     JsonFilePreferences() = default;
 

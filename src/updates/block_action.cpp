@@ -28,9 +28,12 @@ bool UpdateBlocker::blockUpdate(const BlockableItem &item, bool allUpdates) {
         failureAlert_.show(BlockFailure{item.description, version, Value()});
         return false;
     }
-    store_.setRecord(Value(static_cast<long long>(*item.storeIdentifier)),
-                     BlockedUpdates::makeRecord(version.value_or(""), allUpdates));
-    store_.saveBlockedUpdatesToDisk();
+    const Value key(static_cast<long long>(*item.storeIdentifier));
+    if (!store_.saveRecord(key, BlockedUpdates::makeRecord(version.value_or(""), allUpdates))) {
+        // Nothing was blocked: the file and the records are as they were, so the daemon has nothing to reload.
+        failureAlert_.show(BlockFailure{item.description, version, key});
+        return false;
+    }
     notifier_.postSystemWide(kBlockedUpdatesDaemonReloadNotification);
     return true;
 }

@@ -31,8 +31,8 @@ class UpdateBlocker {
         : store_(store), notifier_(notifier), failureAlert_(failureAlert) {}
 
     // Writes {"version": version or "", "all": allUpdates} under the store identifier, saves the file and then
-    // tells the store daemon. Without a store identifier nothing is written or posted and the failure alert is
-    // shown instead; returns whether the record was written.
+    // tells the store daemon. Without a store identifier, or when the file cannot be saved, nothing is kept or
+    // posted and the failure alert is shown instead; returns whether the record was saved.
     bool blockUpdate(const BlockableItem &item, bool allUpdates);
     // The same; afterwards, when notify is set and whether or not blocking worked, tells this process's update
     // screens to reload.

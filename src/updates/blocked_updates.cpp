@@ -3,6 +3,8 @@
 
 #include <utility>
 
+#include "base/text.h"
+
 namespace qv {
 
 namespace {
@@ -32,13 +34,6 @@ Dictionary emptyRecords() {
     Dictionary records;
     records.setMutable(true);
     return records;
-}
-
-const Value *member(const Value *container, const char *key) {
-    if (container == nullptr || container->asDictionary() == nullptr) {
-        return nullptr;
-    }
-    return container->asDictionary()->find(Value(key));
 }
 
 } // namespace
@@ -91,6 +86,11 @@ void BlockedUpdates::setRecord(Value key, Value record) {
     blocked_.set(std::move(key), std::move(record));
 }
 
+Result<void> BlockedUpdates::saveRecord(Value key, Value record) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return changeAndSaveLocked([&] { blocked_.set(std::move(key), std::move(record)); });
+}
+
 void BlockedUpdates::reloadBlockedUpdatesDict() {
     std::lock_guard<std::mutex> lock(mutex_);
     reloadLocked();
@@ -104,73 +104,74 @@ void BlockedUpdates::reloadLocked() {
     if (!path) {
         return;
     }
-    ArchiveLoad loaded = environment_.archiveFile->load(*path);
-    switch (loaded.status) {
-    case ArchiveLoad::Status::Unreadable:
+    Result<Value> loaded = environment_.archiveFile->load(*path);
+    if (!loaded && loaded.error().code == ErrorCode::FileUnreadable) {
         return; // a running process keeps what it has when the file goes away
-    case ArchiveLoad::Status::Undecodable:
-        blocked_ = emptyRecords();
-        return;
-    case ArchiveLoad::Status::Loaded:
-        if (Dictionary *records = loaded.root.asDictionary()) {
-            blocked_ = std::move(*records);
-            blocked_.setMutable(true);
-        } else {
-            blocked_ = emptyRecords();
-        }
+    }
+    Dictionary *records = loaded ? loaded->asDictionary() : nullptr;
+    if (records == nullptr) {
+        blocked_ = emptyRecords(); // a file that holds no records holds none
         return;
     }
+    blocked_ = std::move(*records);
+    blocked_.setMutable(true);
 }
 
-bool BlockedUpdates::saveBlockedUpdatesToDisk(std::string *error) {
+Result<void> BlockedUpdates::saveBlockedUpdatesToDisk() {
     std::lock_guard<std::mutex> lock(mutex_);
-    return saveLocked(error);
+    return saveLocked();
 }
 
-bool BlockedUpdates::saveLocked(std::string *error) {
+Result<void> BlockedUpdates::saveLocked() {
     const auto path = environment_.filePath ? environment_.filePath() : std::nullopt;
     if (environment_.archiveFile == nullptr || !path) {
-        if (error != nullptr) {
-            *error = "the App Store app's data container is unknown";
-        }
-        return false;
+        return fail(ErrorCode::ContainerUnknown);
     }
-    return environment_.archiveFile->save(*path, Value(blocked_), error);
+    return environment_.archiveFile->save(*path, Value(blocked_));
 }
 
-bool BlockedUpdates::blockedLocked(const Value *key, const Value *version) const {
-    if (key == nullptr || key->isNull()) {
+// Memory follows the file: a change the file did not take is undone, so that this process does not hide or show
+// updates that the other process, reading the file, treats differently.
+template <class Change> Result<void> BlockedUpdates::changeAndSaveLocked(Change change) {
+    Dictionary before = blocked_;
+    change();
+    Result<void> saved = saveLocked();
+    if (!saved) {
+        blocked_ = std::move(before);
+    }
+    return saved;
+}
+
+bool recordBlocksAllUpdates(const Value &record) {
+    return lenientBool(record[kBlockedAllKey]);
+}
+
+bool BlockedUpdates::blockedLocked(const Value &key, const Value &version) const {
+    if (key.isNull()) {
         return false;
     }
-    const Value *record = blocked_.find(*key);
+    const Value *record = blocked_.find(key);
     if (record == nullptr) {
         return false;
     }
-    if (const Value *all = member(record, kBlockedAllKey); all != nullptr && all->truthy()) {
+    if (recordBlocksAllUpdates(*record)) {
         return true;
     }
-    const Value *recordVersion = member(record, kBlockedVersionKey);
-    if (recordVersion == nullptr || recordVersion->asString() == nullptr || version == nullptr ||
-        version->asString() == nullptr) {
-        return false;
-    }
-    return *recordVersion->asString() == *version->asString();
+    const std::string *recordVersion = (*record)[kBlockedVersionKey].asString();
+    return recordVersion != nullptr && version.asString() != nullptr && *recordVersion == *version.asString();
 }
 
 bool BlockedUpdates::dictionaryBlockedLocked(const Value &updateDictionary) const {
-    if (updateDictionary.asDictionary() == nullptr) {
+    const Value &key = updateDictionary["bundleId"];
+    if (environment_.coreFoundationVersion < kOffersCoreFoundationVersion) {
+        return blockedLocked(key, updateDictionary["version"]);
+    }
+    // Without offers there is nothing to update to, whatever the record says.
+    const Array *offers = updateDictionary["offers"].asArray();
+    if (offers == nullptr || offers->empty()) {
         return false;
     }
-    const Value *key = member(&updateDictionary, "bundleId");
-    if (environment_.coreFoundationVersion >= kOffersCoreFoundationVersion) {
-        const Value *offers = member(&updateDictionary, "offers");
-        if (offers == nullptr || offers->asArray() == nullptr || offers->asArray()->empty()) {
-            return false;
-        }
-        const Value &firstOffer = (*offers->asArray())[0];
-        return blockedLocked(key, member(member(&firstOffer, "version"), "display"));
-    }
-    return blockedLocked(key, member(&updateDictionary, "version"));
+    return blockedLocked(key, updateDictionary["offers"][0]["version"]["display"]);
 }
 
 bool BlockedUpdates::updateBlocked(const Value &updateDictionary) const {
@@ -180,25 +181,27 @@ bool BlockedUpdates::updateBlocked(const Value &updateDictionary) const {
 
 bool BlockedUpdates::updateBlocked(const StoreUpdateItem &item) const {
     std::lock_guard<std::mutex> lock(mutex_);
-    return blockedLocked(&item.bundleIdentifier, &item.versionString);
+    return blockedLocked(item.bundleIdentifier, item.versionString);
 }
 
-void BlockedUpdates::unblockUpdate(const Value &key) {
+Result<void> BlockedUpdates::unblockUpdate(const Value &key) {
+    Result<void> saved;
     {
         std::lock_guard<std::mutex> lock(mutex_);
-        blocked_.erase(key);
-        saveLocked(nullptr);
+        saved = changeAndSaveLocked([&] { blocked_.erase(key); });
     }
-    if (environment_.notifier != nullptr) {
+    if (saved && environment_.notifier != nullptr) {
         environment_.notifier->postSystemWide(kBlockedUpdatesDaemonReloadNotification);
     }
+    return saved;
 }
 
-void BlockedUpdates::unblockUpdate(const Value &key, bool notify) {
-    unblockUpdate(key);
+Result<void> BlockedUpdates::unblockUpdate(const Value &key, bool notify) {
+    Result<void> saved = unblockUpdate(key);
     if (notify && environment_.notifier != nullptr) {
         environment_.notifier->postLocal(kReloadUpdatesNotification);
     }
+    return saved;
 }
 
 std::vector<std::size_t> BlockedUpdates::mergeAvailableUpdates(const std::vector<Value> &updateDictionaries,

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "base/result.h"
 #include "base/value.h"
 #include "platform/app_store_container.h"
 #include "platform/archive_file.h"
@@ -27,6 +28,10 @@ constexpr const char *kReloadUpdatesNotification = "com.quorvane.dovrinkit.itune
 // A record: {"version": the hidden version or "", "all": whether every future update is hidden}.
 constexpr const char *kBlockedVersionKey = "version";
 constexpr const char *kBlockedAllKey = "all";
+
+// Whether a record hides every future update. The field is read as the platform reads a switch, so a record
+// written by hand with "YES" or "1" counts as well as a boolean.
+bool recordBlocksAllUpdates(const Value &record);
 
 // From this CoreFoundation version on, an update record carries its version inside its offers.
 constexpr double kOffersCoreFoundationVersion = 1140.1;
@@ -65,22 +70,27 @@ class BlockedUpdates {
     Dictionary snapshot() const;
     // Changes memory only; the caller saves.
     void setRecord(Value key, Value record);
+    // Sets the record and archives all records over the file in one locked step, so that no reload or save from
+    // another thread comes between the two. When the save fails the records stay as they were, like the file.
+    Result<void> saveRecord(Value key, Value record);
 
     // Reads the file again. A readable file replaces the records, even when it holds no archive (then they
     // become empty); a missing or unreadable file leaves them as they are.
     void reloadBlockedUpdatesDict();
-    // Archives all records over the file. The result is for tools; the store itself does not act on failure.
-    bool saveBlockedUpdatesToDisk(std::string *error = nullptr);
+    // Archives all records over the file. Fails with ContainerUnknown while there is no file to write, or with the
+    // archive file's failure.
+    Result<void> saveBlockedUpdatesToDisk();
 
     // The decision rule for the store's update record (a dictionary) and for its update item object. Records are
     // looked up by bundle identifier only. Does not reload.
     bool updateBlocked(const Value &updateDictionary) const;
     bool updateBlocked(const StoreUpdateItem &item) const;
 
-    // Removes the record (present or not), saves, and tells the store daemon.
-    void unblockUpdate(const Value &key);
-    // The same; then, when notify is set, tells this process's update screens.
-    void unblockUpdate(const Value &key, bool notify);
+    // Removes the record (present or not), saves, and tells the store daemon. When the save fails the record stays,
+    // in memory as in the file, and the daemon is not told.
+    Result<void> unblockUpdate(const Value &key);
+    // The same; then, when notify is set and whether or not it worked, tells this process's update screens.
+    Result<void> unblockUpdate(const Value &key, bool notify);
 
     // The daemon's merge filter: reloads, then returns the positions of the updates to keep, in order, given each
     // element's update dictionary, and writes their number to availableCount.
@@ -93,8 +103,10 @@ class BlockedUpdates {
 
   private:
     void reloadLocked();
-    bool saveLocked(std::string *error);
-    bool blockedLocked(const Value *key, const Value *version) const;
+    Result<void> saveLocked();
+    // Applies the change and saves; when the save fails, the records are put back as they were.
+    template <class Change> Result<void> changeAndSaveLocked(Change change);
+    bool blockedLocked(const Value &key, const Value &version) const;
     bool dictionaryBlockedLocked(const Value &updateDictionary) const;
 
     Environment environment_;

@@ -45,5 +45,30 @@ INSTANTIATE_TEST_SUITE_P(
                       Utf16Case{"BeyondUnicode", "\xF4\x90\x80\x80", u"\uFFFD\uFFFD\uFFFD\uFFFD", {0, 1, 2, 3, 4}}),
     [](const auto &info) { return std::string(info.param.name); });
 
+struct SwitchCase {
+    const char *name;
+    Value value;
+    bool on;
+};
+
+class LenientBool : public ::testing::TestWithParam<SwitchCase> {};
+
+TEST_P(LenientBool, ReadsAsThePlatformReadsASwitch) {
+    EXPECT_EQ(lenientBool(GetParam().value), GetParam().on);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Texts, LenientBool,
+    ::testing::Values(SwitchCase{"Yes", Value("YES"), true}, SwitchCase{"LowerTrue", Value("true"), true},
+                      SwitchCase{"OnlyTheFirstLetterCounts", Value("Yup"), true}, SwitchCase{"One", Value("1"), true},
+                      SwitchCase{"LeadingZerosAndSign", Value(" -007"), true},
+                      SwitchCase{"LeadingSpaceBeforeYes", Value("  yes"), true}, SwitchCase{"No", Value("NO"), false},
+                      SwitchCase{"False", Value("false"), false}, SwitchCase{"Zeros", Value("000"), false},
+                      SwitchCase{"HexIsNotRead", Value("0x1"), false}, SwitchCase{"Empty", Value(""), false},
+                      SwitchCase{"SignAlone", Value("+"), false}, SwitchCase{"NumberTwo", Value(2), true},
+                      SwitchCase{"NumberZero", Value(0), false}, SwitchCase{"BooleanTrue", Value(true), true},
+                      SwitchCase{"Null", Value(), false}),
+    [](const auto &info) { return std::string(info.param.name); });
+
 } // namespace
 } // namespace qv

@@ -10,29 +10,26 @@ namespace qv {
 
 class FakeArchiveFile : public ArchiveFile {
   public:
-    ArchiveLoad load(const std::string &path) override {
+    Result<Value> load(const std::string &path) override {
         ++loads;
         if (corrupt.count(path) != 0) {
-            return {ArchiveLoad::Status::Undecodable, Value(), "corrupt archive"};
+            return fail(ErrorCode::MalformedArchive, "corrupt archive");
         }
         const auto found = files.find(path);
         if (found == files.end()) {
-            return {ArchiveLoad::Status::Unreadable, Value(), "no such file"};
+            return fail(ErrorCode::FileUnreadable, "no such file");
         }
-        return {ArchiveLoad::Status::Loaded, found->second, {}};
+        return found->second;
     }
 
-    bool save(const std::string &path, const Value &root, std::string *error) override {
+    Result<void> save(const std::string &path, const Value &root) override {
         ++saves;
         if (failSaves) {
-            if (error != nullptr) {
-                *error = "disk full";
-            }
-            return false;
+            return fail(ErrorCode::FileUnwritable, "disk full");
         }
         corrupt.erase(path);
         files[path] = root;
-        return true;
+        return {};
     }
 
     std::map<std::string, Value> files;

@@ -15,8 +15,8 @@
 
 namespace {
 
-using qv::ArchiveLoad;
 using qv::Dictionary;
+using qv::ErrorCode;
 using qv::Value;
 
 using qv::test::TemporaryDirectory;
@@ -38,7 +38,7 @@ Value table(int count, const std::string &version) {
 struct LoadCase {
     std::string name;
     std::optional<std::string> content; // nothing: no file at all
-    ArchiveLoad::Status status;
+    ErrorCode failure;
 };
 
 class PosixArchiveLoad : public testing::TestWithParam<LoadCase> {};
@@ -49,13 +49,15 @@ TEST_P(PosixArchiveLoad, TellsMissingFromUndecodable) {
     if (GetParam().content) {
         writeRaw(path, *GetParam().content);
     }
-    EXPECT_EQ(qv::posix::PosixArchiveFile().load(path).status, GetParam().status);
+    const auto loaded = qv::posix::PosixArchiveFile().load(path);
+    ASSERT_FALSE(loaded.ok());
+    EXPECT_EQ(loaded.error().code, GetParam().failure);
 }
 
 INSTANTIATE_TEST_SUITE_P(ArchiveFile, PosixArchiveLoad,
-                         testing::Values(LoadCase{"Missing", std::nullopt, ArchiveLoad::Status::Unreadable},
-                                         LoadCase{"Empty", std::string(), ArchiveLoad::Status::Undecodable},
-                                         LoadCase{"Garbage", std::string("garbage"), ArchiveLoad::Status::Undecodable}),
+                         testing::Values(LoadCase{"Missing", std::nullopt, ErrorCode::FileUnreadable},
+                                         LoadCase{"Empty", std::string(), ErrorCode::MalformedArchive},
+                                         LoadCase{"Garbage", std::string("garbage"), ErrorCode::MalformedPropertyList}),
                          [](const auto &info) { return info.param.name; });
 
 TEST(ArchiveFile, SavedValueLoadsBackWithItsMutability) {
@@ -63,10 +65,10 @@ TEST(ArchiveFile, SavedValueLoadsBackWithItsMutability) {
     const std::string path = directory.file("blocked.plist");
     qv::posix::PosixArchiveFile file;
     ASSERT_TRUE(file.save(path, table(3, "1.0")));
-    const ArchiveLoad loaded = file.load(path);
-    ASSERT_EQ(loaded.status, ArchiveLoad::Status::Loaded) << loaded.error;
-    EXPECT_EQ(loaded.root, table(3, "1.0"));
-    EXPECT_TRUE(loaded.root.asDictionary()->isMutable());
+    const auto loaded = file.load(path);
+    ASSERT_TRUE(loaded.ok()) << loaded.error().describe();
+    EXPECT_EQ(*loaded, table(3, "1.0"));
+    EXPECT_TRUE(loaded->asDictionary()->isMutable());
 }
 
 // A child rewrites the file in a loop, alternating two generations, and is killed at a random moment. Whatever the
@@ -84,7 +86,7 @@ TEST(ArchiveFile, KilledWriterLeavesTheOldOrTheNewCompleteArchive) {
         ASSERT_GE(child, 0);
         if (child == 0) {
             for (int write = 0; write < 100000; ++write) {
-                file.save(path, generations[write % 2]);
+                (void)file.save(path, generations[write % 2]);
             }
             ::_exit(0);
         }
@@ -92,9 +94,9 @@ TEST(ArchiveFile, KilledWriterLeavesTheOldOrTheNewCompleteArchive) {
         ::kill(child, SIGKILL);
         int status = 0;
         ::waitpid(child, &status, 0);
-        const ArchiveLoad loaded = file.load(path);
-        ASSERT_EQ(loaded.status, ArchiveLoad::Status::Loaded) << "round " << round << ": " << loaded.error;
-        EXPECT_TRUE(loaded.root == generations[0] || loaded.root == generations[1]) << "round " << round;
+        const auto loaded = file.load(path);
+        ASSERT_TRUE(loaded.ok()) << "round " << round << ": " << loaded.error().describe();
+        EXPECT_TRUE(*loaded == generations[0] || *loaded == generations[1]) << "round " << round;
     }
 }
 

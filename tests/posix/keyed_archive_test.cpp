@@ -158,22 +158,21 @@ TEST_P(ReferenceArchive, DecodesToItsDocumentedContent) {
     const auto dumps = documentedDumps();
     ASSERT_TRUE(dumps.count(GetParam()));
     const auto decoded = decodeKeyedArchiveTop(readBytes(kArchives + GetParam()), kLenient);
-    ASSERT_TRUE(decoded.ok()) << decoded.error;
+    ASSERT_TRUE(decoded.ok()) << decoded.error().describe();
     const auto expected = qv::parseJson(withSetsAsArrays(dumps.at(GetParam())));
     ASSERT_TRUE(expected.ok());
-    EXPECT_EQ(renderTop(*decoded.value), *expected) << qv::toJson(renderTop(*decoded.value)) << "\n"
-                                                    << qv::toJson(*expected);
+    EXPECT_EQ(renderTop(*decoded), *expected) << qv::toJson(renderTop(*decoded)) << "\n" << qv::toJson(*expected);
 }
 
 TEST_P(ReferenceArchive, EveryTopObjectRoundTrips) {
     const auto decoded = decodeKeyedArchiveTop(readBytes(kArchives + GetParam()), kLenient);
-    ASSERT_TRUE(decoded.ok()) << decoded.error;
-    for (const auto &[key, value] : *decoded.value->asDictionary()) {
+    ASSERT_TRUE(decoded.ok()) << decoded.error().describe();
+    for (const auto &[key, value] : *decoded->asDictionary()) {
         const auto encoded = encodeKeyedArchive(value);
-        ASSERT_TRUE(encoded.ok()) << encoded.error;
-        const auto again = decodeKeyedArchive(*encoded.bytes);
-        ASSERT_TRUE(again.ok()) << again.error;
-        EXPECT_EQ(render(*again.value), render(value)) << *key.asString();
+        ASSERT_TRUE(encoded.ok()) << encoded.error().describe();
+        const auto again = decodeKeyedArchive(*encoded);
+        ASSERT_TRUE(again.ok()) << again.error().describe();
+        EXPECT_EQ(render(*again), render(value)) << *key.asString();
     }
 }
 
@@ -184,8 +183,8 @@ class MalformedArchive : public testing::TestWithParam<std::string> {};
 TEST_P(MalformedArchive, IsRejectedWithOneLineReason) {
     const auto decoded = decodeKeyedArchiveTop(readBytes(kArchives + GetParam()), kLenient);
     EXPECT_FALSE(decoded.ok());
-    EXPECT_FALSE(decoded.error.empty());
-    EXPECT_EQ(decoded.error.find('\n'), std::string::npos);
+    EXPECT_FALSE(decoded.error().detail.empty());
+    EXPECT_EQ(decoded.error().detail.find('\n'), std::string::npos);
 }
 
 INSTANTIATE_TEST_SUITE_P(KeyedArchive, MalformedArchive, testing::ValuesIn(kMalformed));
@@ -193,7 +192,7 @@ INSTANTIATE_TEST_SUITE_P(KeyedArchive, MalformedArchive, testing::ValuesIn(kMalf
 TEST(KeyedArchive, CustomClassesAreRejectedUnlessAskedFor) {
     const auto decoded = decodeKeyedArchive(readBytes(kArchives + "dtcpuclusterinfo.bin"));
     EXPECT_FALSE(decoded.ok());
-    EXPECT_NE(decoded.error.find("DTCPUClusterInfo"), std::string::npos) << decoded.error;
+    EXPECT_NE(decoded.error().detail.find("DTCPUClusterInfo"), std::string::npos) << decoded.error().describe();
 }
 
 TEST(KeyedArchive, RootKeyIsRequiredForTheSingleObjectReader) {
@@ -220,10 +219,10 @@ class RoundTrip : public testing::TestWithParam<RoundTripCase> {};
 
 TEST_P(RoundTrip, DecodesToTheSameValueKindsAndMutability) {
     const auto encoded = encodeKeyedArchive(GetParam().value);
-    ASSERT_TRUE(encoded.ok()) << encoded.error;
-    const auto decoded = decodeKeyedArchive(*encoded.bytes);
-    ASSERT_TRUE(decoded.ok()) << decoded.error;
-    EXPECT_EQ(render(*decoded.value), render(GetParam().value)) << qv::toJson(render(*decoded.value));
+    ASSERT_TRUE(encoded.ok()) << encoded.error().describe();
+    const auto decoded = decodeKeyedArchive(*encoded);
+    ASSERT_TRUE(decoded.ok()) << decoded.error().describe();
+    EXPECT_EQ(render(*decoded), render(GetParam().value)) << qv::toJson(render(*decoded));
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -350,8 +349,8 @@ class HostileArchive : public testing::TestWithParam<HostileCase> {};
 TEST_P(HostileArchive, IsRejectedWithOneLineReason) {
     const auto decoded = decodeKeyedArchiveTop(GetParam().bytes(), kLenient);
     EXPECT_FALSE(decoded.ok());
-    EXPECT_FALSE(decoded.error.empty());
-    EXPECT_EQ(decoded.error.find('\n'), std::string::npos) << decoded.error;
+    EXPECT_FALSE(decoded.error().detail.empty());
+    EXPECT_EQ(decoded.error().detail.find('\n'), std::string::npos) << decoded.error().describe();
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -461,7 +460,7 @@ TEST(KeyedArchive, EveryTruncationOfAReferenceArchiveIsRejected) {
 
 TEST(KeyedArchive, ModestSharingIsAccepted) {
     const auto decoded = decodeKeyedArchive(arrayChain(8, 2));
-    ASSERT_TRUE(decoded.ok()) << decoded.error;
+    ASSERT_TRUE(decoded.ok()) << decoded.error().describe();
 }
 
 TEST(KeyedArchive, UnwritableStringsAreRefused) {

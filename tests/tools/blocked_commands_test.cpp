@@ -1,4 +1,5 @@
 // qvdovrin blocked: exit codes and output of each subcommand, and corrupt files left untouched.
+#include "posix/keyed_archive.h"
 #include "support/cli_runner.h"
 #include "support/temp_dir.h"
 
@@ -21,6 +22,13 @@ class BlockedCommands : public testing::Test {
 
     void write(const std::string &name, const std::string &text) const {
         std::ofstream(path(name), std::ios::binary) << text;
+    }
+
+    // Writes the records as the archive a phone or another tool would have left.
+    void writeArchive(const std::string &name, const qv::Value &records) const {
+        const auto bytes = qv::posix::encodeKeyedArchive(records);
+        ASSERT_TRUE(bytes.ok()) << bytes.error().describe();
+        write(name, *bytes);
     }
 
     std::string read(const std::string &name) const {
@@ -120,6 +128,53 @@ TEST_F(BlockedCommands, CorruptFileIsReportedAndLeftUntouched) {
         EXPECT_EQ(outcome.exitCode, 1) << arguments[1];
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
         EXPECT_EQ(read("b.plist"), corrupt) << arguments[1];
+    }
+}
+
+// Records written by hand or by older tools carry "all" as text; every command reads it as the phone does.
+TEST_F(BlockedCommands, TextualAllReadsAsThePlatformReadsASwitch) {
+    writeArchive("b.plist", qv::Value(qv::Dictionary{
+                                {"com.yes", qv::Value(qv::Dictionary{{"version", "1"}, {"all", "YES"}})},
+                                {"com.one", qv::Value(qv::Dictionary{{"version", "1"}, {"all", "1"}})},
+                                {"com.no", qv::Value(qv::Dictionary{{"version", "1"}, {"all", "no"}})},
+                            }));
+    write("yes.json", R"({"bundleId":"com.yes","offers":[{"version":{"display":"2"}}]})");
+    write("updates.json", R"([{"bundleId":"com.one","offers":[{"version":{"display":"2"}}]},
+                              {"bundleId":"com.no","offers":[{"version":{"display":"2"}}]}])");
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"blocked", "list", "@b.plist"},
+         "com.yes  version: 1  all: yes\ncom.one  version: 1  all: yes\ncom.no  version: 1  all: no\n"},
+        {{"blocked", "check", "@b.plist", "@yes.json"}, "blocked\n"},
+        {{"blocked", "merge", "@b.plist", "@updates.json"},
+         R"({"updates":[{"bundleId":"com.no","offers":[{"version":{"display":"2"}}]}],"count":1})"
+         "\n"},
+    };
+    for (const auto &[arguments, out] : cases) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 0) << arguments[1] << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, out) << arguments[1];
+    }
+}
+
+// A change that cannot be saved is no change: exit 1, one line saying nothing was done, the file as it was.
+TEST_F(BlockedCommands, UnsavableChangeSaysNothingWasDone) {
+    // No temporary file fits beside a name this long, so the file can be read but not replaced (even by root).
+    const std::string name = std::string(250, 'b');
+    writeArchive(name,
+                 qv::Value(qv::Dictionary{{"com.a", qv::Value(qv::Dictionary{{"version", "1"}, {"all", false}})}}));
+    const std::string before = read(name);
+    const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
+        {{"blocked", "remove", "@" + name, "com.a"}, "nothing was unblocked"},
+        {{"blocked", "add", "@" + name, "com.b", "--all"}, "nothing was blocked"},
+        {{"blocked", "add", "@no-such-dir/b.plist", "com.b", "--all"}, "nothing was blocked"},
+    };
+    for (const auto &[arguments, said] : cases) {
+        const Outcome outcome = run(arguments);
+        EXPECT_EQ(outcome.exitCode, 1) << arguments[1];
+        EXPECT_EQ(outcome.out, "") << arguments[1];
+        EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
+        EXPECT_NE(outcome.err.find(said), std::string::npos) << outcome.err;
+        EXPECT_EQ(read(name), before) << arguments[1];
     }
 }
 

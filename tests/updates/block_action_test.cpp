@@ -3,7 +3,9 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "fakes/fake_archive_file.h"
@@ -138,6 +140,46 @@ TEST(BlockAction, FailureReportsTheVersionAsDetermined) {
     ASSERT_EQ(alert.shown.size(), 2U);
     EXPECT_EQ(alert.shown[0].version, std::optional<std::string>("2.0"));
     EXPECT_EQ(alert.shown[1].version, std::nullopt);
+}
+
+TEST(BlockAction, AFailedSaveIsAFailure) {
+    qv::FakeArchiveFile file;
+    qv::OrderNotifier notifier(file);
+    qv::FakeBlockFailureAlert alert;
+    BlockedUpdates store({&file, &notifier, [] { return std::optional<std::string>(kFile); }, 1556.0});
+    qv::UpdateBlocker blocker(store, notifier, alert);
+    file.failSaves = true;
+    EXPECT_FALSE(blocker.blockUpdate({Kind::UpdateItem, 7, "1.2", "item"}, false, true));
+    EXPECT_TRUE(store.snapshot().empty());
+    EXPECT_EQ(file.files.count(kFile), 0U);
+    EXPECT_EQ(notifier.posts, std::vector<std::string>{kScreens}); // the daemon has nothing to reload
+    ASSERT_EQ(alert.shown.size(), 1U);
+    EXPECT_EQ(alert.shown[0].key, Value(7));
+    EXPECT_EQ(alert.shown[0].version, std::optional<std::string>("1.2"));
+}
+
+// The store daemon's merge reloads the records from the file while the App Store app blocks. A reload that lands
+// between setting a record and saving it would drop the record from memory, and the save would then drop it from
+// the file.
+TEST(BlockAction, ARecordIsSetAndSavedWithoutAReloadInBetween) {
+    qv::FakeArchiveFile file;
+    qv::SilentNotifier notifier;
+    qv::FakeBlockFailureAlert alert;
+    BlockedUpdates store({&file, &notifier, [] { return std::optional<std::string>(kFile); }, 1556.0});
+    qv::UpdateBlocker blocker(store, notifier, alert);
+    constexpr int kBlocks = 400;
+    std::atomic<bool> blocking{true};
+    std::thread reloader([&] {
+        while (blocking) {
+            store.reloadBlockedUpdatesDict();
+        }
+    });
+    for (int identifier = 1; identifier <= kBlocks; ++identifier) {
+        blocker.blockUpdate({Kind::UpdateItem, identifier, "1", "item"}, false);
+    }
+    blocking = false;
+    reloader.join();
+    EXPECT_EQ(file.files[kFile].asDictionary()->size(), static_cast<std::size_t>(kBlocks));
 }
 
 TEST(BlockFailureMail, BodyPadsEachLineAndShowsMissingValuesAsNull) {

@@ -101,7 +101,18 @@ INSTANTIATE_TEST_SUITE_P(
                      records({{Value(284882215LL), record("", true)}}), modernUpdate("com.a", "1.0"),
                      kModernCoreFoundation, false},
         DecisionCase{"UpdateWithoutBundleIdentifier", records({{"com.a", record("", true)}}),
-                     Value(Dictionary{{"offers", Value(Array{Value(Dictionary{})})}}), kModernCoreFoundation, false}),
+                     Value(Dictionary{{"offers", Value(Array{Value(Dictionary{})})}}), kModernCoreFoundation, false},
+        // Records written by hand or by older tools carry "all" as text; it reads as the platform reads a switch.
+        DecisionCase{"AllAsYes", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "YES"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, true},
+        DecisionCase{"AllAsOne", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "1"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, true},
+        DecisionCase{"AllAsTrue", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "true"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, true},
+        DecisionCase{"AllAsNo", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "NO"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, false},
+        DecisionCase{"AllAsZero", records({{"com.a", Value(Dictionary{{"version", "1"}, {"all", "0"}})}}),
+                     modernUpdate("com.a", "9"), kModernCoreFoundation, false}),
     [](const auto &info) { return info.param.name; });
 
 TEST(BlockedUpdates, UpdateItemsAreDecidedByTheSameRule) {
@@ -180,11 +191,9 @@ TEST_P(Unblock, RemovesSavesAndNotifiesInOrder) {
     Rig rig;
     rig.file.files[kFile] = records({{"com.a", record("1", false)}, {"com.b", record("", true)}});
     const auto store = rig.open();
-    if (GetParam().notify) {
-        store->unblockUpdate(GetParam().key, *GetParam().notify);
-    } else {
-        store->unblockUpdate(GetParam().key);
-    }
+    const auto unblocked = GetParam().notify ? store->unblockUpdate(GetParam().key, *GetParam().notify)
+                                             : store->unblockUpdate(GetParam().key);
+    EXPECT_TRUE(unblocked.ok());
     EXPECT_EQ(rig.file.saves, 1);
     EXPECT_FALSE(rig.file.files[kFile].asDictionary()->contains(GetParam().key));
     EXPECT_TRUE(rig.file.files[kFile].asDictionary()->contains(Value("com.b")));
@@ -202,6 +211,39 @@ INSTANTIATE_TEST_SUITE_P(BlockedUpdates, Unblock,
                                              "NotifyScreens", Value("com.a"), true, {kDaemonReload, kScreensReload}},
                                          UnblockCase{"QuietForScreens", Value("com.a"), false, {kDaemonReload}}),
                          [](const auto &info) { return info.param.name; });
+
+struct FailedSaveCase {
+    std::string name;
+    std::function<qv::Result<void>(BlockedUpdates &)> change;
+};
+
+class FailedSave : public testing::TestWithParam<FailedSaveCase> {};
+
+// What the file does not take, memory does not keep: this process would otherwise hide or show updates that the
+// daemon, reading the file, treats differently, and the user was told the change failed.
+TEST_P(FailedSave, LeavesRecordsFileAndDaemonAsTheyWere) {
+    Rig rig;
+    const Value before = records({{"com.a", record("1", false)}, {"com.b", record("", true)}});
+    rig.file.files[kFile] = before;
+    const auto store = rig.open();
+    rig.file.failSaves = true;
+    const qv::Result<void> changed = GetParam().change(*store);
+    ASSERT_FALSE(changed.ok());
+    EXPECT_EQ(changed.error().code, qv::ErrorCode::FileUnwritable);
+    EXPECT_EQ(Value(store->snapshot()), before);
+    EXPECT_EQ(rig.file.files[kFile], before);
+    EXPECT_TRUE(rig.notifier.posts.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    BlockedUpdates, FailedSave,
+    testing::Values(
+        FailedSaveCase{"Unblock", [](BlockedUpdates &store) { return store.unblockUpdate(Value("com.a")); }},
+        FailedSaveCase{"NewRecord",
+                       [](BlockedUpdates &store) { return store.saveRecord(Value("com.c"), record("", true)); }},
+        FailedSaveCase{"ReplacedRecord",
+                       [](BlockedUpdates &store) { return store.saveRecord(Value("com.a"), record("2", true)); }}),
+    [](const auto &info) { return info.param.name; });
 
 struct MergeCase {
     std::string name;

@@ -64,11 +64,11 @@ class OpenedStore {
         std::error_code ignored;
         const bool missing = !std::filesystem::exists(path, ignored);
         if (!(missing && createIfMissing)) {
-            const qv::ArchiveLoad loaded = file_.load(path);
-            if (loaded.status != qv::ArchiveLoad::Status::Loaded) {
-                throw BadInput(loaded.error);
+            const qv::Result<qv::Value> loaded = file_.load(path);
+            if (!loaded) {
+                throw BadInput(loaded.error().describe());
             }
-            if (loaded.root.asDictionary() == nullptr) {
+            if (loaded->asDictionary() == nullptr) {
                 throw BadInput(path + ": the archive holds no dictionary of blocked updates");
             }
         }
@@ -77,13 +77,6 @@ class OpenedStore {
     }
 
     qv::BlockedUpdates &store() { return *store_; }
-
-    void save() {
-        std::string error;
-        if (!store_->saveBlockedUpdatesToDisk(&error)) {
-            throw BadInput(error);
-        }
-    }
 
   private:
     qv::posix::PosixArchiveFile file_;
@@ -129,8 +122,7 @@ void listRecords(const ListOptions &options, Io &io) {
     for (const auto &[key, record] : records) {
         const qv::Dictionary *fields = record.asDictionary();
         const qv::Value *version = fields ? fields->find(qv::Value(qv::kBlockedVersionKey)) : nullptr;
-        const qv::Value *all = fields ? fields->find(qv::Value(qv::kBlockedAllKey)) : nullptr;
-        const bool allUpdates = all != nullptr && all->truthy();
+        const bool allUpdates = qv::recordBlocksAllUpdates(record);
         if (options.json) {
             rows.push_back(qv::Value(qv::Dictionary{
                 {"key", key}, {"version", version ? *version : qv::Value()}, {"all", qv::Value(allUpdates)}}));
@@ -151,8 +143,10 @@ void listRecords(const ListOptions &options, Io &io) {
 void addRecord(const AddOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
     OpenedStore opened(options.file, true, options.coreFoundationVersion);
-    opened.store().setRecord(key, qv::BlockedUpdates::makeRecord(options.version, options.all));
-    opened.save();
+    const auto saved = opened.store().saveRecord(key, qv::BlockedUpdates::makeRecord(options.version, options.all));
+    if (!saved) {
+        throw BadInput("nothing was blocked: " + saved.error().describe());
+    }
     io.out << "blocked " << keyText(key) << (options.all ? " (all updates)" : " version \"" + options.version + "\"")
            << "\n";
 }
@@ -161,7 +155,10 @@ void removeRecord(const RemoveOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
     OpenedStore opened(options.file, false, options.coreFoundationVersion);
     const bool present = opened.store().snapshot().contains(key);
-    opened.store().unblockUpdate(key);
+    const auto saved = opened.store().unblockUpdate(key);
+    if (!saved) {
+        throw BadInput("nothing was unblocked: " + saved.error().describe());
+    }
     io.out << (present ? "unblocked " : "was not blocked: ") << keyText(key) << "\n";
 }
 

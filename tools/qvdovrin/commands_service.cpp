@@ -192,11 +192,11 @@ void report(const ReportOptions &options, Io &io) {
     const qv::posix::JsonFilePreferences noPreferences;
     std::unique_ptr<qv::posix::JsonFilePreferences> loaded;
     if (!options.preferencesFile.empty()) {
-        std::string error;
-        loaded = qv::posix::JsonFilePreferences::load(options.preferencesFile, &error);
-        if (!loaded) {
-            throw BadInput(error);
+        auto read = qv::posix::JsonFilePreferences::load(options.preferencesFile);
+        if (!read) {
+            throw BadInput(read.error().describe());
         }
+        loaded = std::move(*read);
     }
     const qv::Preferences &preferences = loaded ? *loaded : noPreferences;
     const auto endpoints = endpointsFor(options.serverUrl);

@@ -8,8 +8,8 @@ namespace qv::darwin {
 // A dictionary root is archived as a mutable dictionary, so that readers get back a dictionary they may change.
 class KeyedArchiveFile final : public ArchiveFile {
   public:
-    ArchiveLoad load(const std::string &path) override;
-    bool save(const std::string &path, const Value &root, std::string *error = nullptr) override;
+    Result<Value> load(const std::string &path) override;
+    Result<void> save(const std::string &path, const Value &root) override;
 };
 
 } // namespace qv::darwin

@@ -25,49 +25,46 @@ id archivableRoot(const Value &root) {
 
 } // namespace
 
-ArchiveLoad KeyedArchiveFile::load(const std::string &path) {
-    ArchiveLoad loaded{ArchiveLoad::Status::Unreadable, Value(), "the archive could not be read"};
+Result<Value> KeyedArchiveFile::load(const std::string &path) {
+    Result<Value> loaded = fail(ErrorCode::FileUnreadable, "the archive could not be read");
     guarded([&] {
         NSError *failure = nil;
         NSData *bytes = [NSData dataWithContentsOfFile:toNSString(path) options:0 error:&failure];
         if (bytes == nil) {
-            loaded.error = describe(failure, "the archive could not be read");
+            loaded = fail(ErrorCode::FileUnreadable, describe(failure, "the archive could not be read"));
             return;
         }
-        loaded.status = ArchiveLoad::Status::Undecodable;
-        loaded.error = "the file holds no keyed archive";
+        loaded = fail(ErrorCode::MalformedArchive, "the file holds no keyed archive");
         id root = nil;
         @try {
             root = [NSKeyedUnarchiver unarchiveObjectWithData:bytes];
         } @catch (NSException *exception) {
-            loaded.error = toStdString(exception.reason).value_or(loaded.error);
+            loaded = fail(ErrorCode::MalformedArchive, toStdString(exception.reason).value_or(loaded.error().detail));
             return;
         }
-        if (root == nil) {
-            return;
+        if (root != nil) {
+            loaded = valueFromObject(root);
         }
-        loaded.root = valueFromObject(root);
-        loaded.status = ArchiveLoad::Status::Loaded;
-        loaded.error.clear();
     });
     return loaded;
 }
 
-bool KeyedArchiveFile::save(const std::string &path, const Value &root, std::string *error) {
-    std::string failureText = "the archive could not be written";
-    bool written = false;
+Result<void> KeyedArchiveFile::save(const std::string &path, const Value &root) {
+    Result<void> saved = fail(ErrorCode::FileUnwritable, "the archive could not be written");
     guarded([&] {
         NSData *bytes = [NSKeyedArchiver archivedDataWithRootObject:archivableRoot(root)];
+        if (bytes == nil) {
+            saved = fail(ErrorCode::UnencodableValue, "the value could not be archived");
+            return;
+        }
         NSError *failure = nil;
-        written = bytes != nil && [bytes writeToFile:toNSString(path) options:NSDataWritingAtomic error:&failure];
-        if (!written) {
-            failureText = describe(failure, failureText.c_str());
+        if ([bytes writeToFile:toNSString(path) options:NSDataWritingAtomic error:&failure]) {
+            saved = Result<void>();
+        } else {
+            saved = fail(ErrorCode::FileUnwritable, describe(failure, "the archive could not be written"));
         }
     });
-    if (!written && error != nullptr) {
-        *error = failureText;
-    }
-    return written;
+    return saved;
 }
 
 } // namespace qv::darwin
