@@ -4,7 +4,7 @@ JOBS ?= 2
 FUZZ_SECONDS ?= 30
 QVDOVRIN := build/linux/tools/qvdovrin/qvdovrin
 
-.PHONY: bootstrap build run test test-asan bench fuzz format format-check tidy lint clean ios package
+.PHONY: bootstrap build run test test-asan test-tsan bench fuzz format format-check tidy lint clean ios package
 
 bootstrap:
 	@scripts/bootstrap.sh
@@ -23,6 +23,11 @@ test-asan: bootstrap
 	cmake --preset asan
 	cmake --build --preset asan -j $(JOBS)
 	ctest --preset asan
+
+test-tsan: bootstrap
+	cmake --preset tsan
+	cmake --build --preset tsan -j $(JOBS)
+	ctest --preset tsan
 
 bench: build
 	scripts/run-benchmarks.sh build/linux/bench

@@ -1,13 +1,9 @@
-# arm64 iOS cross toolchain for Linux: Debian clang-14 + ld64.lld-14 against an extracted iPhoneOS SDK.
+# iOS cross toolchain for Linux: Debian clang-14 + ld64.lld-14 against an extracted iPhoneOS SDK, arm64 (plus arm64e
+# only when cmake/arm64e-probe.cmake proves this machine can link the pointer-authentication ABI).
 # cmake -S . -B build -G Ninja -DCMAKE_TOOLCHAIN_FILE=<this> [-DIOS_SDK=/path/iPhoneOS15.6.sdk]
 # The SDK is found by IOS_SDK, else $SDKROOT, else $THEOS/sdks, else ~/theos/sdks.
 set(CMAKE_SYSTEM_NAME iOS)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
-# arm64 only by default: the open-source linker cannot sign arm64e. A build with Apple's linker may pass
-# -DCMAKE_OSX_ARCHITECTURES="arm64;arm64e".
-if(NOT CMAKE_OSX_ARCHITECTURES)
-  set(CMAKE_OSX_ARCHITECTURES arm64)
-endif()
 if(NOT CMAKE_OSX_DEPLOYMENT_TARGET)
   set(CMAKE_OSX_DEPLOYMENT_TARGET 11.0)
 endif()
@@ -25,22 +21,65 @@ if(NOT EXISTS "${IOS_SDK}/SDKSettings.json" AND NOT EXISTS "${IOS_SDK}/SDKSettin
   message(FATAL_ERROR "No iOS SDK at ${IOS_SDK}: set SDKROOT or THEOS, or pass -DIOS_SDK=")
 endif()
 set(CMAKE_OSX_SYSROOT "${IOS_SDK}")
+
+# arm64e is never taken on request: clang-14's "arm64e" has no pointer authentication and crashes in the processes
+# that load it, so it turns on only when the probe links a real one. try_compile projects inherit the decision.
+include(${CMAKE_CURRENT_LIST_DIR}/arm64e-probe.cmake)
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES IOS_SDK QV_ARM64E QV_ARM64E_CC QV_ARM64E_LD)
+if(NOT CMAKE_IN_TRY_COMPILE AND NOT DEFINED QV_ARM64E)
+  set(qv_sdk_version 15.5)
+  if(EXISTS "${IOS_SDK}/SDKSettings.json")
+    file(READ "${IOS_SDK}/SDKSettings.json" qv_sdk_settings)
+    string(JSON qv_sdk_version ERROR_VARIABLE qv_no_version GET "${qv_sdk_settings}" Version)
+  endif()
+  qv_probe_arm64e("${IOS_SDK}" "${qv_sdk_version}" QV_ARM64E QV_ARM64E_CC QV_ARM64E_LD qv_arm64e_reason)
+  if("$CACHE{CMAKE_OSX_ARCHITECTURES}" MATCHES "arm64e" AND NOT QV_ARM64E)
+    message(FATAL_ERROR "arm64e cannot be built on this machine: ${qv_arm64e_reason}")
+  endif()
+  if(QV_ARM64E)
+    message(STATUS "arm64e: on (${qv_arm64e_reason})")
+  else()
+    message(STATUS "arm64e: off, the library is arm64 only (${qv_arm64e_reason})")
+  endif()
+endif()
+
+if(QV_ARM64E)
+  set(CMAKE_OSX_ARCHITECTURES arm64 arm64e)
+  set(qv_c_compiler ${QV_ARM64E_CC})
+  string(REGEX REPLACE "clang-([0-9]+)$" "clang++-\\1" qv_cxx_compiler "${QV_ARM64E_CC}")
+  string(REGEX REPLACE ".*clang-" "" qv_llvm_major "${QV_ARM64E_CC}")
+  # The driver links each slice with the probed linker and joins them with lipo, which it looks up beside -B.
+  find_program(QV_LIPO NAMES llvm-lipo-${qv_llvm_major} llvm-lipo REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  set(qv_tools "${CMAKE_BINARY_DIR}/CMakeFiles/arm64e-tools")
+  file(MAKE_DIRECTORY "${qv_tools}")
+  file(CREATE_LINK "${QV_LIPO}" "${qv_tools}/lipo" SYMBOLIC)
+  set(qv_driver_flags "-B${qv_tools}")
+  set(qv_link_flags "--ld-path=${QV_ARM64E_LD}")
+else()
+  set(CMAKE_OSX_ARCHITECTURES arm64)
+  find_program(QV_CLANG clang-14 REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  find_program(QV_CLANGXX clang++-14 REQUIRED NO_CMAKE_FIND_ROOT_PATH)
+  set(qv_c_compiler ${QV_CLANG})
+  set(qv_cxx_compiler ${QV_CLANGXX})
+  set(qv_driver_flags "")
+  set(qv_link_flags "-fuse-ld=lld")
+endif()
 # Full paths: languages enabled after project() would otherwise be searched for inside the SDK.
-find_program(QV_CLANG clang-14 REQUIRED NO_CMAKE_FIND_ROOT_PATH)
-find_program(QV_CLANGXX clang++-14 REQUIRED NO_CMAKE_FIND_ROOT_PATH)
-set(CMAKE_C_COMPILER ${QV_CLANG})
-set(CMAKE_CXX_COMPILER ${QV_CLANGXX})
-set(CMAKE_OBJC_COMPILER ${QV_CLANG})
-set(CMAKE_OBJCXX_COMPILER ${QV_CLANGXX})
+set(CMAKE_C_COMPILER ${qv_c_compiler})
+set(CMAKE_CXX_COMPILER ${qv_cxx_compiler})
+set(CMAKE_OBJC_COMPILER ${qv_c_compiler})
+set(CMAKE_OBJCXX_COMPILER ${qv_cxx_compiler})
 foreach(lang C CXX OBJC OBJCXX)
   # without an explicit target clang-14 on Linux ignores -arch/-miphoneos-version-min
   set(CMAKE_${lang}_COMPILER_TARGET arm64-apple-ios${CMAKE_OSX_DEPLOYMENT_TARGET})
 endforeach()
 # Debian clang-14 defaults to libstdc++ even for Apple targets
-set(CMAKE_CXX_FLAGS_INIT "-stdlib=libc++")
-set(CMAKE_OBJCXX_FLAGS_INIT "-stdlib=libc++")
+set(CMAKE_C_FLAGS_INIT "${qv_driver_flags}")
+set(CMAKE_OBJC_FLAGS_INIT "${qv_driver_flags}")
+set(CMAKE_CXX_FLAGS_INIT "${qv_driver_flags} -stdlib=libc++")
+set(CMAKE_OBJCXX_FLAGS_INIT "${qv_driver_flags} -stdlib=libc++")
 foreach(kind EXE SHARED MODULE)
-  set(CMAKE_${kind}_LINKER_FLAGS_INIT "-fuse-ld=lld -stdlib=libc++ -Wl,-adhoc_codesign")
+  set(CMAKE_${kind}_LINKER_FLAGS_INIT "${qv_driver_flags} ${qv_link_flags} -stdlib=libc++ -Wl,-adhoc_codesign")
 endforeach()
 # CMake 3.25 copies the OBJCXX -install_name flag from OBJC; if OBJC is not an
 # enabled language the dylib is linked with no -install_name at all.

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Stages and builds the rootful and rootless .deb packages of the phone library and its resource bundle.
+# Stages and builds the rootful and rootless .deb packages of the phone library and its resource bundle;
+# control fields and the preinst come from resources/packaging.
 # usage: build-packages.sh --rootful DYLIB --rootless DYLIB --resources BUNDLE_DIR --version X.Y.Z --output DIR
 set -euo pipefail
 
@@ -7,6 +8,7 @@ package_id=com.quorvane.qvdovrinkit
 name=Verdigo
 library_dir=Library/MobileSubstrate/DynamicLibraries
 resource_dir=var/quorvane_tweak_resources/qvdovrinkit/QVVPPResources.bundle
+packaging="$(cd "$(dirname "$0")/../resources/packaging" && pwd)"
 
 rootful="" rootless="" resources="" version="" output=""
 while [ $# -gt 0 ]; do
@@ -47,22 +49,13 @@ stage() {
 { Filter = { Bundles = ( "com.apple.AppStore", "com.apple.itunesstored" ); }; }
 PLIST
   cp -R "$resources/." "$res/"
-  cat > "$root/DEBIAN/control" <<CONTROL
-Package: $package_id
-Name: $name
-Version: $version
-Architecture: $arch
-Description: Downgrade App Store apps and block their updates.
- Adds downgrade choices to the App Store's offer buttons (pick a known version,
- type an external version id, or go back one version), lets you hide one update
- or all future updates of an app, and a settings screen for both.
-Maintainer: Quorvane <support@quorvane.com>
-Author: Quorvane <support@quorvane.com>
-Section: Tweaks
-Depends: mobilesubstrate
-CONTROL
+  sed -e "s/@PACKAGE@/$package_id/" -e "s/@NAME@/$name/" -e "s/@VERSION@/$version/" -e "s/@ARCH@/$arch/" \
+    "$packaging/control.in" > "$root/DEBIAN/control"
+  # Stock iOS has no /bin/sh; rootless jailbreaks keep theirs under /var/jb.
+  sed -e "1s|^#!/bin/sh|#!$prefix/bin/sh|" "$packaging/preinst" > "$root/DEBIAN/preinst"
   find "$root" -type d -exec chmod 0755 {} +
   find "$root" -type f ! -name "$name.dylib" -exec chmod 0644 {} +
+  chmod 0755 "$root/DEBIAN/preinst"
   local deb="$output/${package_id}_${version}_${arch}.deb"
   rm -f "$deb"
   dpkg-deb -Zgzip --root-owner-group -b "$root" "$deb" > /dev/null

@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
-# Inspects the built .deb packages: file lists, control fields, and the phone library's Mach-O load commands.
-# usage: check-packages.sh PACKAGE_DIR VERSION
+# Inspects the built .deb packages: file lists, control fields, the preinst, and the phone library's Mach-O slices
+# and load commands.
+# usage: check-packages.sh PACKAGE_DIR VERSION [ARCHS]   (ARCHS: the slices the build made, "arm64" or "arm64,arm64e")
 set -euo pipefail
 
 dir=${1:?package directory}
 version=${2:?version}
+IFS=',; ' read -r -a archs <<< "${3:-arm64}"
+scripts=$(dirname "$0")
 package_id=com.quorvane.qvdovrinkit
 otool=${OTOOL:-llvm-otool-14}
 objdump=${OBJDUMP:-llvm-objdump-14}
@@ -43,7 +46,18 @@ check() {
   expect_field "$deb" Section Tweaks
   expect_field "$deb" Depends mobilesubstrate
   [ -n "$(dpkg-deb -f "$deb" Maintainer)" ] || fail "$layout: no Maintainer"
-  [ -n "$(dpkg-deb -f "$deb" Description)" ] || fail "$layout: no Description"
+  dpkg-deb -f "$deb" Description | tr '\n' ' ' | grep -q 'arm64e devices (A12 *and newer) the App Store processes cannot load it yet' ||
+    fail "$layout: Description does not say that arm64e devices cannot load it"
+
+  # The preinst stops the install on arm64e devices; it must run, so it must be there and executable.
+  local control="$work/$layout.control" shell=/bin/sh
+  [ "$layout" = rootless ] && shell=/var/jb/bin/sh
+  dpkg-deb -e "$deb" "$control"
+  if [ ! -x "$control/preinst" ]; then
+    fail "$layout: no executable preinst"
+  elif [ "$(head -1 "$control/preinst")" != "#!$shell" ]; then
+    fail "$layout: preinst does not start with #!$shell"
+  fi
 
   local files
   files=$(dpkg-deb -c "$deb" | awk '{print $6}' | sed 's#^\.##; s#/$##')
@@ -60,8 +74,11 @@ check() {
   local root="$work/$layout"
   dpkg-deb -x "$deb" "$root"
   local dylib="$root$lib/Verdigo.dylib"
-  grep -q 'Mach-O 64-bit arm64 dynamically linked shared library' <<< "$(file -b "$dylib")" ||
+  grep -q 'Mach-O 64-bit arm64.* dynamically linked shared library' <<< "$(file -b "$dylib")" ||
     fail "$layout: not an arm64 Mach-O dylib: $(file -b "$dylib")"
+  local required=()
+  for arch in "${archs[@]}"; do required+=(--require "$arch"); done
+  python3 "$scripts/check-macho-arch.py" "${required[@]}" "$dylib" > /dev/null || fail "$layout: CPU slices"
   grep -q '"com.apple.AppStore"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.AppStore"
   grep -q '"com.apple.itunesstored"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.itunesstored"
 
