@@ -1,7 +1,7 @@
 // The command groups of qvdovrin and what they share: streams, the bad-input error and exit codes.
 #pragma once
 
-#include <iosfwd>
+#include <iostream>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -33,13 +33,16 @@ template <class T> T valueOrBadInput(qv::Result<T> result) {
 struct Io {
     std::ostream &out;
     std::ostream &err;
+    // Only the interactive commands read it.
+    std::istream &in = std::cin;
 };
 
 // Each group adds its subcommands to the app; handlers write to io and throw BadInput for bad input.
-void registerCoreCommands(CLI::App &app, Io &io);    // compare, state, buyparams
-void registerBlockedCommands(CLI::App &app, Io &io); // blocked
-void registerServiceCommands(CLI::App &app, Io &io); // serve, versions, lookup, report
-void registerHooksCommand(CLI::App &app, Io &io);    // hooks
+void registerCoreCommands(CLI::App &app, Io &io);     // compare, state, buyparams
+void registerBlockedCommands(CLI::App &app, Io &io);  // blocked
+void registerServiceCommands(CLI::App &app, Io &io);  // serve, versions, lookup, report
+void registerHooksCommand(CLI::App &app, Io &io);     // hooks
+void registerDowngradeCommand(CLI::App &app, Io &io); // downgrade
 
 // Parses and runs one command line; returns the process exit code. Never throws.
 int run(int argc, const char *const *argv, Io &io);

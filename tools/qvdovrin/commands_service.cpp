@@ -1,5 +1,6 @@
 // Service commands: serve, versions, lookup, report.
 #include "commands.h"
+#include "service_options.h"
 
 #include <CLI/CLI.hpp>
 
@@ -34,42 +35,6 @@ constexpr std::string_view kDefaultListen = "127.0.0.1:8080";
 constexpr std::string_view kDefaultDatabase = "data/versions.sqlite";
 // Longer than the client's own request time-out, so a slow reply is reported by the client, not cut off here.
 constexpr std::chrono::seconds kReplyWait{75};
-
-std::string fromEnvironment(const char *name, const std::string &fallback) {
-    const char *value = std::getenv(name);
-    return value != nullptr && *value != '\0' ? std::string(value) : fallback;
-}
-
-void checkServerUrl(const std::string &url) {
-    if (url.rfind("http://", 0) != 0 && url.rfind("https://", 0) != 0) {
-        throw BadInput("the server URL must start with http:// or https://: " + url);
-    }
-}
-
-// --server wins over QV_API_BASE_URL / QV_LOOKUP_URL, which win over the built-in defaults.
-qv::ServiceEndpoints endpointsFor(const std::string &serverUrl) {
-    const qv::ServiceEndpoints builtIn;
-    std::string api = fromEnvironment("QV_API_BASE_URL", builtIn.apiBaseUrl);
-    std::string lookup = fromEnvironment("QV_LOOKUP_URL", builtIn.lookupBaseUrl);
-    if (!serverUrl.empty()) {
-        api = lookup = serverUrl;
-    }
-    checkServerUrl(api);
-    checkServerUrl(lookup);
-    return qv::ServiceEndpoints::make(api, lookup);
-}
-
-std::string checkedStoreIdentifier(const std::string &text) {
-    if (!qv::server::identifierFrom(std::string_view(text))) {
-        throw BadInput("a store identifier is decimal digits: " + text);
-    }
-    return text;
-}
-
-void addServerOption(CLI::App &command, std::string &serverUrl) {
-    command.add_option("--server", serverUrl,
-                       "Service base URL (default: $QV_API_BASE_URL, $QV_LOOKUP_URL or " QV_DEFAULT_API_BASE_URL ")");
-}
 
 // ---- serve ----
 
