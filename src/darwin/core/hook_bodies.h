@@ -9,6 +9,9 @@
 namespace qv::darwin {
 
 void bindStoreObjectBodies(HookBodies &bodies);
+void bindOfferButtonBodies(HookBodies &bodies);
+void bindOfferConfirmBodies(HookBodies &bodies);
+void bindTweaksPageBodies(HookBodies &bodies);
 void bindPurchasePipelineBodies(HookBodies &bodies);
 void bindResourceBodies(HookBodies &bodies);
 void bindAnalyticsBodies(HookBodies &bodies);

@@ -2,8 +2,15 @@
 #pragma once
 
 #include "darwin/adapters/objc_runtime.h"
+#include "darwin/settings/tweak_preferences.h"
 #include "darwin/store/latest_store.h"
+#include "platform/store_purchasing.h"
+#include "platform/ui.h"
 #include "service/resource_bundle.h"
+#include "service/service_client.h"
+#include "store/available_tweaks.h"
+#include "store/purchase_initiated.h"
+#include "updates/block_action.h"
 
 namespace qv::darwin {
 
@@ -11,5 +18,15 @@ namespace qv::darwin {
 ObjcRuntime &objcRuntime();
 const ResourceBundle &resourceBundle();
 LatestStore &latestStore();
+
+// The downgrade flows' objects: the UIKit adapter, the service client, the store's purchasing and the lookups.
+Ui &ui();
+ServiceClient &serviceClient();
+DowngradeFlows &downgradeFlows();
+StorePurchasing &storePurchasing();
+const StoreIdentifierLookup &storeIdentifierLookup();
+const BundleIdentifierLookup &bundleIdentifierLookup();
+TweakPreferences &tweakPreferences();
+UpdateBlocker &updateBlocker();
 
 } // namespace qv::darwin
