@@ -31,6 +31,9 @@ inline constexpr std::array kOfferConfirmBodies{
     HookBody::CellLayoutOfferConfirm,
     HookBody::BrowseCellLayoutOfferConfirm,
     HookBody::OfferViewButtonAction,
+};
+
+inline constexpr std::array kHoldHintBodies{
     HookBody::StorePageViewDidAppear,
 };
 
@@ -87,6 +90,7 @@ constexpr int listingsOf(HookBody body) {
     count(kStoreObjectBodies);
     count(kOfferButtonBodies);
     count(kOfferConfirmBodies);
+    count(kHoldHintBodies);
     count(kTweaksPageBodies);
     count(kPurchasePipelineBodies);
     count(kResourceBodies);

@@ -37,6 +37,9 @@ UIViewController *topMostController();
 UIViewController *presentingController(Presenter presenter);
 // A button title through the host's own translations: the English title is the key, "" the default value.
 NSString *localizedTitle(const std::string &englishTitle);
+NSString *messageOf(const Dialog &dialog);
+// The key under which a dialog keeps the helper object that must live as long as it does.
+const void *dialogHelperKey();
 
 void presentAlertController(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
 void showLegacyActionSheet(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);

@@ -30,6 +30,15 @@ NSString *localizedTitle(const std::string &englishTitle) {
     return [NSBundle.mainBundle localizedStringForKey:toNSString(englishTitle) value:@"" table:nil];
 }
 
+NSString *messageOf(const Dialog &dialog) {
+    return dialog.message ? toNSString(*dialog.message) : nil;
+}
+
+const void *dialogHelperKey() {
+    static const char key = 0;
+    return &key;
+}
+
 bool UikitUi::hasAlertControllers() const {
     return NSClassFromString(@"UIAlertController") != nil;
 }

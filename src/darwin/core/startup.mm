@@ -47,6 +47,7 @@ const HookBodies &hookBodies() {
         bindStoreObjectBodies(*all);
         bindOfferButtonBodies(*all);
         bindOfferConfirmBodies(*all);
+        bindHoldHintBodies(*all);
         bindTweaksPageBodies(*all);
         bindPurchasePipelineBodies(*all);
         bindResourceBodies(*all);

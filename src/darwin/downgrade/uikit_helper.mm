@@ -6,6 +6,7 @@
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
 #include "darwin/store/phone_store_purchasing.h"
+#include "darwin/store/store_items.h"
 #include "store/item_state.h"
 
 #import <objc/runtime.h>
@@ -13,6 +14,7 @@
 namespace {
 
 using qv::darwin::guarded;
+using qv::darwin::valueOrNil;
 
 // "Block All Updates": every future update of the app the proxy stands for, then the update screens reload.
 void blockAllUpdates(id proxy) {
@@ -46,17 +48,13 @@ std::function<void(int)> integerCompletion(void (^completion)(int)) {
     return [completion](int answer) { completion(answer); };
 }
 
-id valueOrNil(id object, NSString *key) {
-    return [object respondsToSelector:NSSelectorFromString(key)] ? [object valueForKey:key] : nil;
-}
-
 } // namespace
 
 @implementation QVUIKitHelper
 
 + (void)downgradeAlertWithState:(id)state completion:(void (^)(int))completion sourceView:(UIView *)sourceView {
     guarded([&] {
-        const auto stateValue = static_cast<std::int32_t>([valueOrNil(state, @"state") longLongValue]);
+        const std::int32_t stateValue = qv::darwin::stateValueOf(state);
         const bool installedOrUpdatable = qv::installedAppState(stateValue) || qv::updateAvailableAppState(stateValue);
         id itemIdentifier = valueOrNil(state, @"itemIdentifier");
         const qv::Prompt prompt = qv::statePrompt(
@@ -119,9 +117,17 @@ id valueOrNil(id object, NSString *key) {
     guarded([&] {
         qv::PurchaseCompletion handBack;
         if (completion != nil) {
-            // Going on unchanged hands back the very dictionary the store gave.
+            // Going on unchanged hands back the very dictionary the store gave; a rewrite changes a copy's buy
+            // parameters only, so store objects that have no portable form travel on untouched.
             handBack = [purchase, completion](bool rewritten, const qv::Value &chosen) {
-                completion(rewritten ? YES : NO, rewritten ? qv::darwin::objectFromValue(chosen) : purchase);
+                if (!rewritten) {
+                    completion(NO, purchase);
+                    return;
+                }
+                NSMutableDictionary *copy = [purchase mutableCopy] ?: [NSMutableDictionary dictionary];
+                NSString *key = qv::darwin::toNSString(qv::kPurchaseBuyParamsKey);
+                copy[key] = qv::darwin::objectFromValue(chosen[qv::kPurchaseBuyParamsKey]);
+                completion(YES, copy);
             };
         }
         qv::purchaseInitiated(qv::darwin::downgradeFlows(), qv::darwin::valueFromObject(purchase), std::move(handBack));
