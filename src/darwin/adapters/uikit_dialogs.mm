@@ -62,7 +62,15 @@ void presentAlertController(const Dialog &dialog, AnswerFunction answer) {
         [field addTarget:requirement action:@selector(textChanged:) forControlEvents:UIControlEventEditingChanged];
         objc_setAssociatedObject(alert, dialogHelperKey(), requirement, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
     }
-    [presentingController(dialog.presenter) presentViewController:alert animated:YES completion:nil];
+    UIViewController *presenter = presentingController(dialog.presenter);
+    // A sheet shown as a popover must be anchored, or presenting it raises; the centre of the presenter will do.
+    if (UIPopoverPresentationController *popover = alert.popoverPresentationController) {
+        popover.sourceView = presenter.view;
+        popover.sourceRect =
+            CGRectMake(CGRectGetMidX(presenter.view.bounds), CGRectGetMidY(presenter.view.bounds), 0, 0);
+        popover.permittedArrowDirections = 0;
+    }
+    [presenter presentViewController:alert animated:YES completion:nil];
 }
 
 } // namespace qv::darwin
