@@ -25,6 +25,10 @@ class UikitUi final : public Ui {
     void showGestureHint(const std::string &text, Point labelPoint, Point touchPoint) override;
     void afterDelay(std::chrono::milliseconds delay, std::function<void()> task) override;
 
+    // Records the controller that shows a screen, so that the model can take it away; a screen that an owner
+    // presented by itself records itself when it appears.
+    void recordScreen(const ScreenModel &screen, UIViewController *controller);
+
   private:
     // The navigation controller each shown screen sits in; entries whose controller is gone are dropped.
     std::vector<std::pair<const ScreenModel *, __weak UIViewController *>> screens_;

@@ -78,10 +78,14 @@ void UikitUi::presentScreen(std::shared_ptr<ScreenModel> screen, Presenter prese
             return;
         }
         UINavigationController *navigation = [[UINavigationController alloc] initWithRootViewController:root];
-        std::erase_if(screens_, [](const auto &entry) { return entry.second == nil; });
-        screens_.emplace_back(screen.get(), navigation);
+        recordScreen(*screen, navigation);
         [presentingController(presenter) presentViewController:navigation animated:YES completion:nil];
     });
+}
+
+void UikitUi::recordScreen(const ScreenModel &screen, UIViewController *controller) {
+    std::erase_if(screens_, [&](const auto &entry) { return entry.second == nil || entry.first == &screen; });
+    screens_.emplace_back(&screen, controller);
 }
 
 void UikitUi::dismissScreen(const ScreenModel &screen) {

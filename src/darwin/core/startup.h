@@ -2,6 +2,7 @@
 #pragma once
 
 #include "darwin/adapters/objc_runtime.h"
+#include "darwin/adapters/uikit_ui.h"
 #include "darwin/settings/tweak_preferences.h"
 #include "darwin/store/latest_store.h"
 #include "platform/store_purchasing.h"
@@ -20,7 +21,7 @@ const ResourceBundle &resourceBundle();
 LatestStore &latestStore();
 
 // The downgrade flows' objects: the UIKit adapter, the service client, the store's purchasing and the lookups.
-Ui &ui();
+UikitUi &ui();
 ServiceClient &serviceClient();
 DowngradeFlows &downgradeFlows();
 StorePurchasing &storePurchasing();

@@ -105,7 +105,7 @@ class LoggedBlockFailure final : public BlockFailureAlert {
 
 } // namespace
 
-Ui &ui() {
+UikitUi &ui() {
     static auto *const ui = new UikitUi();
     return *ui;
 }

@@ -2,10 +2,16 @@
 #include "darwin/downgrade/versions_screen.h"
 
 #include "darwin/core/guard.h"
+#include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
 
 @interface QVPossibleVersionsController : UITableViewController
 - (instancetype)initWithModel:(std::shared_ptr<qv::VersionsListModel>)model;
+// For owners that make the screen by name: the versions of one app, the chosen identifier to completion (nil for
+// a row without one), and cancel when the user leaves.
+- (instancetype)initWithAppIdentifier:(NSString *)identifier;
+- (void)setCompletion:(void (^)(NSString *))completion;
+- (void)setCancel:(void (^)(void))cancel;
 @end
 
 @implementation QVPossibleVersionsController {
@@ -17,6 +23,27 @@
         _model = std::move(model);
     }
     return self;
+}
+
+- (instancetype)initWithAppIdentifier:(NSString *)identifier {
+    return [self initWithModel:qv::darwin::downgradeFlows().makeVersionsList(
+                                   qv::darwin::textForm(identifier).value_or("(null)"))];
+}
+
+- (void)setCompletion:(void (^)(NSString *))completion {
+    _model->setCompletion([completion](std::optional<std::string> identifier) {
+        if (completion != nil) {
+            completion(identifier ? qv::darwin::toNSString(*identifier) : nil);
+        }
+    });
+}
+
+- (void)setCancel:(void (^)(void))cancel {
+    _model->setCancel([cancel] {
+        if (cancel != nil) {
+            cancel();
+        }
+    });
 }
 
 - (void)viewDidLoad {
@@ -38,6 +65,11 @@
 
     __weak QVPossibleVersionsController *weakSelf = self;
     _model->setOnChange([weakSelf] { [weakSelf modelChanged]; });
+}
+
+- (void)viewWillAppear:(BOOL)animated {
+    [super viewWillAppear:animated];
+    qv::darwin::ui().recordScreen(*_model, self.navigationController ?: self);
 }
 
 - (void)viewDidAppear:(BOOL)animated {
