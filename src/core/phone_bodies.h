@@ -14,12 +14,41 @@ inline constexpr std::array kStoreObjectBodies{
     HookBody::DocumentContainerUndefinedKey,
 };
 
+inline constexpr std::array kOfferButtonBodies{
+    HookBody::OfferButtonAddTarget,
+    HookBody::OfferButtonLongPressGesture,
+    HookBody::OfferButtonSetLongPressGesture,
+    HookBody::OfferButtonDidLongPress,
+    HookBody::ModernOfferButtonLongPressGesture,
+    HookBody::ModernOfferButtonSetLongPressGesture,
+    HookBody::ModernOfferButtonDidLongPress,
+    HookBody::ModernOfferButtonLayoutSubviews,
+    HookBody::ModernOfferButtonInitWithCoder,
+    HookBody::ModernOfferButtonInitWithFrame,
+};
+
+inline constexpr std::array kOfferConfirmBodies{
+    HookBody::CellLayoutOfferConfirm,
+    HookBody::BrowseCellLayoutOfferConfirm,
+    HookBody::OfferViewButtonAction,
+};
+
+inline constexpr std::array kHoldHintBodies{
+    HookBody::StorePageViewDidAppear,
+};
+
+inline constexpr std::array kTweaksPageBodies{
+    HookBody::LockupCellDisplayTweaks,
+    HookBody::LockupCellShowAvailableTweaks,
+};
+
 inline constexpr std::array kPurchasePipelineBodies{
     HookBody::PurchaseManagerInit,
     HookBody::PurchaseManagerAddPurchases,
     HookBody::AppDocumentShouldHook,
     HookBody::AppDocumentSetShouldHook,
     HookBody::StateCenterPerformPurchases,
+    HookBody::StorePerformPurchase,
     HookBody::StoreFetchStorePlatformData,
     HookBody::StoreFetchPlist,
     HookBody::StoreFetchJson,
@@ -59,6 +88,10 @@ constexpr int listingsOf(HookBody body) {
         }
     };
     count(kStoreObjectBodies);
+    count(kOfferButtonBodies);
+    count(kOfferConfirmBodies);
+    count(kHoldHintBodies);
+    count(kTweaksPageBodies);
     count(kPurchasePipelineBodies);
     count(kResourceBodies);
     count(kAnalyticsBodies);

@@ -177,9 +177,10 @@ TEST(StartUp, CreatesThePendingTableBetweenStoreAndResourceBatches) {
     startUp(runtime, all.bodies, [&] { eventsWhenTableCreated = runtime.events().size(); });
 
     EXPECT_EQ(runtime.events(), expectedEvents({hookRow(HookBody::OfferViewLibraryItem).number,
+                                                hookRow(HookBody::OfferViewButtonAction).number,
                                                 hookRow(HookBody::StateCenterPerformPurchases).number,
                                                 hookRow(HookBody::BundlePathForResource).number}));
-    EXPECT_EQ(eventsWhenTableCreated, 2U);
+    EXPECT_EQ(eventsWhenTableCreated, 3U);
 }
 
 struct BindingCase {

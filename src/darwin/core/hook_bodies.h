@@ -9,6 +9,10 @@
 namespace qv::darwin {
 
 void bindStoreObjectBodies(HookBodies &bodies);
+void bindOfferButtonBodies(HookBodies &bodies);
+void bindOfferConfirmBodies(HookBodies &bodies);
+void bindHoldHintBodies(HookBodies &bodies);
+void bindTweaksPageBodies(HookBodies &bodies);
 void bindPurchasePipelineBodies(HookBodies &bodies);
 void bindResourceBodies(HookBodies &bodies);
 void bindAnalyticsBodies(HookBodies &bodies);

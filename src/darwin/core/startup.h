@@ -2,8 +2,16 @@
 #pragma once
 
 #include "darwin/adapters/objc_runtime.h"
+#include "darwin/adapters/uikit_ui.h"
+#include "darwin/settings/tweak_preferences.h"
 #include "darwin/store/latest_store.h"
+#include "platform/store_purchasing.h"
+#include "platform/ui.h"
 #include "service/resource_bundle.h"
+#include "service/service_client.h"
+#include "store/available_tweaks.h"
+#include "store/purchase_initiated.h"
+#include "updates/block_action.h"
 
 namespace qv::darwin {
 
@@ -11,5 +19,15 @@ namespace qv::darwin {
 ObjcRuntime &objcRuntime();
 const ResourceBundle &resourceBundle();
 LatestStore &latestStore();
+
+// The downgrade flows' objects: the UIKit adapter, the service client, the store's purchasing and the lookups.
+UikitUi &ui();
+ServiceClient &serviceClient();
+DowngradeFlows &downgradeFlows();
+StorePurchasing &storePurchasing();
+const StoreIdentifierLookup &storeIdentifierLookup();
+const BundleIdentifierLookup &bundleIdentifierLookup();
+TweakPreferences &tweakPreferences();
+UpdateBlocker &updateBlocker();
 
 } // namespace qv::darwin

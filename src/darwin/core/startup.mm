@@ -4,11 +4,17 @@
 #include "core/hook_installer.h"
 #include "darwin/adapters/application_proxy_container.h"
 #include "darwin/adapters/bundle_files.h"
+#include "darwin/adapters/dispatch_queues.h"
 #include "darwin/adapters/keyed_archive_file.h"
 #include "darwin/adapters/notification_centres.h"
+#include "darwin/adapters/uikit_ui.h"
+#include "darwin/adapters/url_session_http.h"
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
 #include "darwin/install_layout.h"
+#include "darwin/service/store_lookup.h"
+#include "darwin/store/phone_store_purchasing.h"
+#include "downgrade/versions_list_model.h"
 #include "store/purchase_intercept.h"
 #include "updates/blocked_updates.h"
 
@@ -17,6 +23,11 @@
 #include <dlfcn.h>
 
 #include <string>
+
+// The store's public lookup endpoint by default; a deployment may point the phone elsewhere (QV_PHONE_LOOKUP_URL).
+#ifndef QV_PHONE_LOOKUP_URL
+#define QV_PHONE_LOOKUP_URL "https://itunes.apple.com/"
+#endif
 
 namespace qv::darwin {
 namespace {
@@ -34,6 +45,10 @@ const HookBodies &hookBodies() {
     static const HookBodies *const bodies = [] {
         auto *all = new HookBodies();
         bindStoreObjectBodies(*all);
+        bindOfferButtonBodies(*all);
+        bindOfferConfirmBodies(*all);
+        bindHoldHintBodies(*all);
+        bindTweaksPageBodies(*all);
         bindPurchasePipelineBodies(*all);
         bindResourceBodies(*all);
         bindAnalyticsBodies(*all);
@@ -58,7 +73,92 @@ void configureBlockedUpdatesStore() {
         {archiveFile, notifier, BlockedUpdates::fileInContainer(*container), kCFCoreFoundationVersionNumber});
 }
 
+Http &http() {
+    static auto *const http = new UrlSessionHttp();
+    return *http;
+}
+
+Queues &queues() {
+    static auto *const queues = new DispatchQueues();
+    return *queues;
+}
+
+// The App Store app's own defaults, where the user's "disableAppCaching_QV" lives.
+const Preferences &appStorePreferences() {
+    static const auto *const preferences = [] {
+        NSString *const appStore = @"com.apple.AppStore";
+        NSUserDefaults *defaults = [NSBundle.mainBundle.bundleIdentifier isEqualToString:appStore]
+                                       ? NSUserDefaults.standardUserDefaults
+                                       : [[NSUserDefaults alloc] initWithSuiteName:appStore];
+        return new DefaultsPreferences(defaults ?: NSUserDefaults.standardUserDefaults);
+    }();
+    return *preferences;
+}
+
+// Blocking from a prompt has no support mail yet; the failure is written to the log.
+class LoggedBlockFailure final : public BlockFailureAlert {
+  public:
+    void show(const BlockFailure &failure) override {
+        objcRuntime().log("blockUpdate: could not block " + failure.itemDescription);
+    }
+};
+
 } // namespace
+
+UikitUi &ui() {
+    static auto *const ui = new UikitUi();
+    return *ui;
+}
+
+ServiceClient &serviceClient() {
+    static auto *const client = new ServiceClient(http(), queues(), appStorePreferences(),
+                                                  ServiceEndpoints::make(QV_DEFAULT_API_BASE_URL, QV_PHONE_LOOKUP_URL));
+    return *client;
+}
+
+DowngradeFlows &downgradeFlows() {
+    static auto *const flows = new DowngradeFlows{
+        ui(),
+        [](const std::string &storeIdentifier) {
+            static const VersionsSource source =
+                serviceVersionsSource(http(), queues(), serviceClient().endpoints().apiBaseUrl);
+            return std::make_shared<VersionsListModel>(ui(), source, storeIdentifier);
+        },
+        [] { return tweakPreferences().updateBlockerDisabled(); },
+    };
+    return *flows;
+}
+
+StorePurchasing &storePurchasing() {
+    static auto *const purchasing = new PhoneStorePurchasing();
+    return *purchasing;
+}
+
+const StoreIdentifierLookup &storeIdentifierLookup() {
+    static const auto *const lookup = new StoreIdentifierLookup(
+        darwin::storeIdentifierLookup(http(), queues(), serviceClient().endpoints().lookupBaseUrl));
+    return *lookup;
+}
+
+const BundleIdentifierLookup &bundleIdentifierLookup() {
+    static const auto *const lookup =
+        new BundleIdentifierLookup([](const std::string &storeIdentifier, std::function<void(std::string)> completion) {
+            serviceClient().getBundleIdWithStoreIdentifier(storeIdentifier, std::move(completion));
+        });
+    return *lookup;
+}
+
+TweakPreferences &tweakPreferences() {
+    static auto *const preferences = new TweakPreferences();
+    return *preferences;
+}
+
+UpdateBlocker &updateBlocker() {
+    static auto *const notifier = new NotificationCentres();
+    static auto *const failureAlert = new LoggedBlockFailure();
+    static auto *const blocker = new UpdateBlocker(BlockedUpdates::shared(), *notifier, *failureAlert);
+    return *blocker;
+}
 
 ObjcRuntime &objcRuntime() {
     static auto *const runtime = new ObjcRuntime();

@@ -4,6 +4,9 @@
 #include "darwin/core/hook_bodies.h"
 #include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
+#include "darwin/core/value_bridge.h"
+#include "darwin/downgrade/uikit_helper.h"
+#include "store/offer_decisions.h"
 #include "store/purchase_intercept.h"
 
 #import <Foundation/Foundation.h>
@@ -121,6 +124,45 @@ void rememberStore(id store) {
     latestStore().remember(store);
 }
 
+MethodImplementation origPerformPurchase = nullptr;
+
+using PerformPurchaseFunction = void (*)(id, SEL, id, id);
+
+// A purchase the prompt flow issued itself carries the marker: it goes through once, without it and unasked.
+bool takeOwnPurchaseMarker(id purchase) {
+    bool marked = false;
+    guarded([&] {
+        if (![purchase isKindOfClass:NSDictionary.class] || !takePurchaseMarker(valueFromObject(purchase)).issuedByUs) {
+            return;
+        }
+        marked = true;
+        if ([purchase isKindOfClass:NSMutableDictionary.class]) {
+            [static_cast<NSMutableDictionary *>(purchase) removeObjectForKey:toNSString(kCustomPurchaseMarkerKey)];
+        }
+    });
+    return marked;
+}
+
+// Every purchase of the redesigned store asks first; what the prompt hands back is submitted, whatever it says.
+void storePerformPurchase(id self, SEL _cmd, id purchase, id completion) {
+    const auto orig = callable<PerformPurchaseFunction>(origPerformPurchase);
+    if (takeOwnPurchaseMarker(purchase)) {
+        orig(self, _cmd, purchase, completion);
+        return;
+    }
+    rememberStore(self);
+    const bool asked = guarded([&] {
+        [QVUIKitHelper purchaseInitiatedFromStore:self
+                                     withPurchase:purchase
+                                       completion:^(BOOL /*rewritten*/, NSDictionary *chosen) {
+                                         orig(self, _cmd, chosen, completion);
+                                       }];
+    });
+    if (!asked) {
+        orig(self, _cmd, purchase, completion);
+    }
+}
+
 MethodImplementation origFetchStorePlatformData = nullptr;
 MethodImplementation origFetchPlist = nullptr;
 MethodImplementation origFetchJson = nullptr;
@@ -199,6 +241,7 @@ constexpr std::array kBindings{
     addition<HookBody::AppDocumentShouldHook, appDocumentShouldHook>(),
     addition<HookBody::AppDocumentSetShouldHook, appDocumentSetShouldHook>(),
     addition<HookBody::StateCenterPerformPurchases, stateCenterPerformPurchases>(),
+    replacement<HookBody::StorePerformPurchase, storePerformPurchase>(origPerformPurchase),
     replacement<HookBody::StoreFetchStorePlatformData, storeFetchStorePlatformData>(origFetchStorePlatformData),
     replacement<HookBody::StoreFetchPlist, storeFetchPlist>(origFetchPlist),
     replacement<HookBody::StoreFetchJson, storeFetchJson>(origFetchJson),

@@ -1,0 +1,56 @@
+// The phone's Ui port: UIKit dialogs, the screens drawn from view models, overlays, the browser, delayed tasks.
+#pragma once
+
+#include "platform/ui.h"
+
+#import <UIKit/UIKit.h>
+
+#include <functional>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace qv::darwin {
+
+class UikitUi final : public Ui {
+  public:
+    bool hasAlertControllers() const override;
+    bool isTablet() const override;
+    void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer) override;
+    void presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) override;
+    void dismissScreen(const ScreenModel &screen) override;
+    void showProgress(const std::string &text) override;
+    void dismissProgress() override;
+    void openBrowser(const std::string &address) override;
+    void showGestureHint(const std::string &text, Point labelPoint, Point touchPoint) override;
+    void afterDelay(std::chrono::milliseconds delay, std::function<void()> task) override;
+
+    // Records the controller that shows a screen, so that the model can take it away; a screen that an owner
+    // presented by itself records itself when it appears.
+    void recordScreen(const ScreenModel &screen, UIViewController *controller);
+
+  private:
+    // The navigation controller each shown screen sits in; entries whose controller is gone are dropped.
+    std::vector<std::pair<const ScreenModel *, __weak UIViewController *>> screens_;
+    UIView *progress_ = nil;
+};
+
+// What the adapter's files share. All of it runs on the main thread.
+UIWindow *keyWindow();
+UIViewController *topMostController();
+UIViewController *presentingController(Presenter presenter);
+// A button title through the host's own translations: the English title is the key, "" the default value.
+NSString *localizedTitle(const std::string &englishTitle);
+NSString *messageOf(const Dialog &dialog);
+// The key under which a dialog keeps the helper object that must live as long as it does.
+const void *dialogHelperKey();
+
+void presentAlertController(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
+void showLegacyActionSheet(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
+void showLegacyAlertView(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
+
+UIView *makeProgressOverlay(const std::string &text);
+UIView *makeGestureHint(const std::string &text, CGPoint labelPoint, CGPoint touchPoint);
+UIViewController *makeBrowser(NSString *address);
+
+} // namespace qv::darwin

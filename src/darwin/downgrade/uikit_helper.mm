@@ -1,0 +1,151 @@
+// QVUIKitHelper: reads the store objects it is handed and runs the portable prompts and flows with them.
+#include "darwin/downgrade/uikit_helper.h"
+
+#include "darwin/core/guard.h"
+#include "darwin/core/startup.h"
+#include "darwin/core/strings.h"
+#include "darwin/core/value_bridge.h"
+#include "darwin/store/phone_store_purchasing.h"
+#include "darwin/store/store_items.h"
+#include "store/item_state.h"
+
+#import <objc/runtime.h>
+
+namespace {
+
+using qv::darwin::guarded;
+using qv::darwin::valueOrNil;
+
+// "Block All Updates": every future update of the app the proxy stands for, then the update screens reload.
+void blockAllUpdates(id proxy) {
+    qv::BlockableItem item;
+    item.kind = proxy != nil ? qv::BlockableItem::Kind::ApplicationProxy : qv::BlockableItem::Kind::Other;
+    item.description = qv::darwin::textForm(proxy).value_or("(null)");
+    if ([proxy respondsToSelector:NSSelectorFromString(@"itemID")]) {
+        id itemID = [proxy valueForKey:@"itemID"];
+        if ([itemID respondsToSelector:@selector(longLongValue)]) {
+            item.storeIdentifier = [itemID longLongValue];
+        }
+    }
+    if ([proxy respondsToSelector:NSSelectorFromString(@"shortVersionString")]) {
+        item.version = qv::darwin::toStdString([proxy valueForKey:@"shortVersionString"]);
+    }
+    qv::darwin::updateBlocker().blockUpdate(item, true, true);
+}
+
+std::function<void(qv::DowngradeChoice)> completionFor(void (^completion)(int)) {
+    return [completion](qv::DowngradeChoice choice) {
+        if (completion != nil) {
+            completion(static_cast<int>(choice));
+        }
+    };
+}
+
+std::function<void(int)> integerCompletion(void (^completion)(int)) {
+    if (completion == nil) {
+        return {};
+    }
+    return [completion](int answer) { completion(answer); };
+}
+
+} // namespace
+
+@implementation QVUIKitHelper
+
++ (void)downgradeAlertWithState:(id)state completion:(void (^)(int))completion sourceView:(UIView *)sourceView {
+    guarded([&] {
+        const std::int32_t stateValue = qv::darwin::stateValueOf(state);
+        const bool installedOrUpdatable = qv::installedAppState(stateValue) || qv::updateAvailableAppState(stateValue);
+        id itemIdentifier = valueOrNil(state, @"itemIdentifier");
+        const qv::Prompt prompt = qv::statePrompt(
+            installedOrUpdatable, qv::darwin::applicationProxiesKnowExternalVersions(), qv::darwin::ui());
+        qv::PromptHandlers handlers;
+        handlers.choice = completionFor(completion);
+        handlers.blockAllUpdates = [itemIdentifier] {
+            NSNumber *storeIdentifier =
+                [itemIdentifier respondsToSelector:@selector(longLongValue)] ? @([itemIdentifier longLongValue]) : nil;
+            blockAllUpdates(qv::darwin::applicationProxyForItemID(storeIdentifier));
+        };
+        qv::presentPrompt(qv::darwin::ui(), prompt, std::move(handlers));
+    });
+}
+
++ (void)presentDowngradeAlertWithCompletion:(void (^)(int))completion
+                             continueButton:(BOOL)continueButton
+                               cancelButton:(BOOL)cancelButton
+                          blockUpdateButton:(BOOL)blockUpdateButton
+                           showTweaksAction:(BOOL)showTweaksAction
+                                     itemID:(NSString *)bundleIdentifier {
+    guarded([&] {
+        const qv::FlagPromptButtons buttons{continueButton == YES, cancelButton == YES, blockUpdateButton == YES,
+                                            showTweaksAction == YES};
+        const qv::Prompt prompt =
+            qv::flagPrompt(buttons, qv::darwin::tweakPreferences().updateBlockerDisabled(), qv::darwin::ui());
+        qv::PromptHandlers handlers;
+        handlers.choice = completionFor(completion);
+        handlers.blockAllUpdates = [bundleIdentifier] {
+            blockAllUpdates(qv::darwin::applicationProxyForIdentifier(bundleIdentifier));
+        };
+        handlers.showTweaks = [bundleIdentifier] {
+            [QVUIKitHelper displayTweaksControllerWithBundleId:bundleIdentifier];
+        };
+        qv::presentPrompt(qv::darwin::ui(), prompt, std::move(handlers));
+    });
+}
+
++ (void)offerButtonTappedFromController:(UIViewController *)controller completion:(void (^)(int))completion {
+    guarded([&] {
+        Ivar buttonAction =
+            controller != nil ? class_getInstanceVariable(object_getClass(controller), "buttonAction") : nullptr;
+        id action = buttonAction != nullptr ? object_getIvar(controller, buttonAction) : nil;
+        NSString *bundleIdentifier = valueOrNil(action, @"bundleId");
+        qv::OfferButtonTap tap;
+        tap.bundleIdentifier = qv::darwin::toStdStringOrEmpty(bundleIdentifier);
+        tap.completion = integerCompletion(completion);
+        tap.blockAllUpdates = [bundleIdentifier] {
+            blockAllUpdates(qv::darwin::applicationProxyForIdentifier(bundleIdentifier));
+        };
+        tap.showTweaks = [bundleIdentifier] { [QVUIKitHelper displayTweaksControllerWithBundleId:bundleIdentifier]; };
+        qv::offerButtonTapped(qv::darwin::downgradeFlows(), qv::darwin::storePurchasing(),
+                              qv::darwin::storeIdentifierLookup(), std::move(tap));
+    });
+}
+
++ (void)purchaseInitiatedFromStore:(id)store
+                      withPurchase:(NSDictionary *)purchase
+                        completion:(void (^)(BOOL, NSDictionary *))completion {
+    guarded([&] {
+        qv::PurchaseCompletion handBack;
+        if (completion != nil) {
+            // Going on unchanged hands back the very dictionary the store gave; a rewrite changes a copy's buy
+            // parameters only, so store objects that have no portable form travel on untouched.
+            handBack = [purchase, completion](bool rewritten, const qv::Value &chosen) {
+                if (!rewritten) {
+                    completion(NO, purchase);
+                    return;
+                }
+                NSMutableDictionary *copy = [purchase mutableCopy] ?: [NSMutableDictionary dictionary];
+                NSString *key = qv::darwin::toNSString(qv::kPurchaseBuyParamsKey);
+                copy[key] = qv::darwin::objectFromValue(chosen[qv::kPurchaseBuyParamsKey]);
+                completion(YES, copy);
+            };
+        }
+        qv::purchaseInitiated(qv::darwin::downgradeFlows(), qv::darwin::valueFromObject(purchase), std::move(handBack));
+    });
+}
+
++ (void)displayDowngradeControllerForIdentifier:(NSString *)storeIdentifier
+                               bundleIdentifier:(NSString *)bundleIdentifier
+                                     completion:(void (^)(int))completion {
+    guarded([&] {
+        qv::displayDowngradeController(qv::darwin::downgradeFlows(), qv::darwin::storePurchasing(),
+                                       qv::darwin::textForm(storeIdentifier).value_or(""),
+                                       qv::darwin::toStdStringOrEmpty(bundleIdentifier), integerCompletion(completion));
+    });
+}
+
++ (void)displayTweaksControllerWithBundleId:(NSString *)bundleIdentifier {
+    guarded([&] { qv::displayTweaksController(qv::darwin::ui(), qv::darwin::toStdStringOrEmpty(bundleIdentifier)); });
+}
+
+@end

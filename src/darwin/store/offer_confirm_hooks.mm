@@ -1,0 +1,117 @@
+// Bodies of the older store's offer confirmations: list cells, browse cells and product pages.
+#include "darwin/core/guard.h"
+#include "darwin/core/hook_bodies.h"
+#include "darwin/core/startup.h"
+#include "darwin/core/strings.h"
+#include "darwin/downgrade/uikit_helper.h"
+#include "darwin/service/store_objects.h"
+#include "darwin/store/phone_store_purchasing.h"
+#include "darwin/store/store_items.h"
+#include "store/item_state.h"
+#include "store/offer_decisions.h"
+
+#include <array>
+
+namespace qv::darwin {
+namespace {
+
+using StoreAction = void (*)(id, SEL, id);
+
+// Prompts, or lets the store's action run, for one item whose state and identifier were read by the caller.
+void confirmOffer(id itemState, const std::string &itemIdentifier, UIView *sourceView, id sender,
+                  const std::function<void()> &callOrig) {
+    const std::int32_t state = stateValueOf(itemState);
+    const bool installed = installedAppState(state);
+    OfferSender offerSender;
+    if ([sender isKindOfClass:UILongPressGestureRecognizer.class]) {
+        offerSender = {true, static_cast<UIGestureRecognizer *>(sender).state};
+    }
+    switch (decideOfferAction(tweakPreferences().offerSettings(), installed, supportedAppState(state), offerSender)) {
+    case OfferDecision::CallOrig:
+        callOrig();
+        return;
+    case OfferDecision::Nothing:
+        return;
+    case OfferDecision::Prompt:
+        break;
+    }
+    OfferItem item;
+    item.itemIdentifier = itemIdentifier;
+    item.installed = installed;
+    item.callOrig = callOrig;
+    item.startPurchases = [itemIdentifier, installed](std::optional<std::string> version) {
+        submitToStore(purchasesForStoreIdentifier(toNSString(itemIdentifier), version ? toNSString(*version) : nil,
+                                                  installed ? YES : NO));
+    };
+    item.installedVersion = [itemIdentifier] {
+        NSNumber *storeIdentifier = @([toNSString(itemIdentifier) longLongValue]);
+        return versionIdentifierForAppWithID(applicationProxyFacts(applicationProxyForItemID(storeIdentifier)));
+    };
+    [QVUIKitHelper
+        downgradeAlertWithState:itemState
+                     completion:^(int answer) {
+                       guarded([&] { handleOfferAnswer(answer, item, PendingDowngrades::shared(), downgradeFlows()); });
+                     }
+                     sourceView:sourceView];
+}
+
+// The store's own action with the receiver and sender it was given; safe to run once the hook has returned.
+std::function<void()> storeActionOf(MethodImplementation orig, id self, SEL _cmd, id sender) {
+    return [orig, self, _cmd, sender] { guarded([&] { callable<StoreAction>(orig)(self, _cmd, sender); }); };
+}
+
+MethodImplementation origCellConfirm = nullptr;
+MethodImplementation origBrowseCellConfirm = nullptr;
+MethodImplementation origOfferViewAction = nullptr;
+
+template <MethodImplementation &Orig> void cellLayoutOfferConfirm(id self, SEL _cmd, id sender) {
+    const auto callOrig = storeActionOf(Orig, self, _cmd, sender);
+    bool handled = false;
+    guarded([&] {
+        if (!tweakPreferences().offerSettings().enableDowngradeOptions) {
+            return;
+        }
+        id itemState = valueOrNil(self, @"itemState");
+        id parentCell = valueOrNil(self, @"parentCellView");
+        handled = true;
+        confirmOffer(itemState, textForm(valueOrNil(itemState, @"itemIdentifier")).value_or("(null)"),
+                     [parentCell isKindOfClass:UIView.class] ? parentCell : nil, sender, callOrig);
+    });
+    if (!handled) {
+        callOrig();
+    }
+}
+
+void offerViewButtonAction(id self, SEL _cmd, id sender) {
+    const auto callOrig = storeActionOf(origOfferViewAction, self, _cmd, sender);
+    bool handled = false;
+    guarded([&] {
+        id libraryItem = libraryItemOf(self);
+        if (!tweakPreferences().offerSettings().enableDowngradeOptions || libraryItem == nil) {
+            return;
+        }
+        id storeIdentifier = valueOrNil(libraryItem, @"storeItemIdentifier");
+        handled = true;
+        confirmOffer(itemStateForIdentifier(storeIdentifier), textForm(storeIdentifier).value_or("(null)"), self,
+                     sender, callOrig);
+    });
+    if (!handled) {
+        callOrig();
+    }
+}
+
+constexpr std::array kBindings{
+    replacement<HookBody::CellLayoutOfferConfirm, cellLayoutOfferConfirm<origCellConfirm>>(origCellConfirm),
+    replacement<HookBody::BrowseCellLayoutOfferConfirm, cellLayoutOfferConfirm<origBrowseCellConfirm>>(
+        origBrowseCellConfirm),
+    replacement<HookBody::OfferViewButtonAction, offerViewButtonAction>(origOfferViewAction),
+};
+static_assert(bindsExactly(kBindings, kOfferConfirmBodies));
+
+} // namespace
+
+void bindOfferConfirmBodies(HookBodies &bodies) {
+    bodies.bind(kBindings);
+}
+
+} // namespace qv::darwin
