@@ -90,6 +90,62 @@ TEST_F(LiveService, ReportThenVersionsThenLookup) {
     EXPECT_EQ(test::runBinary("lookup --bundle-id com.example.live" + server).out, "7001\n");
 }
 
+struct DowngradeCase {
+    const char *name;
+    std::vector<std::string> arguments; // after "downgrade 7003 --server URL"
+    const char *typed;
+    int exitCode;
+    const char *lastLine; // of stdout on success, of stderr on failure
+};
+
+class LiveDowngrade : public LiveService, public ::testing::WithParamInterface<DowngradeCase> {};
+
+TEST_P(LiveDowngrade, ChoosesFromTheServiceListAndPrintsThePurchase) {
+    static const bool reported = [] {
+        for (const char *version : {R"("900","bundleShortVersionString":"1.0","bundleVersion":"1.0")",
+                                    R"("1000","bundleShortVersionString":"2.0","bundleVersion":"2.0")"}) {
+            const auto file = writeFile("dg.json", std::string(R"({"softwareVersionBundleId":"com.example.dg",)") +
+                                                       R"("itemId":"7003","itemName":"Dg",)" +
+                                                       R"("softwareVersionExternalIdentifier":)" + version + "}");
+            EXPECT_EQ(test::runInProcess({"report", "metadata", file, "--server", serverUrl()}).exitCode, 0);
+        }
+        return true;
+    }();
+    ASSERT_TRUE(reported);
+    std::vector<std::string> arguments{"downgrade", "7003", "--server", serverUrl()};
+    arguments.insert(arguments.end(), GetParam().arguments.begin(), GetParam().arguments.end());
+    const auto run = test::runInProcess(arguments, GetParam().typed);
+    EXPECT_EQ(run.exitCode, GetParam().exitCode) << run.err;
+    const std::string &shown = run.exitCode == 0 ? run.out : run.err;
+    ASSERT_FALSE(shown.empty());
+    const std::string last = shown.substr(shown.rfind('\n', shown.size() - 2) + 1);
+    EXPECT_EQ(last, std::string(GetParam().lastLine) + "\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Choices, LiveDowngrade,
+    ::testing::Values(
+        DowngradeCase{"PickByNumber",
+                      {},
+                      "2\n",
+                      0,
+                      "productType=C&price=0&salableAdamId=7003&pricingParameters=SWUPD&appExtVrsId=900&clientBuyId=1"},
+        DowngradeCase{
+            "TypeAnId", {"--buy-params", "a=1&appExtVrsId=1000&b=2"}, "+\n1551411\n", 0, "a=1&appExtVrsId=1551411&b=2"},
+        DowngradeCase{"OutOfRange", {}, "3\n", 1, "qvdovrin: not a choice: 3 (choose 1-2)"},
+        DowngradeCase{"Cancelled", {}, "q\n", 1, "qvdovrin: nothing chosen; the purchase stays as it was"},
+        DowngradeCase{"EndOfInput", {}, "", 1, "qvdovrin: nothing chosen; the purchase stays as it was"},
+        DowngradeCase{
+            "TypedIdNotDigits", {}, "+\n12a\n", 1, "qvdovrin: an external version identifier is decimal digits: 12a"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST_F(LiveService, DowngradeOfAnAppWithoutVersionsFails) {
+    const auto run = test::runInProcess({"downgrade", "7999", "--server", serverUrl()}, "1\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_EQ(run.err, "qvdovrin: no known versions of 7999 at " + serverUrl() + "\n");
+    EXPECT_EQ(run.out, "");
+}
+
 TEST_F(LiveService, DryRunPrintsTheRequestAndSendsNothing) {
     const auto item = writeFile("dry.json", R"({"bundleId":"com.example.dry","id":"7002","name":"Dry",
         "offers":[{"version":{"display":"1.0","externalId":"5"}}]})");

@@ -4,6 +4,9 @@
 #include "terminal_ui.h"
 
 #include <CLI/CLI.hpp>
+#include <unistd.h>
+
+#include <iostream>
 
 #include <chrono>
 #include <memory>
@@ -104,12 +107,12 @@ void printVersionsJson(const DowngradeOptions &options, const std::string &store
 
 // Shows the rows and acts on one answer: a row number, "+" to type an identifier, or q / an empty line to leave.
 void askForChoice(TerminalUi &ui, qv::VersionsListModel &list, Io &io) {
-    io.out << list.title() << " of " << list.storeIdentifier() << "\n";
+    io.err << list.title() << " of " << list.storeIdentifier() << "\n";
     const auto &rows = list.rows();
     for (std::size_t i = 0; i < rows.size(); ++i) {
-        io.out << "  " << i + 1 << ") " << rows[i].text << "  (" << rows[i].detailText << ")\n";
+        io.err << "  " << i + 1 << ") " << rows[i].text << "  (" << rows[i].detailText << ")\n";
     }
-    io.out << "Choose 1-" << rows.size() << ", + to type an external version id, or q to cancel: " << std::flush;
+    io.err << "Choose 1-" << rows.size() << ", + to type an external version id, or q to cancel: " << std::flush;
     const auto line = ui.readLine();
     if (!line || line->empty() || *line == "q") {
         list.leave();
@@ -144,7 +147,8 @@ void downgrade(const DowngradeOptions &options, Io &io) {
     const auto endpoints = endpointsFor(options.serverUrl);
     qv::posix::CurlHttp http;
     qv::posix::ThreadQueues queues;
-    TerminalUi ui(io.in, io.out);
+    // The list and its questions go to stderr, so stdout carries nothing but the purchase.
+    TerminalUi ui(io.in, io.err, &io.in != &std::cin || isatty(STDIN_FILENO) == 0);
     auto list = loadedList(ui, http, queues, endpoints.apiBaseUrl, storeIdentifier);
     if (options.json) {
         printVersionsJson(options, storeIdentifier, *list, io);

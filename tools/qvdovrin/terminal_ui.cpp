@@ -23,7 +23,13 @@ std::string oneLine(std::string text) {
 std::optional<std::string> TerminalUi::readLine() {
     std::string line;
     if (!std::getline(in_, line)) {
+        if (echoInput_) {
+            out_ << "\n";
+        }
         return std::nullopt;
+    }
+    if (echoInput_) {
+        out_ << line << "\n";
     }
     if (!line.empty() && line.back() == '\r') {
         line.pop_back();
@@ -33,7 +39,7 @@ std::optional<std::string> TerminalUi::readLine() {
 
 void TerminalUi::presentDialog(const qv::Dialog &dialog, std::function<void(const qv::DialogAnswer &)> answer) {
     if (dialog.buttons.size() == 1 && !dialog.textField) {
-        alert_ = oneLine(dialog.title + " " + dialog.message.value_or(""));
+        alert_ = oneLine(dialog.message.value_or(dialog.title));
         answer({0, {}});
         return;
     }

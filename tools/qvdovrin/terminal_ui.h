@@ -15,7 +15,8 @@ namespace qvdovrin {
 
 class TerminalUi final : public qv::Ui {
   public:
-    TerminalUi(std::istream &in, std::ostream &out) : in_(in), out_(out) {}
+    // echoInput: write each line read back out, so a transcript of piped input reads as if typed.
+    TerminalUi(std::istream &in, std::ostream &out, bool echoInput) : in_(in), out_(out), echoInput_(echoInput) {}
 
     bool hasAlertControllers() const override { return true; }
     bool isTablet() const override { return false; }
@@ -45,6 +46,7 @@ class TerminalUi final : public qv::Ui {
   private:
     std::istream &in_;
     std::ostream &out_;
+    bool echoInput_;
     std::shared_ptr<qv::ScreenModel> screen_;
     std::optional<std::string> alert_;
     std::vector<std::function<void()>> delayed_;
