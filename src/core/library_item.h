@@ -1,6 +1,7 @@
 // Resolves an offer view of the older store to the library item of its app.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <string_view>
 
@@ -14,15 +15,24 @@ inline constexpr std::string_view kPersonalizationItemsKey = "_personalizationIt
 
 enum class OfferDelegateKind { HorizontalLockupView, ProductLockupCell, Other };
 
-// Store requirements (member functions of the store object):
-//   Object                                   handle; Object{} is "nothing" and converts to false
-//   documentContainerAbove(offerView, depth) the container up the responder chain, or Object{}
-//   delegateOf(offerView), delegateKind(delegate)
-//   valueForKey(object, key)                 the private member read by key
-//   firstPersonalizationItem(lockup)         first of all objects of the lockup's library items set
-//   anyMember(set)                           any one member of a set, or Object{}
-// The lockup the delegate points at wins; without one, the container's personalisation items answer.
+// The store objects around an offer view. Object is a handle; Object{} is "nothing" and converts to false.
+// valueForKey reads a private member by key; firstPersonalizationItem is the first of the lockup's library items;
+// anyMember is any one member of a set.
 template <class Store>
+concept OfferSurroundings = std::copyable<typename Store::Object> &&
+    std::default_initializable<typename Store::Object> &&
+    requires(Store &store, const typename Store::Object &object, std::int64_t depth, std::string_view key) {
+    {static_cast<bool>(object)};
+    { store.documentContainerAbove(object, depth) } -> std::convertible_to<typename Store::Object>;
+    { store.delegateOf(object) } -> std::convertible_to<typename Store::Object>;
+    { store.delegateKind(object) } -> std::same_as<OfferDelegateKind>;
+    { store.valueForKey(object, key) } -> std::convertible_to<typename Store::Object>;
+    { store.firstPersonalizationItem(object) } -> std::convertible_to<typename Store::Object>;
+    { store.anyMember(object) } -> std::convertible_to<typename Store::Object>;
+};
+
+// The lockup the delegate points at wins; without one, the container's personalisation items answer.
+template <OfferSurroundings Store>
 typename Store::Object libraryItemForOfferView(Store &store, const typename Store::Object &view) {
     using Object = typename Store::Object;
     const Object container = store.documentContainerAbove(view, kDocumentContainerSearchDepth);

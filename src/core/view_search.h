@@ -1,6 +1,7 @@
 // Bounded searches through view trees and responder chains, written once over an abstract node.
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 
 namespace qv {
@@ -8,19 +9,32 @@ namespace qv {
 // The one-argument search forms look this many levels deep.
 inline constexpr std::int64_t kDefaultSearchDepth = 3;
 
-// Tree requirements (all static-free member functions of the tree object):
-//   Node            a cheap, copyable handle; Node{} is "nothing" and converts to false
-//   Class           what isKind tests against
-//   children(node)  the node's subviews, an indexable container with size()
-//   isKind(node, cls)
-//   nextResponder(node)            the next node up the responder chain, or Node{}
-//   isViewController(node), isView(node)
+// A node is a cheap, copyable handle; Node{} is "nothing" and converts to false.
+template <class Tree>
+concept NodeTree = std::copyable<typename Tree::Node> && std::default_initializable<typename Tree::Node> &&
+    requires(const typename Tree::Node &node) {
+    {static_cast<bool>(node)};
+};
+
+// A view tree: each node's subviews in order, and the kind test.
+template <class Tree>
+concept SubviewTree = NodeTree<Tree> &&
+    requires(Tree &tree, const typename Tree::Node &node, const typename Tree::Class &cls) {
+    { *tree.children(node).begin() } -> std::convertible_to<typename Tree::Node>;
+    { tree.isKind(node, cls) } -> std::convertible_to<bool>;
+};
+
+// A responder chain: the next node up (Node{} at the top) and the kind tests.
+template <class Tree>
+concept ResponderChain = NodeTree<Tree> && requires(Tree &tree, const typename Tree::Node &node) {
+    { tree.nextResponder(node) } -> std::convertible_to<typename Tree::Node>;
+};
 
 // The first descendant of kind cls: the direct children are tested before anything deeper, then each child is
 // searched depth-first with one level less. The outer loop repeats with ever smaller limits; a smaller search
 // cannot find what a larger one missed, and the repetition is kept on purpose so results and cost match the
 // store's expectations exactly.
-template <class Tree>
+template <SubviewTree Tree>
 typename Tree::Node firstSubviewOfClass(Tree &tree, const typename Tree::Node &view, const typename Tree::Class &cls,
                                         std::int64_t maxDepth) {
     using Node = typename Tree::Node;
@@ -45,7 +59,10 @@ typename Tree::Node firstSubviewOfClass(Tree &tree, const typename Tree::Node &v
 }
 
 // The first responder of kind cls above node (node itself is never tested), looking at most maxDepth steps up.
-template <class Tree>
+template <ResponderChain Tree>
+requires requires(Tree &tree, const typename Tree::Node &node, const typename Tree::Class &cls) {
+    { tree.isKind(node, cls) } -> std::convertible_to<bool>;
+}
 typename Tree::Node firstResponderOfClass(Tree &tree, const typename Tree::Node &node, const typename Tree::Class &cls,
                                           std::int64_t maxDepth) {
     using Node = typename Tree::Node;
@@ -63,7 +80,12 @@ typename Tree::Node firstResponderOfClass(Tree &tree, const typename Tree::Node 
 }
 
 // The nearest view controller up the chain, climbing through views only; no depth limit.
-template <class Tree> typename Tree::Node nearestViewController(Tree &tree, const typename Tree::Node &node) {
+template <ResponderChain Tree>
+requires requires(Tree &tree, const typename Tree::Node &node) {
+    { tree.isViewController(node) } -> std::convertible_to<bool>;
+    { tree.isView(node) } -> std::convertible_to<bool>;
+}
+typename Tree::Node nearestViewController(Tree &tree, const typename Tree::Node &node) {
     using Node = typename Tree::Node;
     for (Node next = tree.nextResponder(node); next; next = tree.nextResponder(next)) {
         if (tree.isViewController(next)) {

@@ -36,19 +36,20 @@ void VersionsListModel::refresh() {
 }
 
 void VersionsListModel::loaded(KnownVersions reply) {
-    versions_ = reply.ok() ? std::move(reply).value() : std::vector<QVVersion>();
+    const std::optional<Error> failure = reply.ok() ? std::nullopt : std::optional<Error>(reply.error());
+    versions_ = failure ? std::vector<QVVersion>() : std::move(reply).value();
     rows_.clear();
     for (const QVVersion &version : versions_) {
         rows_.push_back({version.bundle_version.value_or(""), version.external_identifier.value_or("")});
     }
     refreshing_ = false;
     changed();
-    if (reply.ok()) {
+    if (!failure) {
         return;
     }
     Dialog alert;
     alert.title = std::string(kLoadErrorTitle);
-    alert.message = std::string(kLoadErrorMessagePrefix) + reply.error().describe();
+    alert.message = std::string(kLoadErrorMessagePrefix) + failure->describe();
     alert.form = DialogForm::Alert;
     alert.presenter = Presenter::Screen;
     alert.buttons = {{std::string(kLoadErrorButton), ButtonRole::Default}};

@@ -122,7 +122,7 @@ std::string buyParametersAskingForVersion(std::string_view buyParameters, std::s
     return queryOf(items);
 }
 
-void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, PurchaseCompletion completion) {
+void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, const PurchaseCompletion &completion) {
     FlagPromptButtons buttons;
     buttons.continueButton = static_cast<bool>(completion);
     const Prompt prompt = flagPrompt(buttons, flows.updateBlockerDisabled(), flows.ui);
@@ -143,7 +143,7 @@ void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, PurchaseCom
                 completion(false, purchase);
             }
         });
-        list->setCompletion([purchase, completion](std::optional<std::string> version) {
+        list->setCompletion([purchase, completion](const std::optional<std::string> &version) {
             const Value &buyParameters = purchase[kPurchaseBuyParamsKey];
             // The formatter writes a missing string as "(null)", and that is what gets split.
             const std::string query = buyParameters.isNull() ? std::string(kMissingObjectText) : textOf(buyParameters);
@@ -165,7 +165,7 @@ void displayDowngradeController(DowngradeFlows &flows, StorePurchasing &purchasi
                                 const std::string &bundleIdentifier, std::function<void(int)> completion) {
     auto list = flows.makeVersionsList(storeIdentifier);
     list->setCompletion([&purchasing, storeIdentifier, bundleIdentifier,
-                         completion = std::move(completion)](std::optional<std::string> version) {
+                         completion = std::move(completion)](const std::optional<std::string> &version) {
         const bool installed = purchasing.appInstalled(bundleIdentifier);
         purchasing.submitPurchases(storeIdentifier, version.value_or(""), installed);
         if (completion) {
@@ -176,7 +176,7 @@ void displayDowngradeController(DowngradeFlows &flows, StorePurchasing &purchasi
 }
 
 void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const StoreIdentifierLookup &lookup,
-                       OfferButtonTap tap) {
+                       const OfferButtonTap &tap) {
     FlagPromptButtons buttons;
     buttons.continueButton = static_cast<bool>(tap.completion);
     buttons.cancelButton = true;
@@ -198,10 +198,11 @@ void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const
             return;
         }
         flows.ui.showProgress(std::string(kLoadingText));
-        lookup(bundleIdentifier, [&flows, &purchasing, bundleIdentifier, completion](std::string storeIdentifier) {
-            flows.ui.dismissProgress();
-            displayDowngradeController(flows, purchasing, storeIdentifier, bundleIdentifier, completion);
-        });
+        lookup(bundleIdentifier,
+               [&flows, &purchasing, bundleIdentifier, completion](const std::string &storeIdentifier) {
+                   flows.ui.dismissProgress();
+                   displayDowngradeController(flows, purchasing, storeIdentifier, bundleIdentifier, completion);
+               });
     };
     presentPrompt(flows.ui, prompt, std::move(handlers));
 }

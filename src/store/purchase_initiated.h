@@ -52,7 +52,7 @@ using PurchaseCompletion = std::function<void(bool rewritten, Value purchase)>;
 // A purchase the redesigned store is about to make: ask, then go on unchanged or with the chosen version.
 // Leaving the list lets the purchase go on unchanged. Without a completion nothing can go on, so only
 // "Downgrade" is offered.
-void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, PurchaseCompletion completion);
+void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, const PurchaseCompletion &completion);
 
 // The versions list for an app; on a choice the downgrade purchase is built and submitted, and the completion
 // (when there is one) receives 1 whether or not the store took it. Leaving the list does nothing more.
@@ -73,6 +73,6 @@ struct OfferButtonTap {
 // The redesigned store's held offer button: the flag prompt, then on "Downgrade" the lookup behind a progress
 // overlay and the list-then-submit flow.
 void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const StoreIdentifierLookup &lookup,
-                       OfferButtonTap tap);
+                       const OfferButtonTap &tap);
 
 } // namespace qv

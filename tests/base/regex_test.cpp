@@ -95,6 +95,7 @@ TEST(RegexThreads, OneCompiledPatternServesManyThreads) {
     constexpr int kRounds = 2000;
     std::vector<int> mismatches(kThreads, 0);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int t = 0; t < kThreads; ++t) {
         threads.emplace_back([&, t] {
             for (int i = 0; i < kRounds; ++i) {

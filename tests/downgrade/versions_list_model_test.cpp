@@ -19,7 +19,7 @@ struct ListRig {
     int cancelled = 0;
     std::shared_ptr<VersionsListModel> model = std::make_shared<VersionsListModel>(
         ui,
-        [this](const std::string &, std::function<void(KnownVersions)> done) {
+        [this](const std::string &, const std::function<void(KnownVersions)> &done) {
             ++loads;
             done(reply);
         },

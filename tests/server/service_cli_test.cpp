@@ -51,7 +51,7 @@ class LiveService : public ::testing::Test {
 
     static std::string serverUrl() { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
     static std::string writeFile(const std::string &name, const std::string &text) {
-        const std::string path = directory_->path() + "/" + name;
+        std::string path = directory_->path() + "/" + name;
         std::ofstream(path) << text;
         return path;
     }
@@ -165,7 +165,7 @@ TEST_P(CliBadInput, ExitsOneWithOneLine) {
     if (placeholder != std::string::npos) {
         arguments.replace(placeholder, 5, serverUrl());
     }
-    const std::string dir = directory_->path();
+    const std::string &dir = directory_->path();
     writeFile("broken.json", "{\"itemId\":");
     writeFile("disabled.json", R"({"disableAppCaching_QV":true})");
     writeFile("mismatch.json",

@@ -16,7 +16,7 @@ class AvailableTweaks : public ::testing::TestWithParam<const char *> {};
 TEST_P(AvailableTweaks, DismissesTheOverlayThenOpensThePage) {
     ScriptedUi ui;
     std::vector<std::string> asked;
-    const BundleIdentifierLookup lookup = [&](const std::string &id, std::function<void(std::string)> done) {
+    const BundleIdentifierLookup lookup = [&](const std::string &id, const std::function<void(std::string)> &done) {
         asked.push_back(id);
         done(GetParam());
     };

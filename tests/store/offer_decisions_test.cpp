@@ -73,7 +73,7 @@ struct AnswerRig {
         offer.itemIdentifier = "42";
         offer.installed = installed;
         offer.callOrig = [this] { store.emplace_back("orig"); };
-        offer.startPurchases = [this](std::optional<std::string> version) {
+        offer.startPurchases = [this](const std::optional<std::string> &version) {
             store.push_back("start " + version.value_or("(none)"));
         };
         offer.installedVersion = [] { return std::optional<std::int64_t>(815000); };

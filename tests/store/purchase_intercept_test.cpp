@@ -37,6 +37,7 @@ class Intercept : public ::testing::TestWithParam<InterceptCase> {};
 TEST_P(Intercept, RewritesMatchingPurchases) {
     const auto &c = GetParam();
     std::vector<PurchaseHandle> batch;
+    batch.reserve(c.batch.size());
     for (const auto &purchase : c.batch) {
         batch.push_back(std::make_shared<FakePurchase>(purchase.params, purchase.tag));
     }
