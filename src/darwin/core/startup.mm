@@ -12,7 +12,6 @@
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
 #include "darwin/install_layout.h"
-#include "darwin/service/store_lookup.h"
 #include "darwin/store/phone_store_purchasing.h"
 #include "downgrade/versions_list_model.h"
 #include "store/purchase_intercept.h"
@@ -135,8 +134,10 @@ StorePurchasing &storePurchasing() {
 }
 
 const StoreIdentifierLookup &storeIdentifierLookup() {
-    static const auto *const lookup = new StoreIdentifierLookup(
-        darwin::storeIdentifierLookup(http(), queues(), serviceClient().endpoints().lookupBaseUrl));
+    static const auto *const lookup =
+        new StoreIdentifierLookup([](const std::string &bundleIdentifier, std::function<void(std::string)> completion) {
+            serviceClient().getStoreIdentifierWithBundleId(bundleIdentifier, std::move(completion));
+        });
     return *lookup;
 }
 
