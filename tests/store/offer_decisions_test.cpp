@@ -8,6 +8,8 @@
 
 #include "base/json.h"
 #include "fakes/scripted_ui.h"
+#include "service/buy_parameters.h"
+#include "store/text_purchase.h"
 
 namespace qv {
 namespace {
@@ -157,6 +159,35 @@ TEST(PurchaseMarker, OnlyOurPurchasesGoThroughAndLoseTheMarker) {
         EXPECT_FALSE(theirs.issuedByUs) << store;
         EXPECT_EQ(theirs.purchase, purchase);
     }
+}
+
+// The older store end to end: the hold prompts, the user picks a version, the store queues its purchase and the
+// intercept rewrites it with the chosen version, consuming the entry.
+TEST(OfferFlow, HoldPromptListChoiceAndInterceptRewriteTheQueuedPurchase) {
+    AnswerRig rig;
+    TextPurchaseMaker maker;
+    std::vector<std::string> queued;
+    OfferItem item = rig.item(true);
+    item.startPurchases = [&](const std::optional<std::string> &version) {
+        const std::vector<PurchaseHandle> batch{maker.purchaseWithBuyParameters(
+            newPurchaseBuyParameters(item.itemIdentifier, version, item.installed))};
+        for (const auto &purchase : addPurchasesIntercept(batch, rig.pending, maker)) {
+            queued.push_back(purchase->buyParameters());
+        }
+    };
+    ASSERT_EQ(decideOfferAction({true, true}, true, true, {true, kGestureStateBegan}), OfferDecision::Prompt);
+    PromptHandlers handlers;
+    handlers.choice = [&](DowngradeChoice choice) {
+        handleOfferAnswer(static_cast<int>(choice), item, rig.pending, rig.flows);
+    };
+    presentPrompt(rig.ui, statePrompt(true, true, rig.ui), handlers);
+    ASSERT_TRUE(rig.ui.tap("Downgrade"));
+    auto list = rig.ui.lastScreen<VersionsListModel>();
+    ASSERT_NE(list, nullptr);
+    list->appeared();
+    list->chooseRow(0);
+    EXPECT_EQ(queued, std::vector<std::string>{rewrittenPurchaseBuyParameters("42", "700")});
+    EXPECT_EQ(rig.pending.find("42"), std::nullopt);
 }
 
 } // namespace
