@@ -72,7 +72,7 @@ Result<void> BlockedListModel::deleteRow(std::size_t index) {
     if (index >= keys_.size()) {
         return fail(ErrorCode::NotFound, "no row " + std::to_string(index));
     }
-    const Value key = keys_[index];
+    const Value key = std::move(keys_[index]);
     keys_.erase(keys_.begin() + static_cast<std::ptrdiff_t>(index));
     Result<void> unblocked = store_.unblockUpdate(key);
     if (deletedUpdate_) {
