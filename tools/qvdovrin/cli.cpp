@@ -17,6 +17,7 @@ int run(int argc, const char *const *argv, Io &io) {
     registerBlockedCommands(app, io);
     registerServiceCommands(app, io);
     registerHooksCommand(app, io);
+    registerSettingsCommand(app, io);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {
