@@ -59,11 +59,7 @@ INSTANTIATE_TEST_SUITE_P(
                              {{"disableAppCaching_QV", "YES"},
                               {"holdToDowngradeTipsShown_QV", 2},
                               {"disableUpdateBlocker_QV", "no"}},
-                             {false, false, true, true, false}},
-                    LoadCase{"KeysWithoutTheSuffixAreNotSettings",
-                             fail(ErrorCode::FileUnreadable, "missing"),
-                             {{"disableAppCaching", true}, {"enableDowngradeOptions_qv", true}},
-                             {}}),
+                             {false, false, true, true, false}}),
     [](const auto &info) { return std::string(info.param.name); });
 
 struct ChangeCase {
@@ -97,7 +93,6 @@ INSTANTIATE_TEST_SUITE_P(
     Cases, SettingsChange,
     testing::Values(ChangeCase{"AppCachingOn", Setting::DisableAppCaching, false, true, 0},
                     ChangeCase{"DowngradeOptionsOff", Setting::EnableDowngradeOptions, true, false, 0},
-                    ChangeCase{"TipsShown", Setting::HoldToDowngradeTipsShown, false, true, 0},
                     ChangeCase{"LongPressOn", Setting::LongPressToShowDowngradeOptions, false, true, 0},
                     ChangeCase{"BlockerOn", Setting::DisableUpdateBlocker, false, true, 1},
                     ChangeCase{"BlockerOff", Setting::DisableUpdateBlocker, true, false, 1},

@@ -1,4 +1,4 @@
-// The blocked-updates screen model: rows from the records and the installed apps, editing, and delete to unblock.
+// The blocked-updates screen model: its keys, and rows drawn from the records and the installed apps.
 #include "updates/blocked_list_model.h"
 
 #include <gtest/gtest.h>
@@ -38,7 +38,6 @@ struct ListRig {
     FakeNotifier notifier;
     MapApps apps;
     std::unique_ptr<BlockedUpdates> store;
-    int deletions = 0;
 
     explicit ListRig(Value records) {
         file.files[kFile] = std::move(records);
@@ -47,9 +46,7 @@ struct ListRig {
         apps.byBundle["com.a"] = {"com.a", "Alpha", "2.1", "210"};
         apps.byItem[222] = {"com.b", "Beta", std::nullopt, "77"};
     }
-    BlockedListModel screen() {
-        return BlockedListModel(*store, apps, [this] { ++deletions; });
-    }
+    BlockedListModel screen() { return BlockedListModel(*store, apps, nullptr); }
 };
 
 struct RowCase {
@@ -104,41 +101,6 @@ TEST(BlockedList, KeysAreTakenOnceInTheStoresOrder) {
     const BlockedListModel screen = rig.screen();
     ASSERT_TRUE(rig.store->saveRecord(Value("com.new"), BlockedUpdates::makeRecord("", true)).ok());
     EXPECT_EQ(screen.keys(), (std::vector<Value>{Value("com.z"), Value(222), Value("com.a")}));
-}
-
-TEST(BlockedList, EditThenDoneReturnsToEdit) {
-    ListRig rig{Value(Dictionary{})};
-    BlockedListModel screen = rig.screen();
-    EXPECT_EQ(screen.editButtonTitle(), "Edit");
-    screen.toggleEditing();
-    EXPECT_TRUE(screen.editing());
-    EXPECT_EQ(screen.editButtonTitle(), "Done");
-    screen.toggleEditing();
-    EXPECT_EQ(screen.editButtonTitle(), "Edit");
-}
-
-TEST(BlockedList, DeletingTheLastRowUnblocksTellsTheDelegateOnceAndPostsOnce) {
-    ListRig rig{Value(Dictionary{{"com.a", BlockedUpdates::makeRecord("2.0", false)}})};
-    BlockedListModel screen = rig.screen();
-    ASSERT_TRUE(screen.deleteRow(0).ok());
-    EXPECT_EQ(screen.rowCount(), 0U);
-    EXPECT_EQ(rig.deletions, 1);
-    EXPECT_EQ(rig.notifier.posts, (std::vector<FakeNotifier::Post>{
-                                      {FakeNotifier::Centre::SystemWide, kBlockedUpdatesDaemonReloadNotification}}));
-    EXPECT_TRUE(rig.file.files[kFile].asDictionary()->empty());
-    EXPECT_FALSE(screen.deleteRow(0).ok());
-    EXPECT_EQ(rig.deletions, 1);
-}
-
-TEST(BlockedList, AFailedSaveStillRemovesTheRowButKeepsTheRecord) {
-    ListRig rig{Value(Dictionary{{"com.a", BlockedUpdates::makeRecord("2.0", false)}})};
-    rig.file.failSaves = true;
-    BlockedListModel screen = rig.screen();
-    EXPECT_EQ(screen.deleteRow(0).error().code, ErrorCode::FileUnwritable);
-    EXPECT_EQ(screen.rowCount(), 0U);
-    EXPECT_EQ(rig.deletions, 1);
-    EXPECT_TRUE(rig.store->snapshot().contains(Value("com.a")));
-    EXPECT_TRUE(rig.notifier.posts.empty());
 }
 
 } // namespace

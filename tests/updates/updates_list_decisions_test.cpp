@@ -39,12 +39,6 @@ INSTANTIATE_TEST_SUITE_P(
                     EditCase{"TabletNotUpdatable", true, 2, false, false}),
     [](const auto &info) { return std::string(info.param.name); });
 
-TEST(UpdateRowEditing, OnlyItemsTheStoreListsAsUpdatableCount) {
-    const std::vector<std::string> updatable = {"com.a", "com.b"};
-    EXPECT_TRUE(isUpdatableItem(updatable, std::string("com.b")));
-    EXPECT_FALSE(isUpdatableItem(updatable, std::string("com.c")));
-}
-
 const std::string kFile = "/c/Documents/com.quorvane.qvdovrinkit.plist";
 
 struct HideCase {
