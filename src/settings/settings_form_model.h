@@ -46,7 +46,8 @@ struct FormSection {
 
 class SettingsFormModel final : public ScreenModel {
   public:
-    // makeBlockedList builds the blocked-updates screen, handing it the call to make after each deletion.
+    // makeBlockedList builds the blocked-updates screen, handing it the call to make after each deletion. That call
+    // refers to this form, which must outlive what it pushes (the settings screen lives as long as the process).
     using BlockedListFactory = std::function<std::shared_ptr<ScreenModel>(std::function<void()> deletedUpdate)>;
 
     SettingsFormModel(Ui &ui, SettingsModel &settings, Notifier &notifier, BlockedListFactory makeBlockedList);
