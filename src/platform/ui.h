@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace qv {
@@ -56,7 +57,7 @@ struct DialogAnswer {
 };
 
 // A screen drawn from a view model; the adapter picks its drawing by kind.
-enum class ScreenKind { VersionsList };
+enum class ScreenKind { VersionsList, SettingsForm, BlockedUpdates };
 
 class ScreenModel {
   public:
@@ -91,6 +92,11 @@ class Ui {
     // Presents the screen modally inside a navigation controller of its own, and takes it away again.
     virtual void presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) = 0;
     virtual void dismissScreen(const ScreenModel &screen) = 0;
+    // Pushes the screen onto the navigation controller of the screen that asks. Adapters without navigation
+    // present it instead.
+    virtual void pushScreen(std::shared_ptr<ScreenModel> screen) {
+        presentScreen(std::move(screen), Presenter::Screen);
+    }
 
     // A dark overlay with a text label over the key window, and its removal.
     virtual void showProgress(const std::string &text) = 0;

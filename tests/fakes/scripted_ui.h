@@ -32,6 +32,10 @@ class ScriptedUi : public Ui {
         screenPresenters.push_back(presenter);
         log.emplace_back("screen");
     }
+    void pushScreen(std::shared_ptr<ScreenModel> screen) override {
+        pushed.push_back(screen);
+        log.emplace_back("push");
+    }
     void dismissScreen(const ScreenModel &screen) override {
         log.emplace_back("dismissScreen");
         dismissed.push_back(&screen);
@@ -93,6 +97,7 @@ class ScriptedUi : public Ui {
     std::vector<Dialog> dialogs;
     std::vector<std::shared_ptr<ScreenModel>> screens;
     std::vector<Presenter> screenPresenters;
+    std::vector<std::shared_ptr<ScreenModel>> pushed;
     std::vector<const ScreenModel *> dismissed;
     std::vector<std::string> log;
     std::vector<std::chrono::milliseconds> delays;

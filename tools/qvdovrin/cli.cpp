@@ -18,6 +18,7 @@ int run(int argc, const char *const *argv, Io &io) {
     registerServiceCommands(app, io);
     registerHooksCommand(app, io);
     registerDowngradeCommand(app, io);
+    registerSettingsCommand(app, io);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {

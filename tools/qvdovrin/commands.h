@@ -43,6 +43,7 @@ void registerBlockedCommands(CLI::App &app, Io &io);  // blocked
 void registerServiceCommands(CLI::App &app, Io &io);  // serve, versions, lookup, report
 void registerHooksCommand(CLI::App &app, Io &io);     // hooks
 void registerDowngradeCommand(CLI::App &app, Io &io); // downgrade
+void registerSettingsCommand(CLI::App &app, Io &io);  // settings
 
 // Parses and runs one command line; returns the process exit code. Never throws.
 int run(int argc, const char *const *argv, Io &io);

@@ -1,10 +1,11 @@
-// Blocked-updates commands: blocked list/add/remove/check/merge over a blocked-updates archive file.
+// Blocked-updates commands: blocked list/add/remove/check/merge/review over a blocked-updates archive file.
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
 #include <filesystem>
+#include <iostream>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -13,8 +14,10 @@
 #include <vector>
 
 #include "base/json.h"
+#include "platform/installed_apps.h"
 #include "posix/archive_file_posix.h"
 #include "posix/json_file.h"
+#include "updates/blocked_list_model.h"
 #include "updates/blocked_updates.h"
 
 namespace qvdovrin {
@@ -51,16 +54,39 @@ struct CheckOptions {
     double coreFoundationVersion = kDefaultCoreFoundationVersion;
 };
 
+struct ReviewOptions {
+    std::string file;
+    std::string appsFile;
+};
+
 struct MergeOptions {
     std::string file;
     std::string updatesFile;
     double coreFoundationVersion = kDefaultCoreFoundationVersion;
 };
 
+// Says what the store posted; the terminal has no daemon or update screens to tell.
+class PrintingNotifier : public qv::Notifier {
+  public:
+    explicit PrintingNotifier(std::ostream *out = nullptr) : out_(out) {}
+    void postSystemWide(const std::string &name) override { say(name + " (system-wide)"); }
+    void postLocal(const std::string &name) override { say(name + " (this process)"); }
+
+  private:
+    void say(const std::string &text) {
+        if (out_ != nullptr) {
+            *out_ << "posted " << text << "\n";
+        }
+    }
+    std::ostream *out_;
+};
+
 // The store over one file, opened only after the file is known to be usable, so a corrupt file is never rewritten.
 class OpenedStore {
   public:
-    OpenedStore(const std::string &path, bool createIfMissing, double coreFoundationVersion) {
+    OpenedStore(const std::string &path, bool createIfMissing, double coreFoundationVersion,
+                std::ostream *notices = nullptr)
+        : notifier_(notices) {
         std::error_code ignored;
         const bool missing = !std::filesystem::exists(path, ignored);
         if (!(missing && createIfMissing)) {
@@ -80,7 +106,7 @@ class OpenedStore {
 
   private:
     qv::posix::PosixArchiveFile file_;
-    qv::SilentNotifier notifier_;
+    PrintingNotifier notifier_;
     std::unique_ptr<qv::BlockedUpdates> store_;
 };
 
@@ -187,6 +213,93 @@ void mergeUpdates(const MergeOptions &options, Io &io) {
            << "\n";
 }
 
+// The installed apps a phone would know, from a JSON array of {"bundleId", "itemId", "name", "shortVersion",
+// "bundleVersion"}; without a file no app is installed.
+class JsonInstalledApps : public qv::InstalledApps {
+  public:
+    explicit JsonInstalledApps(const std::string &path) {
+        if (path.empty()) {
+            return;
+        }
+        const qv::Value apps = valueOrBadInput(qv::posix::readJsonFile(path));
+        if (apps.asArray() == nullptr) {
+            throw BadInput(path + ": expected an array of apps");
+        }
+        apps_ = *apps.asArray();
+    }
+
+    std::optional<qv::InstalledApp> appForKey(const qv::Value &key) const override {
+        const char *field = key.asString() != nullptr ? "bundleId" : "itemId";
+        for (const qv::Value &app : apps_) {
+            if (app[field] == key) {
+                return qv::InstalledApp{text(app["bundleId"]).value_or(""), text(app["name"]).value_or(""),
+                                        text(app["shortVersion"]), text(app["bundleVersion"])};
+            }
+        }
+        return std::nullopt;
+    }
+
+  private:
+    static std::optional<std::string> text(const qv::Value &value) {
+        if (value.asString() != nullptr) {
+            return *value.asString();
+        }
+        return std::nullopt;
+    }
+    qv::Array apps_;
+};
+
+void printReviewScreen(const qv::BlockedListModel &screen, Io &io) {
+    io.out << screen.title() << "  [" << screen.editButtonTitle() << "]\n";
+    if (screen.rowCount() == 0) {
+        io.out << "  (no blocked updates)\n";
+    }
+    for (std::size_t index = 0; index < screen.rowCount(); ++index) {
+        const qv::BlockedListModel::Row row = screen.row(index);
+        io.out << "  " << index + 1 << ". " << (row.title.empty() ? keyText(screen.keys()[index]) : row.title);
+        if (!row.iconBundleIdentifier.empty()) {
+            io.out << " (" << row.iconBundleIdentifier << ")";
+        }
+        io.out << "\n     " << row.detail << "\n";
+    }
+}
+
+// The blocked-updates screen in the terminal: "d N" deletes row N (unblocking it), "e" toggles Edit/Done,
+// "q" or the end of input leaves.
+void reviewRecords(const ReviewOptions &options, Io &io) {
+    const JsonInstalledApps apps(options.appsFile);
+    OpenedStore opened(options.file, true, kDefaultCoreFoundationVersion, &io.out);
+    PrintingNotifier screens(&io.out);
+    // The settings screen is the delegate on the phone: after each deletion it tells the update screens.
+    qv::BlockedListModel screen(opened.store(), apps,
+                                [&screens] { screens.postLocal(qv::kReloadUpdatesNotification); });
+    printReviewScreen(screen, io);
+    std::string line;
+    while (io.out << "> " << std::flush, std::getline(std::cin, line)) {
+        if (line == "q") {
+            break;
+        }
+        if (line == "e") {
+            screen.toggleEditing();
+        } else if (line.size() > 2 && line.compare(0, 2, "d ") == 0 && line.size() < 12 &&
+                   line.find_first_not_of("0123456789", 2) == std::string::npos) {
+            const std::size_t number = std::stoul(line.substr(2));
+            if (number == 0 || number > screen.rowCount()) {
+                io.out << "no row " << line.substr(2) << "\n";
+                continue;
+            }
+            const std::string key = keyText(screen.keys()[number - 1]);
+            const auto unblocked = screen.deleteRow(number - 1);
+            io.out << (unblocked ? "unblocked " + key : "not saved: " + unblocked.error().describe()) << "\n";
+        } else {
+            io.out << "commands: d N (delete row N), e (Edit/Done), q (quit)\n";
+            continue;
+        }
+        printReviewScreen(screen, io);
+    }
+    io.out << "\n";
+}
+
 } // namespace
 
 void registerBlockedCommands(CLI::App &app, Io &io) {
@@ -234,6 +347,12 @@ void registerBlockedCommands(CLI::App &app, Io &io) {
                      "CoreFoundation version of the system the updates come from")
         ->capture_default_str();
     merge->callback([mergeOptions, &io] { mergeUpdates(*mergeOptions, io); });
+
+    auto reviewOptions = std::make_shared<ReviewOptions>();
+    CLI::App *review = blocked->add_subcommand("review", "The blocked-updates screen: delete rows to unblock");
+    review->add_option("FILE", reviewOptions->file, "blocked-updates file")->required();
+    review->add_option("--apps", reviewOptions->appsFile, "JSON array of installed apps (names and versions)");
+    review->callback([reviewOptions, &io] { reviewRecords(*reviewOptions, io); });
 }
 
 } // namespace qvdovrin

@@ -73,6 +73,10 @@ void UikitUi::presentScreen(std::shared_ptr<ScreenModel> screen, Presenter prese
         case ScreenKind::VersionsList:
             root = makeVersionsScreen(std::static_pointer_cast<VersionsListModel>(screen));
             break;
+        case ScreenKind::SettingsForm:
+        case ScreenKind::BlockedUpdates:
+            // Drawn once the settings and blocked-updates screens land on the phone; nothing is shown until then.
+            break;
         }
         if (root == nil) {
             return;

@@ -18,6 +18,9 @@ class DefaultsPreferences final : public Preferences {
   public:
     explicit DefaultsPreferences(NSUserDefaults *defaults) : defaults_(defaults) {}
     std::optional<Value> valueForKey(const std::string &key) const override;
+    void setValue(const std::string &key, Value value) override;
+    Result<void> flush() override;
+    void registerDefaults(const Dictionary &defaults) override;
 
   private:
     NSUserDefaults *defaults_;

@@ -32,6 +32,28 @@ std::optional<Value> DefaultsPreferences::valueForKey(const std::string &key) co
     return value;
 }
 
+void DefaultsPreferences::setValue(const std::string &key, Value value) {
+    guarded([&] { [defaults_ setObject:objectFromValue(value) forKey:toNSString(key)]; });
+}
+
+Result<void> DefaultsPreferences::flush() {
+    bool written = false;
+    guarded([&] { written = [defaults_ synchronize]; });
+    if (!written) {
+        return fail(ErrorCode::FileUnwritable, "the preferences could not be written");
+    }
+    return {};
+}
+
+void DefaultsPreferences::registerDefaults(const Dictionary &defaults) {
+    guarded([&] {
+        id registered = objectFromValue(Value(defaults));
+        if ([registered isKindOfClass:NSDictionary.class]) {
+            [defaults_ registerDefaults:static_cast<NSDictionary *>(registered)];
+        }
+    });
+}
+
 TweakPreferences::TweakPreferences() : defaults_(tweakDefaults()), preferences_(defaults_) {}
 
 bool TweakPreferences::flag(std::string_view name) const {

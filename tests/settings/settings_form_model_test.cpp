@@ -1,0 +1,117 @@
+// The settings screen's form: its sections, switches bound to the settings, appearing, leaving, and the way to
+// the blocked-updates screen and back.
+#include "settings/settings_form_model.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "fakes/fake_archive_file.h"
+#include "fakes/fake_notifier.h"
+#include "fakes/fake_preferences.h"
+#include "fakes/scripted_ui.h"
+#include "updates/blocked_list_model.h"
+
+namespace qv {
+namespace {
+
+const std::string kFile = "/c/Documents/com.quorvane.qvdovrinkit.plist";
+
+struct NoApps : InstalledApps {
+    std::optional<InstalledApp> appForKey(const Value & /*key*/) const override { return std::nullopt; }
+};
+
+struct FormRig {
+    ScriptedUi ui;
+    FakePreferences preferences;
+    FakeNotifier notifier;
+    FakeArchiveFile file;
+    NoApps apps;
+    std::unique_ptr<BlockedUpdates> store;
+    std::unique_ptr<SettingsModel> settings;
+    std::unique_ptr<SettingsFormModel> form;
+
+    explicit FormRig(Dictionary records = {}) {
+        file.files[kFile] = Value(std::move(records));
+        store = std::make_unique<BlockedUpdates>(BlockedUpdates::Environment{
+            &file, &notifier, [] { return std::optional<std::string>(kFile); }, kOffersCoreFoundationVersion});
+        settings = std::make_unique<SettingsModel>(preferences, notifier);
+        form = std::make_unique<SettingsFormModel>(ui, *settings, notifier, [this](std::function<void()> deleted) {
+            return std::make_shared<BlockedListModel>(*store, apps, std::move(deleted));
+        });
+    }
+};
+
+struct SectionCase {
+    const char *header;
+    const char *title;
+    FormRow::Kind kind;
+    std::optional<Setting> setting;
+    std::optional<std::string> footer;
+};
+
+TEST(SettingsForm, FourSectionsInOrderOneRowEach) {
+    FormRig rig;
+    const std::vector<SectionCase> expected = {
+        {"Update Block Options", "Manage Blocked/Hidden Updates", FormRow::Kind::Action, std::nullopt, std::nullopt},
+        {"Downgrade Options", "Enable Downgrade Options", FormRow::Kind::Switch, Setting::EnableDowngradeOptions,
+         std::nullopt},
+        {"Crowdsource Options", "Disable App Caching", FormRow::Kind::Switch, Setting::DisableAppCaching,
+         std::string(kCrowdsourceFooter)},
+        {"Update Blocking Options", "Disable Update Blocker", FormRow::Kind::Switch, Setting::DisableUpdateBlocker,
+         "Disable the update blocking feature."}};
+    const auto &sections = rig.form->sections();
+    ASSERT_EQ(sections.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        SCOPED_TRACE(expected[i].header);
+        EXPECT_EQ(sections[i].header, expected[i].header);
+        ASSERT_EQ(sections[i].rows.size(), 1U);
+        EXPECT_EQ(sections[i].rows[0].title, expected[i].title);
+        EXPECT_EQ(sections[i].rows[0].kind, expected[i].kind);
+        EXPECT_EQ(sections[i].rows[0].setting, expected[i].setting);
+        EXPECT_EQ(sections[i].footer, expected[i].footer);
+    }
+    EXPECT_EQ(sections[0].rows[0].action, "didTapBlockedUpdates:");
+    EXPECT_TRUE(sections[0].rows[0].disclosure);
+}
+
+TEST(SettingsForm, SwitchesWriteThroughAppearingShowsChangesLeavingFlushes) {
+    FormRig rig;
+    ASSERT_TRUE(rig.form->setSwitch(3, 0, true).ok());
+    EXPECT_EQ(rig.preferences.flushedValues.at("disableUpdateBlocker_QV"), Value(true));
+    EXPECT_FALSE(rig.form->setSwitch(0, 0, true).ok()); // the action row is no switch
+
+    ASSERT_TRUE(rig.settings->set(Setting::DisableAppCaching, true).ok()); // changed elsewhere
+    EXPECT_FALSE(rig.form->sections()[2].rows[0].on);
+    rig.form->appeared();
+    EXPECT_TRUE(rig.form->sections()[2].rows[0].on);
+    EXPECT_EQ(rig.form->title(), "Verdigo Settings");
+
+    const int flushes = rig.preferences.flushes;
+    ASSERT_TRUE(rig.form->disappearing().ok());
+    EXPECT_EQ(rig.form->title(), "");
+    EXPECT_EQ(rig.preferences.flushes, flushes + 1);
+}
+
+TEST(SettingsForm, EachDeletionOnTheBlockedScreenTellsTheUpdateScreensOnce) {
+    FormRig rig(Dictionary{{Value(111), BlockedUpdates::makeRecord("2.0", false)},
+                           {Value("com.b"), BlockedUpdates::makeRecord("", true)}});
+    rig.form->tapRow(1, 0); // a switch: nothing to push
+    EXPECT_TRUE(rig.ui.pushed.empty());
+    rig.form->tapRow(0, 0);
+    ASSERT_EQ(rig.ui.pushed.size(), 1U);
+    const auto blocked = std::dynamic_pointer_cast<BlockedListModel>(rig.ui.pushed[0]);
+    ASSERT_NE(blocked, nullptr);
+    ASSERT_TRUE(blocked->deleteRow(1).ok());
+    ASSERT_TRUE(blocked->deleteRow(0).ok());
+    const FakeNotifier::Post daemon{FakeNotifier::Centre::SystemWide, kBlockedUpdatesDaemonReloadNotification};
+    const FakeNotifier::Post screens{FakeNotifier::Centre::Local, kReloadUpdatesNotification};
+    EXPECT_EQ(rig.notifier.posts, (std::vector<FakeNotifier::Post>{daemon, screens, daemon, screens}));
+    EXPECT_EQ(blocked->rowCount(), 0U);
+    EXPECT_TRUE(rig.file.files[kFile].asDictionary()->empty());
+}
+
+} // namespace
+} // namespace qv
