@@ -25,7 +25,7 @@ std::string naiveExtract(std::string_view params, std::string_view pattern) {
 }
 
 std::string naiveSetVersion(std::string_view params, std::string_view version) {
-    const auto regex = qv::Regex::compile(R"(appExtVrsId=([\d]*))", qv::Regex::kCaseInsensitive);
+    const auto regex = qv::Regex::compile(R"(appExtVrsId=([\d]*))", qv::RegexCase::Insensitive);
     std::string rewritten = regex->replaceAll(params, "appExtVrsId=" + std::string(version) + "$2");
     for (auto at = rewritten.find("&installed=1"); at != std::string::npos; at = rewritten.find("&installed=1", at)) {
         rewritten.erase(at, std::string_view("&installed=1").size());

@@ -12,6 +12,7 @@ namespace {
 
 constexpr int kBusyTimeoutMilliseconds = 5000;
 
+// The statements stay C strings: SQLite reads them up to their terminating NUL.
 constexpr const char *kSchema = R"sql(
 CREATE TABLE IF NOT EXISTS apps(
   app_id INTEGER PRIMARY KEY,

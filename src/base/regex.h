@@ -22,12 +22,12 @@ struct RegexMatch {
     std::string_view group(std::string_view subject, std::size_t n) const;
 };
 
+enum class RegexCase { Sensitive, Insensitive };
+
 class Regex {
   public:
-    enum Options : unsigned { kNoOptions = 0, kCaseInsensitive = 1U << 0U };
-
     // Compiles with the platform's ICU engine; nullptr when the pattern is invalid.
-    static std::unique_ptr<Regex> compile(std::string_view pattern, unsigned options = kNoOptions);
+    static std::unique_ptr<Regex> compile(std::string_view pattern, RegexCase matching = RegexCase::Sensitive);
 
     Regex() = default;
     Regex(const Regex &) = delete;

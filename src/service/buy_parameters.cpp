@@ -36,7 +36,7 @@ const Regex *versionRegex() {
 }
 
 const Regex *caseInsensitiveVersionRegex() {
-    static const Regex *const regex = Regex::compile(kVersionPattern, Regex::kCaseInsensitive).release();
+    static const Regex *const regex = Regex::compile(kVersionPattern, RegexCase::Insensitive).release();
     return regex;
 }
 
@@ -105,7 +105,7 @@ std::string versionFromBuyParameters(std::string_view buyParameters) {
 
 std::optional<std::string> stringByReplacingStringWithPattern(std::string_view receiver, std::string_view pattern,
                                                               std::string_view replacement) {
-    const auto regex = Regex::compile(pattern, Regex::kCaseInsensitive);
+    const auto regex = Regex::compile(pattern, RegexCase::Insensitive);
     if (!regex) {
         return std::nullopt;
     }

@@ -88,7 +88,7 @@ void SettingsFormModel::tapRow(std::size_t section, std::size_t row) {
 }
 
 void SettingsFormModel::hiddenUpdatesDidDeleteUpdate() {
-    notifier_.postLocal(kReloadUpdatesNotification);
+    notifier_.postLocal(std::string(kReloadUpdatesNotification));
 }
 
 } // namespace qv

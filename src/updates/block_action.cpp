@@ -7,7 +7,7 @@ namespace {
 
 // The mail body's lines are padded so that the composer shows each on its own line.
 constexpr std::size_t kMailLinePadding = 60;
-constexpr const char *kMissingText = "(null)";
+constexpr std::string_view kMissingText = "(null)";
 
 std::optional<std::string> keyText(const Value &key) {
     if (const auto *integer = key.asInteger()) {
@@ -34,14 +34,14 @@ bool UpdateBlocker::blockUpdate(const BlockableItem &item, bool allUpdates) {
         failureAlert_.show(BlockFailure{item.description, version, key});
         return false;
     }
-    notifier_.postSystemWide(kBlockedUpdatesDaemonReloadNotification);
+    notifier_.postSystemWide(std::string(kBlockedUpdatesDaemonReloadNotification));
     return true;
 }
 
 bool UpdateBlocker::blockUpdate(const BlockableItem &item, bool allUpdates, bool notify) {
     const bool blocked = blockUpdate(item, allUpdates);
     if (notify) {
-        notifier_.postLocal(kReloadUpdatesNotification);
+        notifier_.postLocal(std::string(kReloadUpdatesNotification));
     }
     return blocked;
 }
@@ -49,9 +49,9 @@ bool UpdateBlocker::blockUpdate(const BlockableItem &item, bool allUpdates, bool
 std::string blockFailureMailBody(const std::optional<std::string> &itemDescription,
                                  const std::optional<std::string> &version, const std::optional<std::string> &key) {
     const std::string padding(kMailLinePadding, ' ');
-    return "update: " + itemDescription.value_or(kMissingText) + ", \n" + padding +
-           "version: " + version.value_or(kMissingText) + " \n" + padding +
-           "itemIdentifier: " + key.value_or(kMissingText) + " \n" + padding;
+    return "update: " + itemDescription.value_or(std::string(kMissingText)) + ", \n" + padding +
+           "version: " + version.value_or(std::string(kMissingText)) + " \n" + padding +
+           "itemIdentifier: " + key.value_or(std::string(kMissingText)) + " \n" + padding;
 }
 
 std::string blockFailureMailBody(const BlockFailure &failure) {

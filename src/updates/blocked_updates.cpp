@@ -68,7 +68,7 @@ std::function<std::optional<std::string>()> BlockedUpdates::fileInContainer(cons
         if (directory->back() != '/') {
             directory->push_back('/');
         }
-        return *directory + kBlockedUpdatesRelativePath;
+        return *directory + std::string(kBlockedUpdatesRelativePath);
     };
 }
 
@@ -191,7 +191,7 @@ Result<void> BlockedUpdates::unblockUpdate(const Value &key) {
         saved = changeAndSaveLocked([&] { blocked_.erase(key); });
     }
     if (saved && environment_.notifier != nullptr) {
-        environment_.notifier->postSystemWide(kBlockedUpdatesDaemonReloadNotification);
+        environment_.notifier->postSystemWide(std::string(kBlockedUpdatesDaemonReloadNotification));
     }
     return saved;
 }
@@ -199,7 +199,7 @@ Result<void> BlockedUpdates::unblockUpdate(const Value &key) {
 Result<void> BlockedUpdates::unblockUpdate(const Value &key, bool notify) {
     Result<void> saved = unblockUpdate(key);
     if (notify && environment_.notifier != nullptr) {
-        environment_.notifier->postLocal(kReloadUpdatesNotification);
+        environment_.notifier->postLocal(std::string(kReloadUpdatesNotification));
     }
     return saved;
 }

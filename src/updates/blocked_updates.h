@@ -8,6 +8,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/result.h"
@@ -19,15 +20,15 @@
 namespace qv {
 
 // The file, relative to the App Store app's data container. The name says plist; the content is a keyed archive.
-constexpr const char *kBlockedUpdatesRelativePath = "Documents/com.quorvane.qvdovrinkit.plist";
+inline constexpr std::string_view kBlockedUpdatesRelativePath = "Documents/com.quorvane.qvdovrinkit.plist";
 // Tells the store daemon that the file changed.
-constexpr const char *kBlockedUpdatesDaemonReloadNotification = "com.quorvane.dovrinkit.itunestored.reload";
+inline constexpr std::string_view kBlockedUpdatesDaemonReloadNotification = "com.quorvane.dovrinkit.itunestored.reload";
 // Tells the App Store app's own update screens to reload their tables.
-constexpr const char *kReloadUpdatesNotification = "com.quorvane.dovrinkit.itunestored.reloadupdates";
+inline constexpr std::string_view kReloadUpdatesNotification = "com.quorvane.dovrinkit.itunestored.reloadupdates";
 
 // A record: {"version": the hidden version or "", "all": whether every future update is hidden}.
-constexpr const char *kBlockedVersionKey = "version";
-constexpr const char *kBlockedAllKey = "all";
+inline constexpr std::string_view kBlockedVersionKey = "version";
+inline constexpr std::string_view kBlockedAllKey = "all";
 
 // Whether a record hides every future update. The field is read as the platform reads a switch, so a record
 // written by hand with "YES" or "1" counts as well as a boolean.
@@ -116,8 +117,8 @@ class BlockedUpdates {
 
 // The titles of the updates page's sections whose items are filtered: the store app's own localised texts for
 // these keys (default table, "" when missing).
-constexpr const char *kAvailableUpdatesTitleKey = "UPDATES_AVAILABLE_UPDATES";
-constexpr const char *kPendingUpdatesTitleKey = "UPDATES_PENDING_UPDATES";
+inline constexpr std::string_view kAvailableUpdatesTitleKey = "UPDATES_AVAILABLE_UPDATES";
+inline constexpr std::string_view kPendingUpdatesTitleKey = "UPDATES_PENDING_UPDATES";
 
 struct UpdatesSectionTitles {
     std::string availableUpdates;

@@ -20,7 +20,7 @@ TEST(RegexCompile, InvalidPatternsGiveNothing) {
 
 struct ReplaceCase {
     const char *pattern;
-    unsigned options;
+    RegexCase matching;
     const char *subject;
     const char *replacementTemplate;
     const char *expected;
@@ -30,7 +30,7 @@ class RegexReplace : public ::testing::TestWithParam<ReplaceCase> {};
 
 TEST_P(RegexReplace, ExpandsTemplate) {
     const auto &c = GetParam();
-    const auto regex = Regex::compile(c.pattern, c.options);
+    const auto regex = Regex::compile(c.pattern, c.matching);
     ASSERT_NE(regex, nullptr);
     EXPECT_EQ(regex->replaceAll(c.subject, c.replacementTemplate), c.expected);
 }
@@ -39,20 +39,20 @@ INSTANTIATE_TEST_SUITE_P(
     Templates, RegexReplace,
     ::testing::Values(
         // A reference to a group the pattern lacks expands to nothing, neither kept literally nor an error.
-        ReplaceCase{"k=(\\d*)", Regex::kNoOptions, "k=1&k=22", "K=9$2", "K=9&K=9"},
-        ReplaceCase{"(a)(b)?", Regex::kNoOptions, "ac ab", "[$2$1]", "[a]c [ba]"},
+        ReplaceCase{"k=(\\d*)", RegexCase::Sensitive, "k=1&k=22", "K=9$2", "K=9&K=9"},
+        ReplaceCase{"(a)(b)?", RegexCase::Sensitive, "ac ab", "[$2$1]", "[a]c [ba]"},
         // "$" takes further digits only while they still name a group.
-        ReplaceCase{"(a)", Regex::kNoOptions, "a", "$10", "a0"},
-        ReplaceCase{"(x)", Regex::kNoOptions, "x", "\\$1\\\\", "$1\\"},
-        ReplaceCase{"abc", Regex::kCaseInsensitive, "ABC aBc abc", "-", "- - -"},
-        ReplaceCase{"abc", Regex::kNoOptions, "ABC aBc abc", "-", "ABC aBc -"},
-        ReplaceCase{"x*", Regex::kNoOptions, "ab", "-", "-a-b-"},
-        ReplaceCase{"\\d+", Regex::kNoOptions,
+        ReplaceCase{"(a)", RegexCase::Sensitive, "a", "$10", "a0"},
+        ReplaceCase{"(x)", RegexCase::Sensitive, "x", "\\$1\\\\", "$1\\"},
+        ReplaceCase{"abc", RegexCase::Insensitive, "ABC aBc abc", "-", "- - -"},
+        ReplaceCase{"abc", RegexCase::Sensitive, "ABC aBc abc", "-", "ABC aBc -"},
+        ReplaceCase{"x*", RegexCase::Sensitive, "ab", "-", "-a-b-"},
+        ReplaceCase{"\\d+", RegexCase::Sensitive,
                     "\xC3\xA9"
                     "12\xE2\x82\xAC"
                     "3",
                     "<$0>", "\xC3\xA9<12>\xE2\x82\xAC<3>"},
-        ReplaceCase{"\\d+", Regex::kNoOptions, "", "-", ""}));
+        ReplaceCase{"\\d+", RegexCase::Sensitive, "", "-", ""}));
 
 struct OffsetCase {
     const char *subject;

@@ -6,7 +6,7 @@
 namespace qv {
 namespace {
 
-constexpr const char *kInstalledPurchase =
+constexpr const char *const kInstalledPurchase =
     "productType=C&price=0&salableAdamId=123&pricingParameters=SWUPD&appExtVrsId=456&clientBuyId=1&installed=1";
 
 struct ExtractCase {

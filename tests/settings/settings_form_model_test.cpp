@@ -106,8 +106,9 @@ TEST(SettingsForm, EachDeletionOnTheBlockedScreenTellsTheUpdateScreensOnce) {
     ASSERT_NE(blocked, nullptr);
     ASSERT_TRUE(blocked->deleteRow(1).ok());
     ASSERT_TRUE(blocked->deleteRow(0).ok());
-    const FakeNotifier::Post daemon{FakeNotifier::Centre::SystemWide, kBlockedUpdatesDaemonReloadNotification};
-    const FakeNotifier::Post screens{FakeNotifier::Centre::Local, kReloadUpdatesNotification};
+    const FakeNotifier::Post daemon{FakeNotifier::Centre::SystemWide,
+                                    std::string(kBlockedUpdatesDaemonReloadNotification)};
+    const FakeNotifier::Post screens{FakeNotifier::Centre::Local, std::string(kReloadUpdatesNotification)};
     EXPECT_EQ(rig.notifier.posts, (std::vector<FakeNotifier::Post>{daemon, screens, daemon, screens}));
     EXPECT_EQ(blocked->rowCount(), 0U);
     EXPECT_TRUE(rig.file.files[kFile].asDictionary()->empty());

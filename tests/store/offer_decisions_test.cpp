@@ -169,8 +169,8 @@ TEST(OfferFlow, HoldPromptListChoiceAndInterceptRewriteTheQueuedPurchase) {
     std::vector<std::string> queued;
     OfferItem item = rig.item(true);
     item.startPurchases = [&](const std::optional<std::string> &version) {
-        const std::vector<PurchaseHandle> batch{maker.purchaseWithBuyParameters(
-            newPurchaseBuyParameters(item.itemIdentifier, version, item.installed))};
+        const std::vector<PurchaseHandle> batch{
+            maker.purchaseWithBuyParameters(newPurchaseBuyParameters(item.itemIdentifier, version, item.installed))};
         for (const auto &purchase : addPurchasesIntercept(batch, rig.pending, maker)) {
             queued.push_back(purchase->buyParameters());
         }

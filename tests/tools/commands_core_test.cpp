@@ -38,7 +38,7 @@ TEST_P(CoreCommands, PrintsAndExits) {
     }
 }
 
-constexpr const char *kParams = "productType=C&salableAdamId=123&appExtVrsId=456&installed=1";
+constexpr const char *const kParams = "productType=C&salableAdamId=123&appExtVrsId=456&installed=1";
 
 INSTANTIATE_TEST_SUITE_P(
     Commands, CoreCommands,

@@ -14,7 +14,10 @@ class App;
 
 namespace qvdovrin {
 
-enum ExitCode : int { kExitOk = 0, kExitBadInput = 1, kExitBadUsage = 2 };
+// Exit codes of every command.
+inline constexpr int kExitOk = 0;
+inline constexpr int kExitBadInput = 1;
+inline constexpr int kExitBadUsage = 2;
 
 // Thrown by a command for input it cannot use; the message becomes the one line on stderr and the exit code 1.
 class BadInput : public std::runtime_error {

@@ -272,7 +272,7 @@ void reviewRecords(const ReviewOptions &options, Io &io) {
     PrintingNotifier screens(&io.out);
     // The settings screen is the delegate on the phone: after each deletion it tells the update screens.
     qv::BlockedListModel screen(opened.store(), apps,
-                                [&screens] { screens.postLocal(qv::kReloadUpdatesNotification); });
+                                [&screens] { screens.postLocal(std::string(qv::kReloadUpdatesNotification)); });
     printReviewScreen(screen, io);
     std::string line;
     while (io.out << "> " << std::flush, std::getline(std::cin, line)) {

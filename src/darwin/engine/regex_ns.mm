@@ -47,14 +47,14 @@ class NsRegex final : public Regex {
 
 } // namespace
 
-std::unique_ptr<Regex> Regex::compile(std::string_view pattern, unsigned options) {
+std::unique_ptr<Regex> Regex::compile(std::string_view pattern, RegexCase matching) {
     @autoreleasepool {
         NSString *source = darwin::toNSStringIfValid(pattern);
         if (source == nil) {
             return nullptr;
         }
         const NSRegularExpressionOptions flags =
-            (options & kCaseInsensitive) != 0 ? NSRegularExpressionCaseInsensitive : 0;
+            matching == RegexCase::Insensitive ? NSRegularExpressionCaseInsensitive : 0;
         NSError *error = nil;
         NSRegularExpression *expression = [NSRegularExpression regularExpressionWithPattern:source
                                                                                     options:flags

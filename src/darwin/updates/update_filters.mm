@@ -25,7 +25,7 @@ id answerOf(id object, NSString *getter) {
     return reinterpret_cast<id (*)(id, SEL)>(objc_msgSend)(object, selector);
 }
 
-std::string localisedAppText(const char *key) {
+std::string localisedAppText(std::string_view key) {
     NSString *text = [NSBundle.mainBundle localizedStringForKey:toNSString(key) value:@"" table:nil];
     return toStdStringOrEmpty(text);
 }

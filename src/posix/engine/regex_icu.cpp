@@ -106,10 +106,10 @@ class IcuRegex final : public Regex {
 
 } // namespace
 
-std::unique_ptr<Regex> Regex::compile(std::string_view pattern, unsigned options) {
+std::unique_ptr<Regex> Regex::compile(std::string_view pattern, RegexCase matching) {
     UErrorCode status = U_ZERO_ERROR;
     UParseError parseError{};
-    const uint32_t flags = (options & kCaseInsensitive) != 0 ? UREGEX_CASE_INSENSITIVE : 0;
+    const uint32_t flags = matching == RegexCase::Insensitive ? UREGEX_CASE_INSENSITIVE : 0;
     const icu::UnicodeString source =
         icu::UnicodeString::fromUTF8(icu::StringPiece(pattern.data(), static_cast<int32_t>(pattern.size())));
     std::unique_ptr<icu::RegexPattern> compiled(icu::RegexPattern::compile(source, flags, parseError, status));

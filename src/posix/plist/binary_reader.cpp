@@ -28,17 +28,17 @@ constexpr unsigned kMarkerInfoMask = 0x0F;
 constexpr unsigned kMarkerTypeShift = 4;
 constexpr unsigned kExtendedCount = 0x0F;
 
-enum BinaryType : unsigned {
-    kBinarySimple = 0x0,
-    kBinaryInteger = 0x1,
-    kBinaryReal = 0x2,
-    kBinaryDate = 0x3,
-    kBinaryData = 0x4,
-    kBinaryAscii = 0x5,
-    kBinaryUtf16 = 0x6,
-    kBinaryUid = 0x8,
-    kBinaryArray = 0xA,
-    kBinaryDictionary = 0xD,
+enum class BinaryType : unsigned {
+    Simple = 0x0,
+    Integer = 0x1,
+    Real = 0x2,
+    Date = 0x3,
+    Data = 0x4,
+    Ascii = 0x5,
+    Utf16 = 0x6,
+    Uid = 0x8,
+    Array = 0xA,
+    Dictionary = 0xD,
 };
 
 constexpr unsigned kMarkerNull = 0x00;
@@ -172,7 +172,8 @@ class BinaryPlistReader {
         }
         const unsigned marker = data_[position];
         const unsigned widthInfo = marker & kMarkerInfoMask;
-        if ((marker >> kMarkerTypeShift) != kBinaryInteger || widthInfo > kMaxCountIntegerInfo) {
+        if ((marker >> kMarkerTypeShift) != static_cast<unsigned>(BinaryType::Integer) ||
+            widthInfo > kMaxCountIntegerInfo) {
             return fail("length that is not an integer", index);
         }
         const std::uint64_t width = std::uint64_t{1} << widthInfo;
@@ -193,8 +194,8 @@ class BinaryPlistReader {
         const unsigned marker = data_[position++];
         const unsigned info = marker & kMarkerInfoMask;
         std::uint64_t count = 0;
-        switch (marker >> kMarkerTypeShift) {
-        case kBinarySimple:
+        switch (static_cast<BinaryType>(marker >> kMarkerTypeShift)) {
+        case BinaryType::Simple:
             if (marker == kMarkerNull) {
                 object.scalar = Value();
             } else if (marker == kMarkerFalse || marker == kMarkerTrue) {
@@ -203,7 +204,7 @@ class BinaryPlistReader {
                 return fail("unknown marker", index);
             }
             return true;
-        case kBinaryInteger: {
+        case BinaryType::Integer: {
             if (info > kMaxIntegerInfo) {
                 return fail("invalid integer width", index);
             }
@@ -225,7 +226,7 @@ class BinaryPlistReader {
             object.scalar = Value(static_cast<long long>(bits));
             return true;
         }
-        case kBinaryReal:
+        case BinaryType::Real:
             if (info == kRealFloatInfo && fits(position, sizeof(float), 1)) {
                 const auto bits = static_cast<std::uint32_t>(readBigEndian(data_ + position, sizeof(float)));
                 float real = 0;
@@ -241,7 +242,7 @@ class BinaryPlistReader {
                 return true;
             }
             return fail("invalid real", index);
-        case kBinaryDate: {
+        case BinaryType::Date: {
             if (info != kDateInfo || !fits(position, kDateBytes, 1)) {
                 return fail("invalid date", index);
             }
@@ -251,8 +252,8 @@ class BinaryPlistReader {
             object.scalar = Value(Date{seconds});
             return true;
         }
-        case kBinaryData:
-        case kBinaryAscii:
+        case BinaryType::Data:
+        case BinaryType::Ascii:
             if (!readCount(info, position, count, index)) {
                 return false;
             }
@@ -262,7 +263,7 @@ class BinaryPlistReader {
             if (!spendBytes(count)) {
                 return false;
             }
-            if ((marker >> kMarkerTypeShift) == kBinaryData) {
+            if ((marker >> kMarkerTypeShift) == static_cast<unsigned>(BinaryType::Data)) {
                 object.scalar = Value(Bytes(data_ + position, data_ + position + count));
                 return true;
             }
@@ -272,7 +273,7 @@ class BinaryPlistReader {
             }
             object.scalar = Value(std::string(reinterpret_cast<const char *>(data_ + position), count));
             return true;
-        case kBinaryUtf16:
+        case BinaryType::Utf16:
             if (!readCount(info, position, count, index)) {
                 return false;
             }
@@ -284,19 +285,19 @@ class BinaryPlistReader {
             }
             object.scalar = Value(utf16ToUtf8(data_ + position, static_cast<std::size_t>(count)));
             return true;
-        case kBinaryUid:
+        case BinaryType::Uid:
             if (info + std::size_t{1} > kMaxUidBytes || !fits(position, info + std::uint64_t{1}, 1)) {
                 return fail("invalid object reference", index);
             }
             object.type = PlistObject::Type::Uid;
             object.uid = readBigEndian(data_ + position, info + std::size_t{1});
             return true;
-        case kBinaryArray:
-        case kBinaryDictionary: {
+        case BinaryType::Array:
+        case BinaryType::Dictionary: {
             if (!readCount(info, position, count, index)) {
                 return false;
             }
-            const bool dictionary = (marker >> kMarkerTypeShift) == kBinaryDictionary;
+            const bool dictionary = (marker >> kMarkerTypeShift) == static_cast<unsigned>(BinaryType::Dictionary);
             const std::uint64_t slots = dictionary ? 2 : 1;
             if (count > tableOffset_ || !fits(position, count * slots, refSize_)) {
                 return fail("container larger than the file", index);
