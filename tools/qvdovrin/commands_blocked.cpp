@@ -47,22 +47,19 @@ struct RemoveOptions {
     double coreFoundationVersion = kDefaultCoreFoundationVersion;
 };
 
-// check and merge: the blocked-updates file and a JSON file of updates from a system of the given version.
-struct CheckOptions {
+// check and merge take the same options: the blocked-updates file and a JSON file of updates from a system of the
+// given version.
+struct UpdatesOptions {
     std::string file;
     std::string updatesFile;
     double coreFoundationVersion = kDefaultCoreFoundationVersion;
 };
+using CheckOptions = UpdatesOptions;
+using MergeOptions = UpdatesOptions;
 
 struct ReviewOptions {
     std::string file;
     std::string appsFile;
-};
-
-struct MergeOptions {
-    std::string file;
-    std::string updatesFile;
-    double coreFoundationVersion = kDefaultCoreFoundationVersion;
 };
 
 // Says what the store posted; the terminal has no daemon or update screens to tell.
