@@ -66,6 +66,15 @@ void appendEncoded(std::string &out, std::string_view text, std::string_view als
     }
 }
 
+// A copy of the purchase dictionary with its buy parameters replaced; the one handed in is never changed.
+Value withBuyParameters(const Value &purchase, std::string buyParameters) {
+    Value rewritten = purchase;
+    if (Dictionary *dictionary = rewritten.asDictionary()) {
+        dictionary->set(Value(kPurchaseBuyParamsKey), Value(std::move(buyParameters)));
+    }
+    return rewritten;
+}
+
 } // namespace
 
 std::vector<QueryItem> queryItemsOf(std::string_view query) {
@@ -144,17 +153,13 @@ void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, const Purch
             }
         });
         list->setCompletion([purchase, completion](const std::optional<std::string> &version) {
+            if (!completion) {
+                return;
+            }
             const Value &buyParameters = purchase[kPurchaseBuyParamsKey];
             // The formatter writes a missing string as "(null)", and that is what gets split.
             const std::string query = buyParameters.isNull() ? std::string(kMissingObjectText) : textOf(buyParameters);
-            Value rewritten = purchase;
-            if (Dictionary *dictionary = rewritten.asDictionary()) {
-                dictionary->set(Value(kPurchaseBuyParamsKey),
-                                Value(buyParametersAskingForVersion(query, version.value_or(""))));
-            }
-            if (completion) {
-                completion(true, std::move(rewritten));
-            }
+            completion(true, withBuyParameters(purchase, buyParametersAskingForVersion(query, version.value_or(""))));
         });
         flows.ui.presentScreen(list, Presenter::TopMost);
     };
