@@ -9,6 +9,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/text.h"
 #include "posix/file_io.h"
 #include "posix/plist/binary_reader.h"
 #include "posix/plist/libplist_owner.h"
@@ -86,8 +87,8 @@ Result<plist::PlistOwner> dictionaryNode(const Dictionary &dictionary, int depth
     plist::PlistOwner owned(plist_new_dict());
     for (const auto &[key, item] : dictionary) {
         const std::string *name = key.asString();
-        if (name == nullptr || name->find('\0') != std::string::npos) {
-            return fail(ErrorCode::UnencodableValue, "dictionary keys must be texts without NUL");
+        if (name == nullptr || name->find('\0') != std::string::npos || !isValidUtf8(*name)) {
+            return fail(ErrorCode::UnencodableValue, "dictionary keys must be UTF-8 texts without NUL");
         }
         auto child = node(item, depth + 1);
         if (!child) {
@@ -114,8 +115,8 @@ Result<plist::PlistOwner> node(const Value &value, int depth) {
         return plist::PlistOwner(plist_new_real(*value.asReal()));
     case Value::Kind::String: {
         const std::string &text = *value.asString();
-        if (text.find('\0') != std::string::npos) {
-            return fail(ErrorCode::UnencodableValue, "a text holds NUL");
+        if (text.find('\0') != std::string::npos || !isValidUtf8(text)) {
+            return fail(ErrorCode::UnencodableValue, "a text holds NUL or is not UTF-8");
         }
         return plist::PlistOwner(plist_new_string(text.c_str()));
     }
