@@ -21,37 +21,8 @@ Result<std::unique_ptr<JsonFilePreferences>> JsonFilePreferences::load(const std
     return std::unique_ptr<JsonFilePreferences>(new JsonFilePreferences(path, std::move(*json->asDictionary())));
 }
 
-std::optional<Value> JsonFilePreferences::valueForKey(const std::string &key) const {
-    const Value *value = values_.find(Value(key));
-    if (value == nullptr) {
-        value = defaults_.find(Value(key));
-    }
-    if (value == nullptr) {
-        return std::nullopt;
-    }
-    return *value;
-}
-
-void JsonFilePreferences::setValue(const std::string &key, Value value) {
-    values_.set(Value(key), std::move(value));
-    changed_ = true;
-}
-
-Result<void> JsonFilePreferences::flush() {
-    if (!changed_ || path_.empty()) {
-        return {};
-    }
-    Result<void> written = writeFileAtomically(path_, toJson(Value(values_)) + "\n");
-    if (written) {
-        changed_ = false;
-    }
-    return written;
-}
-
-void JsonFilePreferences::registerDefaults(const Dictionary &defaults) {
-    for (const auto &[key, value] : defaults) {
-        defaults_.set(key, value);
-    }
+Result<std::string> JsonFilePreferences::encode(const Dictionary &values) const {
+    return toJson(Value(values)) + "\n";
 }
 
 } // namespace qv::posix

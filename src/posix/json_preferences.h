@@ -7,11 +7,11 @@
 
 #include "base/result.h"
 #include "base/value.h"
-#include "platform/preferences.h"
+#include "posix/file_preferences.h"
 
 namespace qv::posix {
 
-class JsonFilePreferences : public Preferences {
+class JsonFilePreferences final : public FilePreferences {
   public:
     // Reads the file once. Fails with FileUnreadable, MalformedJson or WrongType (not a JSON object).
     static Result<std::unique_ptr<JsonFilePreferences>> load(const std::string &path);
@@ -19,18 +19,11 @@ class JsonFilePreferences : public Preferences {
     // No file: nothing stored, and flushing keeps changes in memory.
     JsonFilePreferences() = default;
 
-    std::optional<Value> valueForKey(const std::string &key) const override;
-    void setValue(const std::string &key, Value value) override;
-    // Rewrites the file whole when something changed.
-    Result<void> flush() override;
-    void registerDefaults(const Dictionary &defaults) override;
+  protected:
+    Result<std::string> encode(const Dictionary &values) const override;
 
   private:
-    JsonFilePreferences(std::string path, Dictionary values) : path_(std::move(path)), values_(std::move(values)) {}
-    std::string path_;
-    Dictionary values_;
-    Dictionary defaults_;
-    bool changed_ = false;
+    JsonFilePreferences(std::string path, Dictionary values) : FilePreferences(std::move(path), std::move(values)) {}
 };
 
 } // namespace qv::posix

@@ -221,41 +221,8 @@ Result<std::unique_ptr<PlistPreferences>> PlistPreferences::open(const std::stri
     return std::unique_ptr<PlistPreferences>(new PlistPreferences(path, std::move(*values->asDictionary())));
 }
 
-std::optional<Value> PlistPreferences::valueForKey(const std::string &key) const {
-    const Value *value = values_.find(Value(key));
-    if (value == nullptr) {
-        value = defaults_.find(Value(key));
-    }
-    if (value == nullptr) {
-        return std::nullopt;
-    }
-    return *value;
-}
-
-void PlistPreferences::setValue(const std::string &key, Value value) {
-    values_.set(Value(key), std::move(value));
-    changed_ = true;
-}
-
-Result<void> PlistPreferences::flush() {
-    if (!changed_) {
-        return {};
-    }
-    const auto bytes = writePreferencesPropertyList(values_);
-    if (!bytes) {
-        return bytes.error();
-    }
-    Result<void> written = writeFileAtomically(path_, *bytes);
-    if (written) {
-        changed_ = false;
-    }
-    return written;
-}
-
-void PlistPreferences::registerDefaults(const Dictionary &defaults) {
-    for (const auto &[key, value] : defaults) {
-        defaults_.set(key, value);
-    }
+Result<std::string> PlistPreferences::encode(const Dictionary &values) const {
+    return writePreferencesPropertyList(values);
 }
 
 } // namespace qv::posix

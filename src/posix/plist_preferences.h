@@ -10,7 +10,7 @@
 
 #include "base/result.h"
 #include "base/value.h"
-#include "platform/preferences.h"
+#include "posix/file_preferences.h"
 
 namespace qv::posix {
 
@@ -27,27 +27,17 @@ Result<Dictionary> readPreferencesPropertyList(std::string_view bytes);
 // The dictionary as a binary property list. Fails with UnencodableValue (null, non-text keys, texts with NUL).
 Result<std::string> writePreferencesPropertyList(const Dictionary &values);
 
-class PlistPreferences : public Preferences {
+class PlistPreferences final : public FilePreferences {
   public:
     // A missing file reads as empty and is created on the first flush. A file that cannot be read or parsed fails
     // here, so nothing ever writes over it.
     static Result<std::unique_ptr<PlistPreferences>> open(const std::string &path);
 
-    std::optional<Value> valueForKey(const std::string &key) const override;
-    void setValue(const std::string &key, Value value) override;
-    // Rewrites the file whole, atomically, when something changed.
-    Result<void> flush() override;
-    void registerDefaults(const Dictionary &defaults) override;
-
-    const Dictionary &storedValues() const { return values_; }
+  protected:
+    Result<std::string> encode(const Dictionary &values) const override;
 
   private:
-    PlistPreferences(std::string path, Dictionary values) : path_(std::move(path)), values_(std::move(values)) {}
-
-    std::string path_;
-    Dictionary values_;
-    Dictionary defaults_;
-    bool changed_ = false;
+    PlistPreferences(std::string path, Dictionary values) : FilePreferences(std::move(path), std::move(values)) {}
 };
 
 // A property-list file's dictionary, for files such as the factory defaults. Fails with FileUnreadable or as
