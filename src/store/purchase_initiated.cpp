@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "service/buy_parameters.h"
+#include "service/service_endpoints.h"
 
 namespace qv {
 
@@ -46,25 +47,10 @@ std::string percentDecoded(std::string_view text) {
     return isValidUtf8(decoded) ? decoded : std::string(text);
 }
 
-bool mayStandInQuery(unsigned char c) {
-    static constexpr std::string_view kQueryPunctuation = "-._~!$&'()*+,;=:@/?";
-    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-           kQueryPunctuation.find(static_cast<char>(c)) != std::string_view::npos;
-}
-
-void appendEncoded(std::string &out, std::string_view text, std::string_view alsoEncoded) {
-    static constexpr std::string_view kHexDigits = "0123456789ABCDEF";
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (mayStandInQuery(byte) && alsoEncoded.find(c) == std::string_view::npos) {
-            out += c;
-        } else {
-            out += '%';
-            out += kHexDigits[byte >> 4U];
-            out += kHexDigits[byte & 0xFU];
-        }
-    }
-}
+// What a query item may carry unencoded besides letters and digits: the query's own punctuation, less the "&" that
+// ends an item and, in names, the "=" that ends the name.
+inline constexpr std::string_view kQueryItemNamePunctuation = "-._~!$'()*+,;:@/?";
+inline constexpr std::string_view kQueryItemValuePunctuation = "-._~!$'()*+,;=:@/?";
 
 // A copy of the purchase dictionary with its buy parameters replaced; the one handed in is never changed.
 Value withBuyParameters(const Value &purchase, std::string buyParameters) {
@@ -105,10 +91,10 @@ std::string queryOf(const std::vector<QueryItem> &items) {
         if (i > 0) {
             query += '&';
         }
-        appendEncoded(query, items[i].name, "&=");
+        query += percentEncoded(items[i].name, kQueryItemNamePunctuation);
         if (items[i].value) {
             query += '=';
-            appendEncoded(query, *items[i].value, "&");
+            query += percentEncoded(*items[i].value, kQueryItemValuePunctuation);
         }
     }
     return query;
