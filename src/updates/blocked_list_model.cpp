@@ -55,15 +55,9 @@ BlockedListModel::Row BlockedListModel::row(std::size_t index) const {
             current = *app->bundleVersion;
         }
     }
-    const Dictionary records = store_.snapshot();
-    const Value *record = records.find(key);
-    std::string blocked;
-    if (record != nullptr && recordBlocksAllUpdates(*record)) {
-        blocked = std::string(kAllUpdatesBlockedText);
-    } else {
-        const Dictionary *fields = record != nullptr ? record->asDictionary() : nullptr;
-        blocked = describe(fields != nullptr ? fields->find(Value(kBlockedVersionKey)) : nullptr);
-    }
+    const Value record = store_.record(key);
+    const std::string blocked =
+        recordBlocksAllUpdates(record) ? std::string(kAllUpdatesBlockedText) : describe(&record[kBlockedVersionKey]);
     row.detail = blockedRowDetail(current, blocked);
     return row;
 }

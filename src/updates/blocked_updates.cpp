@@ -81,6 +81,12 @@ Dictionary BlockedUpdates::snapshot() const {
     return blocked_;
 }
 
+Value BlockedUpdates::record(const Value &key) const {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const Value *found = blocked_.find(key);
+    return found != nullptr ? *found : Value();
+}
+
 void BlockedUpdates::setRecord(Value key, Value record) {
     std::lock_guard<std::mutex> lock(mutex_);
     blocked_.set(std::move(key), std::move(record));

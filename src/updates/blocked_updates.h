@@ -69,6 +69,8 @@ class BlockedUpdates {
     static Value makeRecord(const std::string &version, bool allUpdates);
 
     Dictionary snapshot() const;
+    // One record, or null when the key has none; cheaper than a snapshot for a single row.
+    Value record(const Value &key) const;
     // Changes memory only; the caller saves.
     void setRecord(Value key, Value record);
     // Sets the record and archives all records over the file in one locked step, so that no reload or save from
