@@ -168,16 +168,21 @@ TEST(BlockAction, ARecordIsSetAndSavedWithoutAReloadInBetween) {
     BlockedUpdates store({&file, &notifier, [] { return std::optional<std::string>(kFile); }, 1556.0});
     qv::UpdateBlocker blocker(store, notifier, alert);
     constexpr int kBlocks = 400;
-    std::atomic<bool> blocking{true};
+    std::atomic<int> blocksDone{0};
+    // One reload per block at most: a free-running reloader can win the lock back again and again and starve the
+    // blocking thread under a slow scheduler.
     std::thread reloader([&] {
-        while (blocking) {
+        for (int seen = 0; seen < kBlocks; seen = blocksDone) {
             store.reloadBlockedUpdatesDict();
+            while (blocksDone == seen) {
+                std::this_thread::yield();
+            }
         }
     });
     for (int identifier = 1; identifier <= kBlocks; ++identifier) {
         blocker.blockUpdate({Kind::UpdateItem, identifier, "1", "item"}, false);
+        ++blocksDone;
     }
-    blocking = false;
     reloader.join();
     EXPECT_EQ(file.files[kFile].asDictionary()->size(), static_cast<std::size_t>(kBlocks));
 }
