@@ -3,8 +3,10 @@
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <atomic>
@@ -16,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "server/http_front.h"
 #include "server/sqlite_storage.h"
 
 namespace {
@@ -38,6 +41,9 @@ struct Options {
     int connections = 4;
     double seconds = 10;
     long maxRequests = 1000000;
+    int idle = 0; // connections opened and left silent during the phase
+    int slow = 0; // clients that send one header byte every few seconds during the phase
+    int pid = 0;  // the service's process, whose memory the bomb phase reads
 };
 
 Options parse(int argc, char **argv) {
@@ -60,6 +66,12 @@ Options parse(int argc, char **argv) {
             options.seconds = std::atof(value);
         } else if (key == "--max-requests") {
             options.maxRequests = std::atol(value);
+        } else if (key == "--idle") {
+            options.idle = std::atoi(value);
+        } else if (key == "--slow") {
+            options.slow = std::atoi(value);
+        } else if (key == "--pid") {
+            options.pid = std::atoi(value);
         }
     }
     return options;
@@ -181,7 +193,191 @@ double percentile(std::vector<double> &sorted, double fraction) {
     return sorted[index];
 }
 
+int connectLoopback(int port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        ::close(socket);
+        return -1;
+    }
+    return socket;
+}
+
+// Idle connections and slow-header clients held open against the service while a phase runs.
+class Crowd {
+  public:
+    Crowd(int port, int idle, int slow) : port_(port) {
+        for (int i = 0; i < idle; ++i) {
+            const int socket = connectLoopback(port);
+            if (socket >= 0) {
+                idle_.push_back(socket);
+            }
+        }
+        for (int i = 0; i < slow; ++i) {
+            slow_.emplace_back([this] { trickle(); });
+        }
+    }
+    ~Crowd() {
+        stopping_ = true;
+        for (auto &thread : slow_) {
+            thread.join();
+        }
+        for (const int socket : idle_) {
+            ::close(socket);
+        }
+    }
+    Crowd(const Crowd &) = delete;
+    Crowd &operator=(const Crowd &) = delete;
+
+    std::size_t idleHeld() const { return idle_.size(); }
+
+  private:
+    static constexpr std::chrono::seconds kByteInterval{3};
+    static constexpr std::chrono::milliseconds kPoll{50};
+
+    // One byte of a never-ending header every interval; when the service cuts the connection, a new one.
+    void trickle() {
+        const std::string header = "GET /v1/apple_apps/1/versions HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: ";
+        while (!stopping_) {
+            const int socket = connectLoopback(port_);
+            if (socket < 0) {
+                std::this_thread::sleep_for(kPoll);
+                continue;
+            }
+            for (std::size_t sent = 0; !stopping_; ++sent) {
+                const char byte = sent < header.size() ? header[sent] : 'x';
+                if (::send(socket, &byte, 1, MSG_NOSIGNAL) != 1) {
+                    break;
+                }
+                for (auto waited = std::chrono::milliseconds(0); waited < kByteInterval && !stopping_;
+                     waited += kPoll) {
+                    std::this_thread::sleep_for(kPoll);
+                }
+            }
+            ::close(socket);
+        }
+    }
+
+    int port_;
+    std::vector<int> idle_;
+    std::vector<std::thread> slow_;
+    std::atomic<bool> stopping_{false};
+};
+
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) == 0 && limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
+// A gzip stream of `inflated` zero bytes: about a thousandth of that on the wire.
+std::string gzipOfZeros(std::size_t inflated) {
+    z_stream stream{};
+    constexpr int kGzipWindowBits = 15 + 16;
+    constexpr int kMemoryLevel = 9;
+    deflateInit2(&stream, Z_BEST_COMPRESSION, Z_DEFLATED, kGzipWindowBits, kMemoryLevel, Z_DEFAULT_STRATEGY);
+    const std::vector<unsigned char> zeros(std::size_t{1} << 20, 0);
+    std::string out;
+    std::vector<unsigned char> chunk(std::size_t{1} << 16);
+    for (std::size_t fed = 0; fed < inflated;) {
+        const std::size_t piece = std::min(zeros.size(), inflated - fed);
+        fed += piece;
+        stream.next_in = const_cast<unsigned char *>(zeros.data()); // NOLINT: zlib's input is not const
+        stream.avail_in = static_cast<uInt>(piece);
+        const int flush = fed == inflated ? Z_FINISH : Z_NO_FLUSH;
+        do {
+            stream.next_out = chunk.data();
+            stream.avail_out = static_cast<uInt>(chunk.size());
+            deflate(&stream, flush);
+            out.append(reinterpret_cast<const char *>(chunk.data()), chunk.size() - stream.avail_out);
+        } while (stream.avail_out == 0);
+    }
+    deflateEnd(&stream);
+    return out;
+}
+
+// A field of /proc/PID/status in MiB ("VmRSS", "VmHWM").
+double serviceMemoryMiB(int pid, const std::string &field) {
+    std::FILE *status = std::fopen(("/proc/" + std::to_string(pid) + "/status").c_str(), "r");
+    if (status == nullptr) {
+        return 0;
+    }
+    char line[256];
+    double kib = 0;
+    while (std::fgets(line, sizeof line, status) != nullptr) {
+        if (std::string(line).rfind(field + ":", 0) == 0) {
+            kib = std::atof(line + field.size() + 1);
+        }
+    }
+    std::fclose(status);
+    constexpr double kKibPerMib = 1024.0;
+    return kib / kKibPerMib;
+}
+
+// Sends a compression bomb, declared as gzip and undeclared, and reports what each cost the service.
+int bomb(const Options &options) {
+    constexpr std::size_t kInflated = std::size_t{1} << 30;
+    const std::string body = gzipOfZeros(kInflated);
+    constexpr double kBytesPerMib = 1024.0 * 1024.0;
+    int status = 0;
+    for (const bool declared : {true, false}) {
+        const double before = serviceMemoryMiB(options.pid, "VmRSS");
+        const int socket = connectLoopback(options.port);
+        const std::string head = std::string("POST /v1/apple_apps/1/versions HTTP/1.1\r\nHost: 127.0.0.1\r\n") +
+                                 (declared ? "Content-Encoding: gzip\r\n" : "") +
+                                 "Content-Type: application/json\r\nContent-Length: " + std::to_string(body.size()) +
+                                 "\r\n\r\n";
+        const auto begin = Clock::now();
+        ::send(socket, head.data(), head.size(), MSG_NOSIGNAL);
+        // The service may answer before the body is in; what it does not read is its own business.
+        std::thread sender([&] { ::send(socket, body.data(), body.size(), MSG_NOSIGNAL); });
+        char reply[512] = {};
+        const ssize_t got = ::recv(socket, reply, sizeof reply - 1, 0);
+        const double millis = std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+        ::shutdown(socket, SHUT_RDWR);
+        sender.join();
+        ::close(socket);
+        const int replyStatus = got > 12 ? std::atoi(reply + 9) : 0;
+        const double after = serviceMemoryMiB(options.pid, "VmRSS");
+        std::printf("compression bomb %-10s %.2f MiB gzip of %.0f MiB: status %d in %7.2f ms, service memory %+.1f "
+                    "MiB (peak %.1f MiB)\n",
+                    declared ? "(gzip)" : "(as JSON)", static_cast<double>(body.size()) / kBytesPerMib,
+                    static_cast<double>(kInflated) / kBytesPerMib, replyStatus, millis, after - before,
+                    serviceMemoryMiB(options.pid, "VmHWM"));
+        if (replyStatus < 400 || replyStatus >= 500) {
+            status = 1;
+        }
+    }
+    return status;
+}
+
+// The same front with a constant reply and no storage: the ceiling the service's own figures are measured against.
+int serveConstant(const Options &options) {
+    qv::server::FrontLimits limits;
+    limits.threads = options.connections;
+    const std::string body = R"({"versions":[]})";
+    qv::server::HttpFront front(
+        [&body](const qv::server::ServiceRequest &) {
+            return qv::server::ServiceResponse{kHttpOk, body, {}};
+        },
+        limits);
+    const auto port = front.bind("127.0.0.1", options.port);
+    if (!port) {
+        std::fprintf(stderr, "service_load: cannot listen\n");
+        return 1;
+    }
+    std::printf("serving on http://127.0.0.1:%d/\n", *port);
+    std::fflush(stdout);
+    return front.serve() ? 0 : 1;
+}
+
 int drive(const Options &options, bool post) {
+    const Crowd crowd(options.port, options.idle, options.slow);
     std::atomic<long> issued{0};
     std::atomic<long> failures{0};
     const auto deadline = Clock::now() + std::chrono::duration<double>(options.seconds);
@@ -225,6 +421,10 @@ int drive(const Options &options, bool post) {
         all.insert(all.end(), mine.begin(), mine.end());
     }
     std::sort(all.begin(), all.end());
+    if (options.idle > 0 || options.slow > 0) {
+        std::printf("with %zu idle connections and %d slow-header clients held open:\n", crowd.idleHeld(),
+                    options.slow);
+    }
     std::printf("%-13s %8zu requests in %5.2f s  %9.0f req/s  p50 %6.3f ms  p99 %6.3f ms  failures %ld\n",
                 post ? "POST reports" : "GET versions", all.size(), elapsed, static_cast<double>(all.size()) / elapsed,
                 percentile(all, kPercentP50) / kMicrosPerMilli, percentile(all, kPercentP99) / kMicrosPerMilli,
@@ -235,7 +435,14 @@ int drive(const Options &options, bool post) {
 } // namespace
 
 int main(int argc, char **argv) {
+    raiseDescriptorLimit();
     const Options options = parse(argc, argv);
+    if (options.mode == "constant") {
+        return serveConstant(options);
+    }
+    if (options.mode == "bomb" && options.port > 0) {
+        return bomb(options);
+    }
     if (options.mode == "seed" && !options.db.empty()) {
         return seed(options);
     }
@@ -244,6 +451,8 @@ int main(int argc, char **argv) {
     }
     std::fprintf(stderr, "usage: service_load seed --db PATH [--apps N] [--versions N]\n"
                          "       service_load get|post --port PORT [--apps N] [--connections N] [--seconds S] "
-                         "[--max-requests N]\n");
+                         "[--max-requests N] [--idle N] [--slow N]\n"
+                         "       service_load bomb --port PORT [--pid SERVICE_PID]\n"
+                         "       service_load constant [--port PORT] [--connections THREADS]\n");
     return 2;
 }

@@ -1,89 +1,380 @@
-// Wires every method and path of cpp-httplib to VersionService, and turns the library's own errors into JSON.
+// The event-driven HTTP front: accepts, frames and times every connection, and hands whole requests to the handler.
 #include "server/http_front.h"
 
-#include <httplib.h>
+#include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <boost/asio/strand.hpp>
+#include <boost/asio/write.hpp>
+#include <boost/beast/core/flat_buffer.hpp>
+#include <boost/beast/core/string.hpp>
+#include <boost/beast/core/tcp_stream.hpp>
+#include <boost/beast/http.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <exception>
+#include <thread>
+#include <vector>
 
 #include "server/request_bodies.h"
 
 namespace qv::server {
 
+namespace net = boost::asio;
+namespace beast = boost::beast;
+namespace http = beast::http;
+using tcp = net::ip::tcp;
+
 namespace {
 
 constexpr int kMaxPort = 65535;
 constexpr std::string_view kJsonType = "application/json";
-constexpr int kFirstErrorStatus = 400;
-constexpr std::size_t kKeepAliveRequests = 10000;
+constexpr int kHttp11 = 11;
+constexpr int kHeaderFieldsTooLarge = 431;
+constexpr int kUnsupportedMediaType = 415;
+constexpr std::size_t kFirstReadBytes = 4096;
+constexpr std::chrono::milliseconds kAcceptRetry{50};
+constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
-std::string messageForStatus(int status) {
-    switch (status) {
-    case status::kPayloadTooLarge:
-        return std::string(errorMessage(ErrorCode::PayloadTooLarge));
-    case status::kNotFound:
-        return std::string(errorMessage(ErrorCode::NotFound));
-    case status::kBadRequest:
-        return std::string(errorMessage(ErrorCode::BadRequest));
-    default:
-        return "request failed with status " + std::to_string(status);
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
     }
+    if (c >= 'a' && c <= 'f') {
+        return c - 'a' + 10; // NOLINT(readability-magic-numbers): hexadecimal digits
+    }
+    if (c >= 'A' && c <= 'F') {
+        return c - 'A' + 10; // NOLINT(readability-magic-numbers): hexadecimal digits
+    }
+    return -1;
+}
+
+std::string percentDecoded(std::string_view text, bool plusIsSpace) {
+    std::string decoded;
+    decoded.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const char c = text[i];
+        if (c == '%' && i + 2 < text.size()) {
+            const int high = hexDigit(text[i + 1]);
+            const int low = hexDigit(text[i + 2]);
+            if (high >= 0 && low >= 0) {
+                decoded.push_back(static_cast<char>(high * 16 + low)); // NOLINT(readability-magic-numbers)
+                i += 2;
+                continue;
+            }
+        }
+        decoded.push_back(plusIsSpace && c == '+' ? ' ' : c);
+    }
+    return decoded;
+}
+
+// What every connection shares: the handler, the limits and the count of open connections.
+struct Shared {
+    RequestHandler handler;
+    FrontLimits limits;
+    std::atomic<std::size_t> open{0};
+};
+
+// Refusals that need only the header, sent before any of the body is read.
+std::optional<ServiceResponse> refusalForHeader(const http::request_parser<http::string_body>::value_type &header) {
+    if (header.version() >= kHttp11 && header.find(http::field::host) == header.end()) {
+        return errorResponse(status::kBadRequest, "an HTTP/1.1 request needs a Host header");
+    }
+    const auto encoding = header.find(http::field::content_encoding);
+    if (encoding != header.end() && !beast::iequals(encoding->value(), "identity")) {
+        return errorResponse(kUnsupportedMediaType, "request bodies must not be compressed");
+    }
+    return std::nullopt;
+}
+
+ServiceResponse answer(const Shared &shared, const http::request<http::string_body> &request) {
+    auto [path, query] = splitTarget(std::string_view(request.target().data(), request.target().size()));
+    ServiceRequest serviceRequest{std::string(request.method_string()), std::move(path), std::move(query),
+                                  request.body()};
+    try {
+        return shared.handler(serviceRequest);
+    } catch (const std::exception &failure) {
+        return errorResponse(status::kInternalError, std::string("internal error: ") + failure.what());
+    }
+}
+
+// One client connection: reads one request at a time under its deadlines and answers in order, so pipelined
+// requests get their replies in the order they came.
+class Connection : public std::enable_shared_from_this<Connection> {
+  public:
+    Connection(tcp::socket socket, std::shared_ptr<Shared> shared)
+        : stream_(std::move(socket)), shared_(std::move(shared)) {}
+    ~Connection() { --shared_->open; }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    void start() { awaitRequest(); }
+
+  private:
+    const FrontLimits &limits() const { return shared_->limits; }
+
+    // An idle connection waits under the idle timeout; the header deadline starts with the request's first byte.
+    void awaitRequest() {
+        if (buffer_.size() > 0) {
+            readHeader();
+            return;
+        }
+        stream_.expires_after(limits().idleTimeout);
+        stream_.async_read_some(buffer_.prepare(kFirstReadBytes),
+                                [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
+                                    if (error) {
+                                        self->close();
+                                        return;
+                                    }
+                                    self->buffer_.commit(bytes);
+                                    self->readHeader();
+                                });
+    }
+
+    void readHeader() {
+        parser_.emplace();
+        parser_->header_limit(static_cast<std::uint32_t>(limits().maxHeaderBytes));
+        parser_->body_limit(limits().maxBodyBytes);
+        stream_.expires_after(limits().headerDeadline);
+        http::async_read_header(stream_, buffer_, *parser_,
+                                [self = shared_from_this()](beast::error_code error, std::size_t) {
+                                    if (error) {
+                                        self->refuseRead(error);
+                                        return;
+                                    }
+                                    self->continueToBody();
+                                });
+    }
+
+    void continueToBody() {
+        const auto &header = parser_->get();
+        if (auto refusal = refusalForHeader(header)) {
+            write(std::move(*refusal), false, header.version());
+            return;
+        }
+        const auto expect = header.find(http::field::expect);
+        if (expect == header.end() || !beast::iequals(expect->value(), "100-continue") || parser_->is_done()) {
+            readBody();
+            return;
+        }
+        stream_.expires_after(limits().writeDeadline);
+        net::async_write(stream_, net::buffer(kContinue.data(), kContinue.size()),
+                         [self = shared_from_this()](beast::error_code error, std::size_t) {
+                             if (error) {
+                                 self->close();
+                                 return;
+                             }
+                             self->readBody();
+                         });
+    }
+
+    void readBody() {
+        stream_.expires_after(limits().bodyDeadline);
+        http::async_read(stream_, buffer_, *parser_, [self = shared_from_this()](beast::error_code error, std::size_t) {
+            if (error) {
+                self->refuseRead(error);
+                return;
+            }
+            self->respond();
+        });
+    }
+
+    void refuseRead(beast::error_code error) {
+        if (error == http::error::body_limit) {
+            write(errorResponse(fail(ErrorCode::PayloadTooLarge)), false);
+        } else if (error == http::error::header_limit) {
+            write(errorResponse(kHeaderFieldsTooLarge, "the request header is too large"), false);
+        } else if (error == beast::error::timeout || error == http::error::end_of_stream || error == net::error::eof ||
+                   error == net::error::connection_reset || error == net::error::operation_aborted) {
+            close();
+        } else {
+            write(errorResponse(status::kBadRequest, "malformed request: " + error.message()), false);
+        }
+    }
+
+    void respond() {
+        const http::request<http::string_body> request = parser_->release();
+        parser_.reset();
+        ServiceResponse reply = answer(*shared_, request);
+        const bool keepAlive = request.keep_alive() && reply.status < status::kBadRequest;
+        write(std::move(reply), keepAlive, request.version());
+    }
+
+    void write(ServiceResponse reply, bool keepAlive, unsigned version = kHttp11) {
+        response_ = {};
+        response_.version(version);
+        response_.result(static_cast<unsigned>(reply.status));
+        response_.set(http::field::content_type, beast::string_view(kJsonType.data(), kJsonType.size()));
+        for (const auto &[name, value] : reply.headers) {
+            response_.set(name, value);
+        }
+        response_.body() = std::move(reply.body);
+        response_.keep_alive(keepAlive);
+        response_.prepare_payload();
+        stream_.expires_after(limits().writeDeadline);
+        http::async_write(stream_, response_,
+                          [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+                              if (error || !keepAlive) {
+                                  self->close();
+                                  return;
+                              }
+                              self->awaitRequest();
+                          });
+    }
+
+    void close() {
+        beast::error_code ignored;
+        stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
+        stream_.close();
+    }
+
+    beast::tcp_stream stream_;
+    beast::flat_buffer buffer_;
+    std::optional<http::request_parser<http::string_body>> parser_;
+    http::response<http::string_body> response_;
+    std::shared_ptr<Shared> shared_;
+};
+
+std::string refusalText() {
+    const ServiceResponse reply =
+        errorResponse(status::kServiceUnavailable, "too many connections; try again in a moment");
+    return "HTTP/1.1 503 Service Unavailable\r\nContent-Type: application/json\r\nRetry-After: 1\r\n"
+           "Connection: close\r\nContent-Length: " +
+           std::to_string(reply.body.size()) + "\r\n\r\n" + reply.body;
+}
+
+// Answers a connection beyond the cap at once and closes it; the reply fits any socket buffer.
+void refuse(tcp::socket socket) {
+    static const std::string *const text = new std::string(refusalText());
+    auto held = std::make_shared<tcp::socket>(std::move(socket));
+    net::async_write(*held, net::buffer(*text), [held](beast::error_code, std::size_t) {
+        beast::error_code ignored;
+        held->shutdown(tcp::socket::shutdown_send, ignored);
+        held->close(ignored);
+    });
 }
 
 } // namespace
 
-HttpFront::HttpFront(VersionService &service) : service_(service), server_(std::make_unique<httplib::Server>()) {
-    server_->set_payload_max_length(kMaxBodyBytes);
-    // Replies go out in two writes (head, body); without this, delayed acknowledgements stall every reply.
-    server_->set_tcp_nodelay(true);
-    // Clients such as the phone's URL session keep connections open; closing every few requests costs a handshake.
-    server_->set_keep_alive_max_count(kKeepAliveRequests);
-    const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
-        ServiceRequest serviceRequest{request.method, request.path, {}, request.body};
-        for (const auto &[key, value] : request.params) {
-            serviceRequest.query.emplace(key, value);
+struct HttpFront::State {
+    explicit State(RequestHandler handler, FrontLimits limits)
+        : io(std::max(1, limits.threads)), acceptor(io), retry(io), shared(std::make_shared<Shared>()) {
+        shared->handler = std::move(handler);
+        shared->limits = limits;
+    }
+
+    void accept() {
+        acceptor.async_accept(net::make_strand(io), [this](beast::error_code error, tcp::socket socket) {
+            if (!acceptor.is_open()) {
+                return;
+            }
+            if (error) {
+                // Out of descriptors, most likely: wait a little instead of spinning on the same failure.
+                retry.expires_after(kAcceptRetry);
+                retry.async_wait([this](beast::error_code) { accept(); });
+                return;
+            }
+            admit(std::move(socket));
+            accept();
+        });
+    }
+
+    void admit(tcp::socket socket) {
+        beast::error_code ignored;
+        socket.set_option(tcp::no_delay(true), ignored);
+        if (shared->open.fetch_add(1) >= shared->limits.maxConnections) {
+            --shared->open;
+            refuse(std::move(socket));
+            return;
         }
-        const ServiceResponse reply = service_.handle(serviceRequest);
-        response.status = reply.status;
-        for (const auto &[name, value] : reply.headers) {
-            response.set_header(name, value);
-        }
-        response.set_content(reply.body, std::string(kJsonType));
-    };
-    const std::string everyPath = ".*";
-    server_->Get(everyPath, handler);
-    server_->Post(everyPath, handler);
-    server_->Put(everyPath, handler);
-    server_->Patch(everyPath, handler);
-    server_->Delete(everyPath, handler);
-    server_->Options(everyPath, handler);
-    server_->set_error_handler([](const httplib::Request &, httplib::Response &response) {
-        if (response.status >= kFirstErrorStatus && response.body.empty()) {
-            response.set_content(errorResponse(response.status, messageForStatus(response.status)).body,
-                                 std::string(kJsonType));
-        }
-    });
-}
+        std::make_shared<Connection>(std::move(socket), shared)->start();
+    }
+
+    net::io_context io;
+    tcp::acceptor acceptor;
+    net::steady_timer retry;
+    std::shared_ptr<Shared> shared;
+    std::atomic<bool> serving{false};
+};
+
+HttpFront::HttpFront(VersionService &service, FrontLimits limits)
+    : HttpFront([&service](const ServiceRequest &request) { return service.handle(request); }, limits) {}
+
+HttpFront::HttpFront(RequestHandler handler, FrontLimits limits)
+    : state_(std::make_shared<State>(std::move(handler), limits)) {}
 
 HttpFront::~HttpFront() {
     stop();
 }
 
 std::optional<int> HttpFront::bind(const std::string &host, int port) {
-    const int bound = port == 0 ? server_->bind_to_any_port(host) : (server_->bind_to_port(host, port) ? port : -1);
-    if (bound <= 0) {
+    if (port < 0 || port > kMaxPort) {
         return std::nullopt;
     }
-    return bound;
+    beast::error_code error;
+    tcp::resolver resolver(state_->io);
+    const auto endpoints = resolver.resolve(host, std::to_string(port), tcp::resolver::passive, error);
+    if (error || endpoints.empty()) {
+        return std::nullopt;
+    }
+    const tcp::endpoint endpoint = endpoints.begin()->endpoint();
+    auto &acceptor = state_->acceptor;
+    acceptor.open(endpoint.protocol(), error);
+    if (!error) {
+        acceptor.set_option(net::socket_base::reuse_address(true), error);
+    }
+    if (!error) {
+        acceptor.bind(endpoint, error);
+    }
+    if (!error) {
+        acceptor.listen(net::socket_base::max_listen_connections, error);
+    }
+    if (error) {
+        beast::error_code ignored;
+        acceptor.close(ignored);
+        return std::nullopt;
+    }
+    return static_cast<int>(acceptor.local_endpoint().port());
 }
 
 bool HttpFront::serve() {
-    return server_->listen_after_bind();
+    if (!state_->acceptor.is_open()) {
+        return false;
+    }
+    state_->serving = true;
+    state_->accept();
+    const int threads = std::max(1, state_->shared->limits.threads);
+    std::vector<std::thread> workers;
+    workers.reserve(static_cast<std::size_t>(threads - 1));
+    std::atomic<bool> anyFailed{false};
+    const auto run = [this, &anyFailed] {
+        try {
+            state_->io.run();
+        } catch (const std::exception &) {
+            anyFailed = true;
+            state_->io.stop();
+        }
+    };
+    for (int i = 1; i < threads; ++i) {
+        workers.emplace_back(run);
+    }
+    run();
+    for (auto &worker : workers) {
+        worker.join();
+    }
+    beast::error_code ignored;
+    state_->acceptor.close(ignored);
+    state_->serving = false;
+    return !anyFailed;
 }
 
 void HttpFront::stop() {
-    server_->stop();
+    // Remembered by the loop: a stop before serve() makes serve() return at once.
+    state_->io.stop();
 }
 
 bool HttpFront::running() const {
-    return server_->is_running();
+    return state_->serving;
 }
 
 std::optional<std::pair<std::string, int>> parseListenAddress(const std::string &text) {
@@ -96,6 +387,28 @@ std::optional<std::pair<std::string, int>> parseListenAddress(const std::string 
         return std::nullopt;
     }
     return std::make_pair(text.substr(0, colon), static_cast<int>(*port));
+}
+
+std::pair<std::string, std::multimap<std::string, std::string>> splitTarget(std::string_view target) {
+    const auto question = target.find('?');
+    std::multimap<std::string, std::string> query;
+    if (question != std::string_view::npos) {
+        std::string_view rest = target.substr(question + 1);
+        while (!rest.empty()) {
+            const auto amp = rest.find('&');
+            const std::string_view item = rest.substr(0, amp);
+            rest = amp == std::string_view::npos ? std::string_view() : rest.substr(amp + 1);
+            if (item.empty()) {
+                continue;
+            }
+            const auto equals = item.find('=');
+            const std::string_view key = item.substr(0, equals);
+            const std::string_view value =
+                equals == std::string_view::npos ? std::string_view() : item.substr(equals + 1);
+            query.emplace(percentDecoded(key, true), percentDecoded(value, true));
+        }
+    }
+    return {percentDecoded(target.substr(0, question), false), std::move(query)};
 }
 
 } // namespace qv::server

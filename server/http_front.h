@@ -1,38 +1,62 @@
-// The version service on a socket: cpp-httplib in front of VersionService.
+// The version service on a socket: an event-driven HTTP/1.1 front that slow or idle clients cannot starve.
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "server/version_service.h"
 
-namespace httplib {
-class Server;
-}
-
 namespace qv::server {
+
+// What one connection may cost the service, and how many may be open at once.
+struct FrontLimits {
+    std::size_t maxConnections = 4096;
+    // From a request's first byte until its header is complete.
+    std::chrono::milliseconds headerDeadline{std::chrono::seconds(10)};
+    // From the end of the header until the body is complete.
+    std::chrono::milliseconds bodyDeadline{std::chrono::seconds(30)};
+    // A kept-alive connection with no request under way.
+    std::chrono::milliseconds idleTimeout{std::chrono::seconds(60)};
+    std::chrono::milliseconds writeDeadline{std::chrono::seconds(30)};
+    std::size_t maxHeaderBytes = std::size_t{16} * 1024;
+    std::size_t maxBodyBytes = kMaxBodyBytes;
+    // Threads that run the event loop and the handler; a handler call that waits for the database holds one.
+    int threads = 4;
+};
+
+using RequestHandler = std::function<ServiceResponse(const ServiceRequest &)>;
 
 class HttpFront {
   public:
-    explicit HttpFront(VersionService &service);
+    explicit HttpFront(VersionService &service, FrontLimits limits = {});
+    // Any handler: the benchmarks put a constant reply behind the same front to measure the front alone.
+    explicit HttpFront(RequestHandler handler, FrontLimits limits = {});
     ~HttpFront();
     HttpFront(const HttpFront &) = delete;
     HttpFront &operator=(const HttpFront &) = delete;
 
     // Binds the address (port 0 picks a free port); the bound port, or nothing when binding failed.
     std::optional<int> bind(const std::string &host, int port);
-    // Serves until stop() is called; false when the server could not run.
+    // Serves until stop() is called, also when stop() came first; false when the server could not run.
     bool serve();
     void stop();
     bool running() const;
 
   private:
-    VersionService &service_;
-    std::unique_ptr<httplib::Server> server_;
+    struct State;
+    std::shared_ptr<State> state_;
 };
 
 // "HOST:PORT" split; nothing when the text has no port or the port is not 0-65535.
 std::optional<std::pair<std::string, int>> parseListenAddress(const std::string &text);
+
+// The request target split into a decoded path and decoded query items ("+" is a space in the query only);
+// a broken percent escape stays as written.
+std::pair<std::string, std::multimap<std::string, std::string>> splitTarget(std::string_view target);
 
 } // namespace qv::server

@@ -2,7 +2,9 @@
 #include "server/serve.h"
 
 #include <pthread.h>
+#include <sys/resource.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <csignal>
@@ -46,6 +48,23 @@ class BlockedStopSignals {
     sigset_t previous_{};
 };
 
+// Every open connection holds a descriptor; the usual soft limit of 1024 would cap the front far below its own cap.
+std::size_t raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) {
+        return 0;
+    }
+    if (limit.rlim_cur < limit.rlim_max) {
+        limit.rlim_cur = limit.rlim_max;
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+    }
+    return static_cast<std::size_t>(limit.rlim_cur);
+}
+
+// Descriptors kept back from connections: the database, its journal, the listening socket and the standard streams.
+constexpr std::size_t kReservedDescriptors = 64;
+
 } // namespace
 
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
@@ -63,7 +82,12 @@ Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<
         return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());
     }
     VersionService service(**storage);
-    HttpFront front(service);
+    FrontLimits limits;
+    const std::size_t descriptors = raiseDescriptorLimit();
+    if (descriptors > kReservedDescriptors) {
+        limits.maxConnections = std::min(limits.maxConnections, descriptors - kReservedDescriptors);
+    }
+    HttpFront front(service, limits);
     const auto port = front.bind(config.host, config.port);
     if (!port) {
         return fail(ErrorCode::ListenFailed, "cannot listen on " + config.host + ":" + std::to_string(config.port));

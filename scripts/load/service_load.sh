@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Load test of the version service on loopback: seed 10,000 apps x 20 versions, serve on 2 cores, measure
-# GET versions and POST reports for a bounded time and count, then stop everything.
+# Load test of the version service on loopback: seed 10,000 apps x 20 versions, serve on 2 cores, and measure
+# GET versions plain and with 1,000 idle and 8 slow-header clients held open, POST reports, a compression bomb,
+# and the same front answering a constant body; every phase is bounded in time and count.
 set -euo pipefail
 build=${BUILD_DIR:-build/linux}
 load=$build/bench/service_load
@@ -11,9 +12,9 @@ for program in "$load" "$cli"; do
 done
 
 work=$(mktemp -d)
-server_pid=
+pids=()
 cleanup() {
-  if [ -n "$server_pid" ]; then kill "$server_pid" 2>/dev/null || true; wait "$server_pid" 2>/dev/null || true; fi
+  for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; wait "$pid" 2>/dev/null || true; done
   rm -rf "$work"
 }
 trap cleanup EXIT
@@ -21,18 +22,44 @@ trap cleanup EXIT
 pin=()
 command -v taskset >/dev/null && pin=(taskset -c 0,1)
 
-"$load" seed --db "$work/versions.sqlite" --apps 10000 --versions 20
-"${pin[@]}" "$cli" serve --listen 127.0.0.1:0 --db "$work/versions.sqlite" >"$work/serve.out" 2>&1 &
-server_pid=$!
-port=
-for _ in $(seq 100); do
-  port=$(sed -n 's/^serving on http:\/\/127\.0\.0\.1:\([0-9]*\).*/\1/p' "$work/serve.out")
-  [ -n "$port" ] && break
-  sleep 0.1
-done
-[ -n "$port" ] || { echo "service_load: the service did not start" >&2; cat "$work/serve.out" >&2; exit 1; }
-echo "service on 127.0.0.1:$port, $(nproc) cores (load average $(cut -d" " -f1 /proc/loadavg)), ${seconds}s per phase; target: GET versions >= 20000 req/s with p99 < 5 ms"
+# Starts a server command in the background; sets started_port to the port it announces, started_pid to its pid.
+start() {
+  local out=$1
+  shift
+  : >"$out"
+  "${pin[@]}" "$@" >"$out" 2>&1 &
+  started_pid=$!
+  pids+=("$started_pid")
+  started_port=
+  for _ in $(seq 100); do
+    started_port=$(sed -n 's/^serving on http:\/\/127\.0\.0\.1:\([0-9]*\).*/\1/p' "$out")
+    [ -n "$started_port" ] && break
+    sleep 0.1
+  done
+  [ -n "$started_port" ] || { echo "service_load: $1 did not start" >&2; cat "$out" >&2; exit 1; }
+}
 
-"${pin[@]}" "$load" get --port "$port" --apps 10000 --connections 2 --seconds "$seconds" --max-requests 2000000
+rate() { sed -n 's/.* \([0-9]*\) req\/s.*/\1/p' | tail -1; }
+
+"$load" seed --db "$work/versions.sqlite" --apps 10000 --versions 20
+start "$work/serve.out" "$cli" serve --listen 127.0.0.1:0 --db "$work/versions.sqlite"
+port=$started_port
+service_pid=$started_pid
+echo "service on 127.0.0.1:$port, $(nproc) cores (load average $(cut -d" " -f1 /proc/loadavg)), ${seconds}s per phase"
+echo "targets: GET versions p99 < 10 ms with 1,000 idle and 8 slow-header clients; a bomb costs < 16 MiB and < 100 ms"
+
+get=(get --apps 10000 --connections 2 --seconds "$seconds" --max-requests 2000000)
+"${pin[@]}" "$load" "${get[@]}" --port "$port" | tee "$work/get.txt"
+"${pin[@]}" "$load" "${get[@]}" --port "$port" --idle 1000 --slow 8
 "${pin[@]}" "$load" post --port "$port" --apps 10000 --connections 4 --seconds "$((seconds / 2 > 0 ? seconds / 2 : 1))" \
   --max-requests 500000
+"$load" bomb --port "$port" --pid "$service_pid"
+
+start "$work/constant.out" "$load" constant --port 0 --connections 4
+constant_port=$started_port
+echo "the same front answering a constant body:"
+"${pin[@]}" "$load" "${get[@]}" --port "$constant_port" | tee "$work/constant.txt"
+service_rate=$(rate <"$work/get.txt")
+constant_rate=$(rate <"$work/constant.txt")
+awk -v s="$service_rate" -v c="$constant_rate" \
+  'BEGIN { if (c > 0) printf "GET versions throughput: service %d req/s, constant body %d req/s, ratio %.2f\n", s, c, s / c }'
