@@ -80,7 +80,7 @@ std::function<void(int)> integerCompletion(void (^completion)(int)) {
         const qv::FlagPromptButtons buttons{continueButton == YES, cancelButton == YES, blockUpdateButton == YES,
                                             showTweaksAction == YES};
         const qv::Prompt prompt =
-            qv::flagPrompt(buttons, qv::darwin::tweakPreferences().updateBlockerDisabled(), qv::darwin::ui());
+            qv::flagPrompt(buttons, qv::darwin::settings().value(qv::Setting::DisableUpdateBlocker), qv::darwin::ui());
         qv::PromptHandlers handlers;
         handlers.choice = completionFor(completion);
         handlers.blockAllUpdates = [bundleIdentifier] {

@@ -1,19 +1,18 @@
-// The switches the store hooks read from the library's own preferences suite, until the settings model lands.
+// The settings' defaults domain on the phone and the Preferences port over it.
 #pragma once
 
+#include "base/result.h"
+#include "base/value.h"
+#include "platform/app_store_container.h"
 #include "platform/preferences.h"
-#include "store/offer_decisions.h"
 
 #import <Foundation/Foundation.h>
 
 #include <string>
-#include <string_view>
 
 namespace qv::darwin {
 
-inline constexpr std::string_view kTweakPreferencesSuite = "com.quorvane.qvdovrinkit.preferences";
-
-// The Preferences port over one defaults object; every key is read as stored, without a suffix.
+// The Preferences port over one defaults object; keys are used as given.
 class DefaultsPreferences final : public Preferences {
   public:
     explicit DefaultsPreferences(NSUserDefaults *defaults) : defaults_(defaults) {}
@@ -22,25 +21,17 @@ class DefaultsPreferences final : public Preferences {
     Result<void> flush() override;
     void registerDefaults(const Dictionary &defaults) override;
 
+    NSUserDefaults *defaults() const { return defaults_; }
+
   private:
     NSUserDefaults *defaults_;
 };
 
-// The library's settings by name; stored under the name followed by "_QV", false when never written.
-class TweakPreferences {
-  public:
-    TweakPreferences();
+// The settings suite, kept in the App Store app's container so that both store processes read the same file. Where
+// the system cannot place a suite in a container, or the container is unknown, each process keeps its own copy.
+NSUserDefaults *makeSettingsDefaults(const AppStoreContainer &container);
 
-    OfferSettings offerSettings() const;
-    bool holdHintShown() const;
-    void markHoldHintShown();
-    bool updateBlockerDisabled() const;
-
-  private:
-    bool flag(std::string_view name) const;
-
-    NSUserDefaults *defaults_;
-    DefaultsPreferences preferences_;
-};
+// The factory defaults in the resource bundle; a failure when the file is missing or holds no dictionary.
+Result<Value> readFactoryDefaults();
 
 } // namespace qv::darwin

@@ -1,25 +1,48 @@
-// Reads and writes the library's switches in its preferences suite.
-#include "darwin/settings/tweak_preferences.h"
+// Makes the settings' defaults object and reads and writes values in it.
+#include "darwin/settings/defaults_preferences.h"
 
 #include "darwin/core/guard.h"
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
+#include "darwin/service/resources.h"
+#include "settings/settings_model.h"
+
+// Private: a suite whose file lives in another app's container.
+@interface NSUserDefaults (QVSuiteInContainer)
+- (instancetype)_initWithSuiteName:(NSString *)suiteName container:(NSURL *)container;
+@end
 
 namespace qv::darwin {
-namespace {
 
-constexpr std::string_view kStoredKeySuffix = "_QV";
-
-std::string storedKey(std::string_view name) {
-    return std::string(name) + std::string(kStoredKeySuffix);
-}
-
-NSUserDefaults *tweakDefaults() {
-    NSUserDefaults *defaults = [[NSUserDefaults alloc] initWithSuiteName:toNSString(kTweakPreferencesSuite)];
+NSUserDefaults *makeSettingsDefaults(const AppStoreContainer &container) {
+    NSString *suite = toNSString(kSettingsSuiteName);
+    NSUserDefaults *defaults = nil;
+    guarded([&] {
+        const auto directory = container.dataContainerDirectory();
+        if (!directory || ![NSUserDefaults instancesRespondToSelector:@selector(_initWithSuiteName:container:)]) {
+            return;
+        }
+        NSURL *containerURL = [NSURL fileURLWithPath:toNSString(*directory) isDirectory:YES];
+        defaults = [[NSUserDefaults alloc] _initWithSuiteName:suite container:containerURL];
+    });
+    if (defaults == nil) {
+        guarded([&] { defaults = [[NSUserDefaults alloc] initWithSuiteName:suite]; });
+    }
     return defaults ?: NSUserDefaults.standardUserDefaults;
 }
 
-} // namespace
+Result<Value> readFactoryDefaults() {
+    NSString *path = nil;
+    NSDictionary *read = nil;
+    guarded([&] {
+        path = pathForTweakFile(toNSString(kFactoryDefaultsName), toNSString(kFactoryDefaultsType));
+        read = path != nil ? [NSDictionary dictionaryWithContentsOfFile:path] : nil;
+    });
+    if (read == nil) {
+        return fail(ErrorCode::FileUnreadable, "no factory defaults dictionary at " + toStdStringOrEmpty(path));
+    }
+    return valueFromObject(read);
+}
 
 std::optional<Value> DefaultsPreferences::valueForKey(const std::string &key) const {
     std::optional<Value> value;
@@ -52,31 +75,6 @@ void DefaultsPreferences::registerDefaults(const Dictionary &defaults) {
             [defaults_ registerDefaults:static_cast<NSDictionary *>(registered)];
         }
     });
-}
-
-TweakPreferences::TweakPreferences() : defaults_(tweakDefaults()), preferences_(defaults_) {}
-
-bool TweakPreferences::flag(std::string_view name) const {
-    return preferences_.boolForKey(storedKey(name));
-}
-
-OfferSettings TweakPreferences::offerSettings() const {
-    return {flag("enableDowngradeOptions"), flag("longPressToShowDowngradeOptions")};
-}
-
-bool TweakPreferences::holdHintShown() const {
-    return flag("holdToDowngradeTipsShown");
-}
-
-void TweakPreferences::markHoldHintShown() {
-    guarded([&] {
-        [defaults_ setBool:YES forKey:toNSString(storedKey("holdToDowngradeTipsShown"))];
-        [defaults_ synchronize];
-    });
-}
-
-bool TweakPreferences::updateBlockerDisabled() const {
-    return flag("disableUpdateBlocker");
 }
 
 } // namespace qv::darwin
