@@ -19,6 +19,8 @@ class UikitUi final : public Ui {
     void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer) override;
     void presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) override;
     void dismissScreen(const ScreenModel &screen) override;
+    // Onto the navigation controller on top; without one the screen is presented in a navigation controller.
+    void pushScreen(std::shared_ptr<ScreenModel> screen) override;
     void showProgress(const std::string &text) override;
     void dismissProgress() override;
     void openBrowser(const std::string &address) override;
@@ -39,6 +41,8 @@ class UikitUi final : public Ui {
 UIWindow *keyWindow();
 UIViewController *topMostController();
 UIViewController *presentingController(Presenter presenter);
+// The controller that draws the screen's model; nil for a kind the phone does not draw.
+UIViewController *screenController(const std::shared_ptr<ScreenModel> &screen);
 // A button title through the host's own translations: the English title is the key, "" the default value.
 NSString *localizedTitle(const std::string &englishTitle);
 NSString *messageOf(const Dialog &dialog);

@@ -4,6 +4,7 @@
 #include "darwin/core/guard.h"
 #include "darwin/core/strings.h"
 #include "darwin/downgrade/versions_screen.h"
+#include "darwin/settings/settings_screen.h"
 
 #include <algorithm>
 
@@ -66,24 +67,44 @@ void UikitUi::presentDialog(const Dialog &dialog, std::function<void(const Dialo
     });
 }
 
+UIViewController *screenController(const std::shared_ptr<ScreenModel> &screen) {
+    switch (screen->kind()) {
+    case ScreenKind::VersionsList:
+        return makeVersionsScreen(std::static_pointer_cast<VersionsListModel>(screen));
+    case ScreenKind::SettingsForm:
+        return makeSettingsScreen(std::static_pointer_cast<SettingsFormModel>(screen));
+    case ScreenKind::BlockedUpdates:
+        // Drawn once the blocked-updates screen lands on the phone; nothing is shown until then.
+        return nil;
+    }
+    return nil;
+}
+
 void UikitUi::presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) {
     guarded([&] {
-        UIViewController *root = nil;
-        switch (screen->kind()) {
-        case ScreenKind::VersionsList:
-            root = makeVersionsScreen(std::static_pointer_cast<VersionsListModel>(screen));
-            break;
-        case ScreenKind::SettingsForm:
-        case ScreenKind::BlockedUpdates:
-            // Drawn once the settings and blocked-updates screens land on the phone; nothing is shown until then.
-            break;
-        }
+        UIViewController *root = screenController(screen);
         if (root == nil) {
             return;
         }
         UINavigationController *navigation = [[UINavigationController alloc] initWithRootViewController:root];
         recordScreen(*screen, navigation);
         [presentingController(presenter) presentViewController:navigation animated:YES completion:nil];
+    });
+}
+
+void UikitUi::pushScreen(std::shared_ptr<ScreenModel> screen) {
+    guarded([&] {
+        UIViewController *top = topMostController();
+        UINavigationController *navigation = [top isKindOfClass:UINavigationController.class]
+                                                 ? static_cast<UINavigationController *>(top)
+                                                 : top.navigationController;
+        if (navigation == nil) {
+            presentScreen(std::move(screen), Presenter::Screen);
+            return;
+        }
+        if (UIViewController *controller = screenController(screen)) {
+            [navigation pushViewController:controller animated:YES];
+        }
     });
 }
 

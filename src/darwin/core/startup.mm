@@ -6,6 +6,7 @@
 #include "darwin/adapters/bundle_files.h"
 #include "darwin/adapters/dispatch_queues.h"
 #include "darwin/adapters/keyed_archive_file.h"
+#include "darwin/adapters/mail_composer.h"
 #include "darwin/adapters/notification_centres.h"
 #include "darwin/adapters/uikit_ui.h"
 #include "darwin/adapters/url_session_http.h"
@@ -15,6 +16,8 @@
 #include "darwin/store/phone_store_purchasing.h"
 #include "downgrade/versions_list_model.h"
 #include "store/purchase_intercept.h"
+#include "updates/block_failure_prompt.h"
+#include "updates/blocked_list_model.h"
 #include "updates/blocked_updates.h"
 
 #import <CoreFoundation/CoreFoundation.h>
@@ -26,6 +29,10 @@
 // The store's public lookup endpoint by default; a deployment may point the phone elsewhere (QV_PHONE_LOOKUP_URL).
 #ifndef QV_PHONE_LOOKUP_URL
 #define QV_PHONE_LOOKUP_URL "https://itunes.apple.com/"
+#endif
+// Where the support mail after a failed block goes (QV_SUPPORT_EMAIL).
+#ifndef QV_SUPPORT_EMAIL
+#define QV_SUPPORT_EMAIL "support@quorvane.com"
 #endif
 
 namespace qv::darwin {
@@ -82,24 +89,15 @@ Queues &queues() {
     return *queues;
 }
 
-// The App Store app's own defaults, where the user's "disableAppCaching_QV" lives.
-const Preferences &appStorePreferences() {
-    static const auto *const preferences = [] {
-        NSString *const appStore = @"com.apple.AppStore";
-        NSUserDefaults *defaults = [NSBundle.mainBundle.bundleIdentifier isEqualToString:appStore]
-                                       ? NSUserDefaults.standardUserDefaults
-                                       : [[NSUserDefaults alloc] initWithSuiteName:appStore];
-        return new DefaultsPreferences(defaults ?: NSUserDefaults.standardUserDefaults);
-    }();
-    return *preferences;
+Notifier &notifier() {
+    static auto *const centres = new NotificationCentres();
+    return *centres;
 }
 
-// Blocking from a prompt has no support mail yet; the failure is written to the log.
-class LoggedBlockFailure final : public BlockFailureAlert {
+// Knows no installed app: the blocked-updates rows then show their records alone.
+class NoInstalledApps final : public InstalledApps {
   public:
-    void show(const BlockFailure &failure) override {
-        objcRuntime().log("blockUpdate: could not block " + failure.itemDescription);
-    }
+    std::optional<InstalledApp> appForKey(const Value & /*key*/) const override { return std::nullopt; }
 };
 
 } // namespace
@@ -110,7 +108,7 @@ UikitUi &ui() {
 }
 
 ServiceClient &serviceClient() {
-    static auto *const client = new ServiceClient(http(), queues(), appStorePreferences(),
+    static auto *const client = new ServiceClient(http(), queues(), settingsPreferences(),
                                                   ServiceEndpoints::make(QV_DEFAULT_API_BASE_URL, QV_PHONE_LOOKUP_URL));
     return *client;
 }
@@ -123,7 +121,7 @@ DowngradeFlows &downgradeFlows() {
                 serviceVersionsSource(http(), queues(), serviceClient().endpoints().apiBaseUrl);
             return std::make_shared<VersionsListModel>(ui(), source, storeIdentifier);
         },
-        [] { return tweakPreferences().updateBlockerDisabled(); },
+        [] { return settings().value(Setting::DisableUpdateBlocker); },
     };
     return *flows;
 }
@@ -149,16 +147,40 @@ const BundleIdentifierLookup &bundleIdentifierLookup() {
     return *lookup;
 }
 
-TweakPreferences &tweakPreferences() {
-    static auto *const preferences = new TweakPreferences();
+UpdateBlocker &updateBlocker() {
+    static auto *const mail = new MailComposer();
+    static auto *const failureAlert = new BlockFailurePrompt(ui(), *mail, QV_SUPPORT_EMAIL);
+    static auto *const blocker = new UpdateBlocker(BlockedUpdates::shared(), notifier(), *failureAlert);
+    return *blocker;
+}
+
+DefaultsPreferences &settingsPreferences() {
+    static auto *const preferences = [] {
+        static const auto *const container = new ApplicationProxyContainer();
+        auto *made = new DefaultsPreferences(makeSettingsDefaults(*container));
+        registerFactoryDefaults(*made, readFactoryDefaults());
+        return made;
+    }();
     return *preferences;
 }
 
-UpdateBlocker &updateBlocker() {
-    static auto *const notifier = new NotificationCentres();
-    static auto *const failureAlert = new LoggedBlockFailure();
-    static auto *const blocker = new UpdateBlocker(BlockedUpdates::shared(), *notifier, *failureAlert);
-    return *blocker;
+SettingsModel &settings() {
+    static auto *const model = new SettingsModel(settingsPreferences(), notifier());
+    return *model;
+}
+
+const std::shared_ptr<SettingsFormModel> &settingsForm() {
+    static const auto *const form = new std::shared_ptr<SettingsFormModel>(std::make_shared<SettingsFormModel>(
+        ui(), settings(), notifier(), [](std::function<void()> deletedUpdate) -> std::shared_ptr<ScreenModel> {
+            return std::make_shared<BlockedListModel>(BlockedUpdates::shared(), installedApps(),
+                                                      std::move(deletedUpdate));
+        }));
+    return *form;
+}
+
+const InstalledApps &installedApps() {
+    static const auto *const apps = new NoInstalledApps();
+    return *apps;
 }
 
 ObjcRuntime &objcRuntime() {

@@ -1,6 +1,7 @@
 // QVUIKitHelper: reads the store objects it is handed and runs the portable prompts and flows with them.
 #include "darwin/downgrade/uikit_helper.h"
 
+#include "darwin/adapters/blockable_items.h"
 #include "darwin/core/guard.h"
 #include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
@@ -18,19 +19,7 @@ using qv::darwin::valueOrNil;
 
 // "Block All Updates": every future update of the app the proxy stands for, then the update screens reload.
 void blockAllUpdates(id proxy) {
-    qv::BlockableItem item;
-    item.kind = proxy != nil ? qv::BlockableItem::Kind::ApplicationProxy : qv::BlockableItem::Kind::Other;
-    item.description = qv::darwin::textForm(proxy).value_or("(null)");
-    if ([proxy respondsToSelector:NSSelectorFromString(@"itemID")]) {
-        id itemID = [proxy valueForKey:@"itemID"];
-        if ([itemID respondsToSelector:@selector(longLongValue)]) {
-            item.storeIdentifier = [itemID longLongValue];
-        }
-    }
-    if ([proxy respondsToSelector:NSSelectorFromString(@"shortVersionString")]) {
-        item.version = qv::darwin::toStdString([proxy valueForKey:@"shortVersionString"]);
-    }
-    qv::darwin::updateBlocker().blockUpdate(item, true, true);
+    qv::darwin::updateBlocker().blockUpdate(qv::darwin::blockableItemOf(proxy), true, true);
 }
 
 std::function<void(qv::DowngradeChoice)> completionFor(void (^completion)(int)) {
@@ -80,7 +69,7 @@ std::function<void(int)> integerCompletion(void (^completion)(int)) {
         const qv::FlagPromptButtons buttons{continueButton == YES, cancelButton == YES, blockUpdateButton == YES,
                                             showTweaksAction == YES};
         const qv::Prompt prompt =
-            qv::flagPrompt(buttons, qv::darwin::tweakPreferences().updateBlockerDisabled(), qv::darwin::ui());
+            qv::flagPrompt(buttons, qv::darwin::settings().value(qv::Setting::DisableUpdateBlocker), qv::darwin::ui());
         qv::PromptHandlers handlers;
         handlers.choice = completionFor(completion);
         handlers.blockAllUpdates = [bundleIdentifier] {

@@ -29,12 +29,12 @@ void storePageViewDidAppear(id self, SEL _cmd, BOOL animated) {
                                                                      maxDeepnessLevel:kOfferViewSearchDepth]
                                                   : nil;
         id libraryItem = libraryItemOf(offerView);
-        TweakPreferences &preferences = tweakPreferences();
-        if (libraryItem == nil || preferences.holdHintShown()) {
+        SettingsModel &preferences = settings();
+        if (libraryItem == nil || preferences.value(Setting::HoldToDowngradeTipsShown)) {
             return;
         }
         id itemState = itemStateForIdentifier(valueOrNil(libraryItem, @"storeItemIdentifier"));
-        if (!shouldShowHoldHint(false, preferences.offerSettings().longPressToShowDowngradeOptions,
+        if (!shouldShowHoldHint(false, preferences.value(Setting::LongPressToShowDowngradeOptions),
                                 installedAppState(stateValueOf(itemState)))) {
             return;
         }
@@ -45,7 +45,7 @@ void storePageViewDidAppear(id self, SEL _cmd, BOOL animated) {
                                                UIApplication.sharedApplication.statusBarFrame.size.height);
         const CGPoint centre = CGPointMake(CGRectGetMidX(page.view.bounds), CGRectGetMidY(page.view.bounds));
         ui().showGestureHint(toStdStringOrEmpty(text), {centre.x, centre.y}, touch);
-        preferences.markHoldHintShown();
+        static_cast<void>(preferences.set(Setting::HoldToDowngradeTipsShown, true));
     });
 }
 

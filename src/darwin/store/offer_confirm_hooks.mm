@@ -17,6 +17,11 @@ namespace {
 
 using StoreAction = void (*)(id, SEL, id);
 
+OfferSettings offerSettings() {
+    const SettingsModel &model = settings();
+    return {model.value(Setting::EnableDowngradeOptions), model.value(Setting::LongPressToShowDowngradeOptions)};
+}
+
 // Prompts, or lets the store's action run, for one item whose state and identifier were read by the caller.
 void confirmOffer(id itemState, const std::string &itemIdentifier, UIView *sourceView, id sender,
                   const std::function<void()> &callOrig) {
@@ -26,7 +31,7 @@ void confirmOffer(id itemState, const std::string &itemIdentifier, UIView *sourc
     if ([sender isKindOfClass:UILongPressGestureRecognizer.class]) {
         offerSender = {true, static_cast<UIGestureRecognizer *>(sender).state};
     }
-    switch (decideOfferAction(tweakPreferences().offerSettings(), installed, supportedAppState(state), offerSender)) {
+    switch (decideOfferAction(offerSettings(), installed, supportedAppState(state), offerSender)) {
     case OfferDecision::CallOrig:
         callOrig();
         return;
@@ -68,7 +73,7 @@ template <MethodImplementation &Orig> void cellLayoutOfferConfirm(id self, SEL _
     const auto callOrig = storeActionOf(Orig, self, _cmd, sender);
     bool handled = false;
     guarded([&] {
-        if (!tweakPreferences().offerSettings().enableDowngradeOptions) {
+        if (!settings().value(Setting::EnableDowngradeOptions)) {
             return;
         }
         id itemState = valueOrNil(self, @"itemState");
@@ -87,7 +92,7 @@ void offerViewButtonAction(id self, SEL _cmd, id sender) {
     bool handled = false;
     guarded([&] {
         id libraryItem = libraryItemOf(self);
-        if (!tweakPreferences().offerSettings().enableDowngradeOptions || libraryItem == nil) {
+        if (!settings().value(Setting::EnableDowngradeOptions) || libraryItem == nil) {
             return;
         }
         id storeIdentifier = valueOrNil(libraryItem, @"storeItemIdentifier");

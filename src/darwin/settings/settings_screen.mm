@@ -1,0 +1,157 @@
+// QVPPSettingsViewController: draws the settings form as a grouped table and hands switches and taps to the model.
+#include "darwin/settings/settings_screen.h"
+
+#include "darwin/core/guard.h"
+#include "darwin/core/startup.h"
+#include "darwin/core/strings.h"
+#include "darwin/service/resources.h"
+
+using qv::darwin::guarded;
+using qv::darwin::toNSString;
+
+namespace {
+
+// A switch knows its row by its tag: the section in the high half, the row in the low half.
+constexpr NSInteger kRowBits = 16;
+
+NSInteger switchTag(NSIndexPath *indexPath) {
+    return (indexPath.section << kRowBits) | indexPath.row;
+}
+
+} // namespace
+
+@interface QVPPSettingsViewController : UITableViewController
+- (instancetype)initWithModel:(std::shared_ptr<qv::SettingsFormModel>)model;
+@end
+
+@implementation QVPPSettingsViewController {
+    std::shared_ptr<qv::SettingsFormModel> _model;
+}
+
+- (instancetype)initWithModel:(std::shared_ptr<qv::SettingsFormModel>)model {
+    if ((self = [super initWithStyle:UITableViewStyleGrouped])) {
+        _model = std::move(model);
+    }
+    return self;
+}
+
+- (void)viewDidLoad {
+    [super viewDidLoad];
+    UIButton *share = [UIButton buttonWithType:UIButtonTypeCustom];
+    share.frame = CGRectMake(0, 0, 21, 20);
+    [share setBackgroundImage:[[UIImage qv_imageNamed:@"share.png"]
+                                  imageWithRenderingMode:UIImageRenderingModeAlwaysOriginal]
+                     forState:UIControlStateNormal];
+    share.tintColor = UIColor.whiteColor;
+    [share addTarget:self action:@selector(tweetMe) forControlEvents:UIControlEventTouchUpInside];
+    self.navigationItem.rightBarButtonItem = [[UIBarButtonItem alloc] initWithCustomView:share];
+    self.tableView.tableFooterView =
+        [[UIView alloc] initWithFrame:CGRectMake(0, 0, self.tableView.bounds.size.width, 60)];
+    self.tableView.tableFooterView.backgroundColor = UIColor.clearColor;
+}
+
+- (void)viewWillAppear:(BOOL)animated {
+    [super viewWillAppear:animated];
+    UINavigationController *navigation = self.navigationController;
+    // Shown at the bottom of a navigation stack of its own, the screen was presented and can be dismissed; pushed
+    // onto someone else's, it keeps the back button.
+    if (navigation == nil || navigation.viewControllers.firstObject == self) {
+        self.navigationItem.leftBarButtonItem = [[UIBarButtonItem alloc] initWithTitle:toNSString(qv::kDismissTitle)
+                                                                                 style:UIBarButtonItemStylePlain
+                                                                                target:self
+                                                                                action:@selector(dismiss)];
+        qv::darwin::ui().recordScreen(*_model, navigation ?: self);
+    }
+    guarded([&] { _model->appeared(); });
+    self.title = toNSString(_model->title());
+    [self.tableView reloadData];
+}
+
+- (void)viewWillDisappear:(BOOL)animated {
+    [super viewWillDisappear:animated];
+    guarded([&] { static_cast<void>(_model->disappearing()); });
+    self.title = toNSString(_model->title());
+}
+
+- (void)dismiss {
+    [self dismissViewControllerAnimated:YES completion:nil];
+}
+
+- (void)tweetMe {
+}
+
+- (const qv::FormRow *)rowAt:(NSIndexPath *)indexPath {
+    const auto &sections = _model->sections();
+    const auto section = static_cast<std::size_t>(indexPath.section);
+    const auto row = static_cast<std::size_t>(indexPath.row);
+    if (section >= sections.size() || row >= sections[section].rows.size()) {
+        return nullptr;
+    }
+    return &sections[section].rows[row];
+}
+
+- (NSInteger)numberOfSectionsInTableView:(UITableView *)tableView {
+    return static_cast<NSInteger>(_model->sections().size());
+}
+
+- (NSInteger)tableView:(UITableView *)tableView numberOfRowsInSection:(NSInteger)section {
+    const auto &sections = _model->sections();
+    const auto index = static_cast<std::size_t>(section);
+    return index < sections.size() ? static_cast<NSInteger>(sections[index].rows.size()) : 0;
+}
+
+- (NSString *)tableView:(UITableView *)tableView titleForHeaderInSection:(NSInteger)section {
+    const auto &sections = _model->sections();
+    const auto index = static_cast<std::size_t>(section);
+    return index < sections.size() ? toNSString(sections[index].header) : nil;
+}
+
+- (NSString *)tableView:(UITableView *)tableView titleForFooterInSection:(NSInteger)section {
+    const auto &sections = _model->sections();
+    const auto index = static_cast<std::size_t>(section);
+    return index < sections.size() && sections[index].footer ? toNSString(*sections[index].footer) : nil;
+}
+
+- (UITableViewCell *)tableView:(UITableView *)tableView cellForRowAtIndexPath:(NSIndexPath *)indexPath {
+    UITableViewCell *cell = [[UITableViewCell alloc] initWithStyle:UITableViewCellStyleDefault reuseIdentifier:nil];
+    const qv::FormRow *row = [self rowAt:indexPath];
+    if (row == nullptr) {
+        return cell;
+    }
+    cell.textLabel.text = toNSString(row->title);
+    if (row->kind == qv::FormRow::Kind::Action) {
+        cell.textLabel.textAlignment = NSTextAlignmentLeft;
+        cell.accessoryType =
+            row->disclosure ? UITableViewCellAccessoryDisclosureIndicator : UITableViewCellAccessoryNone;
+        return cell;
+    }
+    UISwitch *toggle = [UISwitch new];
+    toggle.on = row->on ? YES : NO;
+    toggle.tag = switchTag(indexPath);
+    [toggle addTarget:self action:@selector(switchChanged:) forControlEvents:UIControlEventValueChanged];
+    cell.accessoryView = toggle;
+    cell.selectionStyle = UITableViewCellSelectionStyleNone;
+    return cell;
+}
+
+- (void)switchChanged:(UISwitch *)toggle {
+    const auto section = static_cast<std::size_t>(toggle.tag >> kRowBits);
+    const auto row = static_cast<std::size_t>(toggle.tag & ((NSInteger{1} << kRowBits) - 1));
+    guarded([&] { static_cast<void>(_model->setSwitch(section, row, toggle.on == YES)); });
+}
+
+- (void)tableView:(UITableView *)tableView didSelectRowAtIndexPath:(NSIndexPath *)indexPath {
+    [tableView deselectRowAtIndexPath:indexPath animated:YES];
+    guarded(
+        [&] { _model->tapRow(static_cast<std::size_t>(indexPath.section), static_cast<std::size_t>(indexPath.row)); });
+}
+
+@end
+
+namespace qv::darwin {
+
+UIViewController *makeSettingsScreen(std::shared_ptr<SettingsFormModel> model) {
+    return [[QVPPSettingsViewController alloc] initWithModel:std::move(model)];
+}
+
+} // namespace qv::darwin
