@@ -4,6 +4,7 @@
 #include "darwin/core/guard.h"
 #include "darwin/core/strings.h"
 #include "darwin/downgrade/versions_screen.h"
+#include "darwin/updates/blocked_updates_screen.h"
 
 #include <algorithm>
 
@@ -73,9 +74,11 @@ void UikitUi::presentScreen(std::shared_ptr<ScreenModel> screen, Presenter prese
         case ScreenKind::VersionsList:
             root = makeVersionsScreen(std::static_pointer_cast<VersionsListModel>(screen));
             break;
-        case ScreenKind::SettingsForm:
         case ScreenKind::BlockedUpdates:
-            // Drawn once the settings and blocked-updates screens land on the phone; nothing is shown until then.
+            root = makeBlockedUpdatesScreen(std::static_pointer_cast<BlockedListModel>(screen));
+            break;
+        case ScreenKind::SettingsForm:
+            // Drawn once the settings screen lands on the phone; nothing is shown until then.
             break;
         }
         if (root == nil) {

@@ -5,10 +5,13 @@
 #include "darwin/adapters/uikit_ui.h"
 #include "darwin/settings/tweak_preferences.h"
 #include "darwin/store/latest_store.h"
+#include "platform/installed_apps.h"
 #include "platform/store_purchasing.h"
 #include "platform/ui.h"
 #include "service/resource_bundle.h"
 #include "service/service_client.h"
+#include "settings/settings_form_model.h"
+#include "settings/settings_model.h"
 #include "store/available_tweaks.h"
 #include "store/purchase_initiated.h"
 #include "updates/block_action.h"
@@ -29,5 +32,10 @@ const StoreIdentifierLookup &storeIdentifierLookup();
 const BundleIdentifierLookup &bundleIdentifierLookup();
 TweakPreferences &tweakPreferences();
 UpdateBlocker &updateBlocker();
+
+// The settings, the one settings screen that shows them, and the installed apps the blocked-updates screen names.
+SettingsModel &settings();
+const std::shared_ptr<SettingsFormModel> &settingsForm();
+const InstalledApps &installedApps();
 
 } // namespace qv::darwin

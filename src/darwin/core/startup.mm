@@ -2,6 +2,7 @@
 #include "darwin/core/startup.h"
 
 #include "core/hook_installer.h"
+#include "darwin/adapters/application_proxy_apps.h"
 #include "darwin/adapters/application_proxy_container.h"
 #include "darwin/adapters/bundle_files.h"
 #include "darwin/adapters/dispatch_queues.h"
@@ -11,10 +12,14 @@
 #include "darwin/adapters/url_session_http.h"
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/strings.h"
+#include "darwin/core/value_bridge.h"
 #include "darwin/install_layout.h"
+#include "darwin/service/resources.h"
 #include "darwin/store/phone_store_purchasing.h"
 #include "downgrade/versions_list_model.h"
 #include "store/purchase_intercept.h"
+#include "updates/blocked_list_model.h"
 #include "updates/blocked_updates.h"
 
 #import <CoreFoundation/CoreFoundation.h>
@@ -52,6 +57,9 @@ const HookBodies &hookBodies() {
         bindResourceBodies(*all);
         bindAnalyticsBodies(*all);
         bindUpdateFilterBodies(*all);
+        bindUpdatesTableBodies(*all);
+        bindUpdateSwipeBodies(*all);
+        bindRedesignedUpdatesBodies(*all);
         // Each file checks its own table while it compiles; this catches a file whose table is never bound here.
         for (const HookRow &row : hookTable()) {
             if (boundOnPhone(row.body) && (*all)[row.body].implementation == nullptr) {
@@ -101,6 +109,16 @@ class LoggedBlockFailure final : public BlockFailureAlert {
         objcRuntime().log("blockUpdate: could not block " + failure.itemDescription);
     }
 };
+
+// The factory defaults from the resource bundle; a failure when the file is missing or holds no dictionary.
+Result<Value> readFactoryDefaults() {
+    NSString *path = pathForTweakFile(toNSString(kFactoryDefaultsName), toNSString(kFactoryDefaultsType));
+    NSDictionary *defaults = path != nil ? [NSDictionary dictionaryWithContentsOfFile:path] : nil;
+    if (defaults == nil) {
+        return fail(ErrorCode::FileUnreadable, toStdStringOrEmpty(path));
+    }
+    return valueFromObject(defaults);
+}
 
 } // namespace
 
@@ -159,6 +177,32 @@ UpdateBlocker &updateBlocker() {
     static auto *const failureAlert = new LoggedBlockFailure();
     static auto *const blocker = new UpdateBlocker(BlockedUpdates::shared(), *notifier, *failureAlert);
     return *blocker;
+}
+
+SettingsModel &settings() {
+    static auto *const model = [] {
+        NSUserDefaults *defaults = [[NSUserDefaults alloc] initWithSuiteName:toNSString(kSettingsSuiteName)];
+        auto *preferences = new DefaultsPreferences(defaults ?: NSUserDefaults.standardUserDefaults);
+        registerFactoryDefaults(*preferences, readFactoryDefaults());
+        static auto *const notifier = new NotificationCentres();
+        return new SettingsModel(*preferences, *notifier);
+    }();
+    return *model;
+}
+
+const std::shared_ptr<SettingsFormModel> &settingsForm() {
+    static auto *const notifier = new NotificationCentres();
+    static const auto *const form = new std::shared_ptr<SettingsFormModel>(std::make_shared<SettingsFormModel>(
+        ui(), settings(), *notifier, [](std::function<void()> deletedUpdate) -> std::shared_ptr<ScreenModel> {
+            return std::make_shared<BlockedListModel>(BlockedUpdates::shared(), installedApps(),
+                                                      std::move(deletedUpdate));
+        }));
+    return *form;
+}
+
+const InstalledApps &installedApps() {
+    static const auto *const apps = new ApplicationProxyApps();
+    return *apps;
 }
 
 ObjcRuntime &objcRuntime() {
