@@ -55,6 +55,13 @@ void hideBackTitle(UIBarButtonItem *item) {
            forCellReuseIdentifier:qv::darwin::toNSString(qv::kAppCellIdentifier)];
     self.title = qv::darwin::toNSString(_model->title());
     [self showEditButton];
+    // Pushed, the screen goes back with the navigation bar; presented on its own, it needs a way out.
+    if (self.navigationController.viewControllers.firstObject == self) {
+        self.navigationItem.leftBarButtonItem =
+            [[UIBarButtonItem alloc] initWithBarButtonSystemItem:UIBarButtonSystemItemDone
+                                                          target:self
+                                                          action:@selector(done:)];
+    }
 }
 
 - (void)viewWillAppear:(BOOL)animated {
