@@ -77,6 +77,26 @@ inline constexpr std::array kUpdateFilterBodies{
     HookBody::UpdatesDatabaseMerge,
 };
 
+inline constexpr std::array kUpdatesTableBodies{
+    HookBody::UpdatesSetLeftBarButtons,   HookBody::UpdatesReloadData,          HookBody::UpdatesReloadBars,
+    HookBody::UpdatesViewDidLoad,         HookBody::UpdatesViewDidAppear,       HookBody::UpdatesViewDidLayoutSubviews,
+    HookBody::UpdatesWillEnterForeground, HookBody::UpdatesShowSettings,        HookBody::UpdatesReloadTableViewData,
+    HookBody::UpdatesRefreshHiddenItems,  HookBody::UpdatesHiddenUpdateDeleted,
+};
+
+inline constexpr std::array kUpdateSwipeBodies{
+    HookBody::UpdatesIsUpdatableItem, HookBody::UpdatesCanEditRow,        HookBody::UpdatesCommitEditing,
+    HookBody::UpdatesHideUpdate,      HookBody::UpdatesDeleteButtonTitle,
+};
+
+inline constexpr std::array kRedesignedUpdatesBodies{
+    HookBody::AccountSetLeftBarButtons,           HookBody::AccountViewDidAppear,
+    HookBody::AccountViewDidLayoutSubviews,       HookBody::AccountShowSettings,
+    HookBody::ModernUpdatesSetLeftBarButtons,     HookBody::ModernUpdatesShowSettings,
+    HookBody::ModernUpdatesReloadPossibleUpdates, HookBody::ModernUpdatesViewDidAppear,
+    HookBody::ModernUpdatesViewDidLoad,
+};
+
 namespace phone_bodies {
 
 // How many of the lists above name body.
@@ -96,6 +116,9 @@ constexpr int listingsOf(HookBody body) {
     count(kResourceBodies);
     count(kAnalyticsBodies);
     count(kUpdateFilterBodies);
+    count(kUpdatesTableBodies);
+    count(kUpdateSwipeBodies);
+    count(kRedesignedUpdatesBodies);
     return listings;
 }
 

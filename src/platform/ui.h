@@ -74,6 +74,14 @@ struct Point {
     friend bool operator==(const Point &, const Point &) = default;
 };
 
+struct Rect {
+    double x = 0;
+    double y = 0;
+    double width = 0;
+    double height = 0;
+    friend bool operator==(const Rect &, const Rect &) = default;
+};
+
 class Ui {
   public:
     Ui() = default;

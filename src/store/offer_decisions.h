@@ -68,12 +68,6 @@ std::optional<std::int64_t> versionIdentifierForAppWithID(const ApplicationProxy
 
 // The hold hint: shown once, on an installed app's page, after long press was switched on.
 bool shouldShowHoldHint(bool hintShownBefore, bool longPressOn, bool installed);
-struct Rect {
-    double x = 0;
-    double y = 0;
-    double width = 0;
-    double height = 0;
-};
 // Where the animated press goes: under the offer view, below the navigation and status bars.
 Point holdHintTouchPoint(const Rect &offerViewFrame, double navigationBarHeight, double statusBarHeight);
 

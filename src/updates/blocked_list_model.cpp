@@ -30,6 +30,18 @@ std::string blockedRowDetail(std::string_view currentVersion, std::string_view b
     return "Current Version: " + std::string(currentVersion) + " Blocked: " + std::string(blocked);
 }
 
+AppCellFrames appCellLayout(AppCellFrames laidOut, bool hasIcon) {
+    constexpr double kIconTop = 15;
+    constexpr double kIconSide = 60;
+    constexpr double kTextLeft = 90;
+    laidOut.icon = {laidOut.icon.x, kIconTop, kIconSide, kIconSide};
+    if (hasIcon) {
+        laidOut.title.x = kTextLeft;
+        laidOut.detail.x = kTextLeft;
+    }
+    return laidOut;
+}
+
 BlockedListModel::BlockedListModel(BlockedUpdates &store, const InstalledApps &apps,
                                    std::function<void()> deletedUpdate)
     : store_(store), apps_(apps), deletedUpdate_(std::move(deletedUpdate)) {

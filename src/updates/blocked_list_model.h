@@ -24,6 +24,18 @@ inline constexpr std::string_view kAllUpdatesBlockedText = "All";
 // How the platform writes a missing value into a text.
 inline constexpr std::string_view kNilText = "(null)";
 
+// A row's frames: the icon, the name and the detail text.
+struct AppCellFrames {
+    Rect icon;
+    Rect title;
+    Rect detail;
+    friend bool operator==(const AppCellFrames &, const AppCellFrames &) = default;
+};
+
+// The row's frames as the table laid them out, adjusted: the icon a 60-point square 15 points down, and the texts
+// starting at 90 points, but only when there is an icon for them to make room for.
+AppCellFrames appCellLayout(AppCellFrames laidOut, bool hasIcon);
+
 // "Current Version: %@ Blocked: %@"
 std::string blockedRowDetail(std::string_view currentVersion, std::string_view blocked);
 

@@ -100,6 +100,12 @@ TEST(HooksCommandLine, ShowsEveryColumnOfARow) {
                                         "valueForUndefinedKey:", "add-instance", "@@:@", "not-daemon", "bound"}));
 }
 
+TEST(HooksCommandLine, NothingIsPendingOnThePhone) {
+    const auto run = test::runInProcess({"hooks", "--pending"});
+    EXPECT_EQ(run.exitCode, 0) << run.err;
+    EXPECT_EQ(run.out, "");
+}
+
 TEST(HooksCommandLine, RejectsAnUnknownOption) {
     const auto run = test::runInProcess({"hooks", "--bound"});
     EXPECT_EQ(run.exitCode, qvdovrin::kExitBadUsage);

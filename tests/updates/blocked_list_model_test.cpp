@@ -103,5 +103,26 @@ TEST(BlockedList, KeysAreTakenOnceInTheStoresOrder) {
     EXPECT_EQ(screen.keys(), (std::vector<Value>{Value("com.z"), Value(222), Value("com.a")}));
 }
 
+struct LayoutCase {
+    const char *name;
+    bool hasIcon;
+    AppCellFrames expected;
+};
+
+class AppCellLayout : public testing::TestWithParam<LayoutCase> {};
+
+// As the table lays out a subtitle cell: a 40-point icon at 16, the texts after it.
+const AppCellFrames kLaidOut{{16, 25, 40, 40}, {72, 20, 200, 22}, {72, 44, 200, 18}};
+
+TEST_P(AppCellLayout, SizesTheIconAndMovesTheTextsOnlyBesideAnIcon) {
+    EXPECT_EQ(appCellLayout(kLaidOut, GetParam().hasIcon), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, AppCellLayout,
+    testing::Values(LayoutCase{"WithIcon", true, {{16, 15, 60, 60}, {90, 20, 200, 22}, {90, 44, 200, 18}}},
+                    LayoutCase{"WithoutIcon", false, {{16, 15, 60, 60}, {72, 20, 200, 22}, {72, 44, 200, 18}}}),
+    [](const auto &info) { return std::string(info.param.name); });
+
 } // namespace
 } // namespace qv

@@ -96,6 +96,10 @@ void registerHooksCommand(CLI::App &app, Io &io) {
             io.out << qv::toJson(array) << "\n";
             return;
         }
+        // Nothing pending prints nothing, so a script can test the output for emptiness.
+        if (rows.empty()) {
+            return;
+        }
         std::vector<Line> lines{{"#", "group", "class", "selector", "kind", "signature", "condition", "body"}};
         for (const qv::HookRow *row : rows) {
             lines.push_back(lineOf(*row));

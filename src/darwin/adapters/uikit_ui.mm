@@ -5,6 +5,7 @@
 #include "darwin/core/strings.h"
 #include "darwin/downgrade/versions_screen.h"
 #include "darwin/settings/settings_screen.h"
+#include "darwin/updates/blocked_updates_screen.h"
 
 #include <algorithm>
 
@@ -74,8 +75,7 @@ UIViewController *screenController(const std::shared_ptr<ScreenModel> &screen) {
     case ScreenKind::SettingsForm:
         return makeSettingsScreen(std::static_pointer_cast<SettingsFormModel>(screen));
     case ScreenKind::BlockedUpdates:
-        // Drawn once the blocked-updates screen lands on the phone; nothing is shown until then.
-        return nil;
+        return makeBlockedUpdatesScreen(std::static_pointer_cast<BlockedListModel>(screen));
     }
     return nil;
 }

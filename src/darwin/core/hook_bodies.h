@@ -17,5 +17,8 @@ void bindPurchasePipelineBodies(HookBodies &bodies);
 void bindResourceBodies(HookBodies &bodies);
 void bindAnalyticsBodies(HookBodies &bodies);
 void bindUpdateFilterBodies(HookBodies &bodies);
+void bindUpdatesTableBodies(HookBodies &bodies);
+void bindUpdateSwipeBodies(HookBodies &bodies);
+void bindRedesignedUpdatesBodies(HookBodies &bodies);
 
 } // namespace qv::darwin

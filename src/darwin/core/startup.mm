@@ -2,6 +2,7 @@
 #include "darwin/core/startup.h"
 
 #include "core/hook_installer.h"
+#include "darwin/adapters/application_proxy_apps.h"
 #include "darwin/adapters/application_proxy_container.h"
 #include "darwin/adapters/bundle_files.h"
 #include "darwin/adapters/dispatch_queues.h"
@@ -12,7 +13,10 @@
 #include "darwin/adapters/url_session_http.h"
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/strings.h"
+#include "darwin/core/value_bridge.h"
 #include "darwin/install_layout.h"
+#include "darwin/service/resources.h"
 #include "darwin/store/phone_store_purchasing.h"
 #include "downgrade/versions_list_model.h"
 #include "store/purchase_intercept.h"
@@ -59,6 +63,9 @@ const HookBodies &hookBodies() {
         bindResourceBodies(*all);
         bindAnalyticsBodies(*all);
         bindUpdateFilterBodies(*all);
+        bindUpdatesTableBodies(*all);
+        bindUpdateSwipeBodies(*all);
+        bindRedesignedUpdatesBodies(*all);
         // Each file checks its own table while it compiles; this catches a file whose table is never bound here.
         for (const HookRow &row : hookTable()) {
             if (boundOnPhone(row.body) && (*all)[row.body].implementation == nullptr) {
@@ -94,11 +101,6 @@ Notifier &notifier() {
     return *centres;
 }
 
-// Knows no installed app: the blocked-updates rows then show their records alone.
-class NoInstalledApps final : public InstalledApps {
-  public:
-    std::optional<InstalledApp> appForKey(const Value & /*key*/) const override { return std::nullopt; }
-};
 
 } // namespace
 
@@ -178,8 +180,9 @@ const std::shared_ptr<SettingsFormModel> &settingsForm() {
     return *form;
 }
 
+
 const InstalledApps &installedApps() {
-    static const auto *const apps = new NoInstalledApps();
+    static const auto *const apps = new ApplicationProxyApps();
     return *apps;
 }
 

@@ -4,6 +4,7 @@
 #include "darwin/core/hook_bodies.h"
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
+#include "darwin/updates/update_objects.h"
 #include "updates/blocked_updates.h"
 
 #import <Foundation/Foundation.h>
@@ -11,7 +12,6 @@
 
 #include <array>
 #include <cstdint>
-#include <vector>
 
 namespace qv::darwin {
 namespace {
@@ -35,15 +35,6 @@ std::optional<std::string> sectionTitle(id section) {
     return toStdString(title);
 }
 
-// The page lists the store's update records (dictionaries) or its update item objects.
-bool sectionElementBlocked(id element, const BlockedUpdates &store) {
-    if ([element isKindOfClass:NSDictionary.class]) {
-        return store.updateBlocked(valueFromObject(element));
-    }
-    return store.updateBlocked(StoreUpdateItem{valueFromObject(answerOf(element, @"bundleIdentifier")),
-                                               valueFromObject(answerOf(element, @"versionString"))});
-}
-
 MethodImplementation origSectionItems = nullptr;
 MethodImplementation origCopyUpdates = nullptr;
 MethodImplementation origMergeAvailableUpdates = nullptr;
@@ -65,7 +56,7 @@ NSArray *updatesSectionItems(id self, SEL _cmd) {
         const BlockedUpdates &store = BlockedUpdates::shared();
         NSMutableArray *kept = [NSMutableArray arrayWithCapacity:items.count];
         for (id element in items) {
-            if (!sectionElementBlocked(element, store)) {
+            if (!updateObjectBlocked(element, store)) {
                 [kept addObject:element];
             }
         }
@@ -78,33 +69,6 @@ typedef id (*CopyUpdatesFunction)(id, SEL) QV_RETURNS_RETAINED;
 
 QV_RETURNS_RETAINED id softwareUpdatesCopyUpdates(id self, SEL _cmd) {
     return callable<CopyUpdatesFunction>(origCopyUpdates)(self, _cmd);
-}
-
-// The updates to merge without the blocked ones, or nil when they cannot be filtered. The kept count is written
-// only on success, so a failure leaves the store's own arguments exactly as they came.
-NSArray *unblockedAvailableUpdates(NSArray *updates, std::int64_t *availableCount) {
-    NSArray *filtered = nil;
-    guarded([&] {
-        if (![updates isKindOfClass:NSArray.class]) {
-            return;
-        }
-        std::vector<Value> dictionaries;
-        dictionaries.reserve(updates.count);
-        for (id update in updates) {
-            dictionaries.push_back(valueFromObject(answerOf(update, @"updateDictionary")));
-        }
-        std::int64_t keptCount = 0;
-        const auto kept = BlockedUpdates::shared().mergeAvailableUpdates(dictionaries, &keptCount);
-        NSMutableArray *result = [NSMutableArray arrayWithCapacity:kept.size()];
-        for (const std::size_t position : kept) {
-            [result addObject:updates[position]];
-        }
-        if (availableCount != nullptr) {
-            *availableCount = keptCount;
-        }
-        filtered = result;
-    });
-    return filtered;
 }
 
 // The store's result passes through untouched in its register, whether it is a flag or an object.
