@@ -34,6 +34,7 @@ constexpr int kHeaderFieldsTooLarge = 431;
 constexpr int kUnsupportedMediaType = 415;
 constexpr std::size_t kFirstReadBytes = 4096;
 constexpr std::chrono::milliseconds kAcceptRetry{50};
+constexpr std::chrono::seconds kLingerTime{2};
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 
 int hexDigit(char c) {
@@ -214,12 +215,39 @@ class Connection : public std::enable_shared_from_this<Connection> {
         stream_.expires_after(limits().writeDeadline);
         http::async_write(stream_, response_,
                           [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
-                              if (error || !keepAlive) {
+                              if (error) {
                                   self->close();
+                                  return;
+                              }
+                              if (!keepAlive) {
+                                  self->linger();
                                   return;
                               }
                               self->awaitRequest();
                           });
+    }
+
+    // After the last reply the client may still be sending a body nobody will read. Closing with unread input would
+    // reset the connection and could destroy the reply before the client reads it, so the rest is read and dropped
+    // for a bounded time and amount first.
+    void linger() {
+        beast::error_code ignored;
+        stream_.socket().shutdown(tcp::socket::shutdown_send, ignored);
+        buffer_.clear();
+        stream_.expires_after(kLingerTime);
+        drain();
+    }
+
+    void drain() {
+        stream_.async_read_some(buffer_.prepare(kFirstReadBytes),
+                                [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
+                                    self->drained_ += bytes;
+                                    if (error || self->drained_ > self->limits().maxBodyBytes * 2) {
+                                        self->close();
+                                        return;
+                                    }
+                                    self->drain();
+                                });
     }
 
     void close() {
@@ -233,6 +261,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::optional<http::request_parser<http::string_body>> parser_;
     http::response<http::string_body> response_;
     std::shared_ptr<Shared> shared_;
+    std::size_t drained_ = 0;
 };
 
 std::string refusalText() {

@@ -101,7 +101,6 @@ Notifier &notifier() {
     return *centres;
 }
 
-
 } // namespace
 
 UikitUi &ui() {
@@ -179,7 +178,6 @@ const std::shared_ptr<SettingsFormModel> &settingsForm() {
         }));
     return *form;
 }
-
 
 const InstalledApps &installedApps() {
     static const auto *const apps = new ApplicationProxyApps();
