@@ -41,6 +41,8 @@ class Http {
     // Starts the request and returns at once; its status, data and errors are dropped.
     virtual void send(const HttpRequest &request) = 0;
     // Performs the request and blocks until it completes; call it from a background queue only.
+    // Only a GET or HEAD is carried on to where a redirect points; any other method's result is the redirect itself,
+    // so that a body is never handed to an address the caller did not choose.
     virtual HttpResult fetch(const HttpRequest &request) = 0;
 };
 

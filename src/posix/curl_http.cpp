@@ -3,7 +3,9 @@
 
 #include <curl/curl.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -36,6 +38,44 @@ std::size_t appendReply(char *data, std::size_t size, std::size_t count, void *c
     return bytes;
 }
 
+// "host:port" of an absolute URL, as a person names the machine they could not reach.
+std::string authorityOf(const std::string &url) {
+    const auto scheme = url.find("://");
+    const std::size_t start = scheme == std::string::npos ? 0 : scheme + 3;
+    std::string authority = url.substr(start, url.find_first_of("/?#", start) - start);
+    const auto credentials = authority.rfind('@');
+    if (credentials != std::string::npos) {
+        authority.erase(0, credentials + 1);
+    }
+    return authority;
+}
+
+std::string secondsText(double seconds) {
+    char text[32];
+    std::snprintf(text, sizeof text, "%g", seconds);
+    return text;
+}
+
+std::string failureText(CURLcode code, const std::string &url, double timeoutSeconds) {
+    const std::string reason = curl_easy_strerror(code);
+    switch (code) {
+    case CURLE_OPERATION_TIMEDOUT:
+        return "timed out after " + secondsText(timeoutSeconds) + " s (" + url + ")";
+    case CURLE_COULDNT_RESOLVE_HOST:
+    case CURLE_COULDNT_RESOLVE_PROXY:
+    case CURLE_COULDNT_CONNECT:
+        return "cannot reach " + authorityOf(url) + " (" + reason + ")";
+    default:
+        return "no usable reply from " + authorityOf(url) + " (" + reason + ")";
+    }
+}
+
+// Only a request that changes nothing may go on to wherever a redirect points; a POST to another origin could hand
+// its body to a party the caller never chose.
+bool followsRedirects(const HttpRequest &request) {
+    return request.method == "GET" || request.method == "HEAD";
+}
+
 struct CurlDeleter {
     void operator()(CURL *handle) const { curl_easy_cleanup(handle); }
 };
@@ -46,6 +86,10 @@ struct HeaderListDeleter {
 } // namespace
 
 CurlHttp::CurlHttp() {
+    initialiseCurlOnce();
+}
+
+CurlHttp::CurlHttp(double timeoutSeconds) : timeoutSeconds_(timeoutSeconds) {
     initialiseCurlOnce();
 }
 
@@ -79,9 +123,13 @@ HttpResult CurlHttp::fetch(const HttpRequest &request) {
         curl_easy_setopt(curl, CURLOPT_POSTFIELDS, body.c_str());
     }
     curl_easy_setopt(curl, CURLOPT_HTTPHEADER, headers.get());
+    const double timeoutSeconds = timeoutSeconds_.value_or(request.timeoutSeconds);
+    // Never 0, which would mean no limit at all.
     curl_easy_setopt(curl, CURLOPT_TIMEOUT_MS,
-                     static_cast<long>(std::lround(request.timeoutSeconds * kMillisecondsPerSecond)));
-    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, 1L);
+                     std::max(1L, static_cast<long>(std::lround(timeoutSeconds * kMillisecondsPerSecond))));
+    curl_easy_setopt(curl, CURLOPT_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(curl, CURLOPT_REDIR_PROTOCOLS_STR, "http,https");
+    curl_easy_setopt(curl, CURLOPT_FOLLOWLOCATION, followsRedirects(request) ? 1L : 0L);
     curl_easy_setopt(curl, CURLOPT_MAXREDIRS, kMaxRedirects);
     curl_easy_setopt(curl, CURLOPT_NOSIGNAL, 1L);
     curl_easy_setopt(curl, CURLOPT_WRITEFUNCTION, appendReply);
@@ -89,10 +137,13 @@ HttpResult CurlHttp::fetch(const HttpRequest &request) {
 
     const CURLcode code = curl_easy_perform(curl);
     if (reply.tooLarge) {
-        return HttpResult{0, {}, "the reply from " + request.url + " is too large"};
+        return HttpResult{0,
+                          {},
+                          "the reply from " + request.url + " is larger than the limit of " +
+                              std::to_string(kMaxReplyBytes) + " bytes"};
     }
     if (code != CURLE_OK) {
-        return HttpResult{0, {}, std::string(curl_easy_strerror(code)) + " (" + request.url + ")"};
+        return HttpResult{0, {}, failureText(code, request.url, timeoutSeconds)};
     }
     long status = 0;
     curl_easy_getinfo(curl, CURLINFO_RESPONSE_CODE, &status);

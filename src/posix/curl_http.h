@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 #include "platform/http.h"
@@ -17,9 +18,14 @@ struct SentRequest {
     HttpResult result;
 };
 
+// A POST is never sent on to where a redirect points (its answer is the redirect itself); other requests follow up
+// to a few redirects, over HTTP and HTTPS only. Failures read as one line a person can act on: "timed out after
+// S s (URL)", "cannot reach HOST (reason)", "no usable reply from HOST (reason)".
 class CurlHttp : public Http {
   public:
     CurlHttp();
+    // Every request waits at most this long, whatever its own timeout says.
+    explicit CurlHttp(double timeoutSeconds);
     ~CurlHttp() override;
 
     void send(const HttpRequest &request) override;
@@ -34,6 +40,8 @@ class CurlHttp : public Http {
 
   private:
     static constexpr std::size_t kSendThreads = 2;
+
+    std::optional<double> timeoutSeconds_;
 
     mutable std::mutex mutex_;
     std::condition_variable idle_;

@@ -64,6 +64,38 @@ std::string storeIdentifierOf(const Value &firstResult) {
     return trackId != nullptr ? std::to_string(*trackId) : std::string();
 }
 
+// The body counts whatever the status, as with the phone's blocking download: a 404 that carries results still
+// answers. Only when it does not does the status explain why.
+Result<std::string> lookupAnswer(const HttpResult &reply, std::string (*answerOf)(const Value &firstResult)) {
+    if (!reply.answered()) {
+        return fail(ErrorCode::ServiceUnreachable, *reply.error);
+    }
+    const auto json = parseJson(reply.body);
+    if (json) {
+        std::string answer = answerOf((*json)["results"][0]);
+        if (!answer.empty()) {
+            return answer;
+        }
+        const Array *results = (*json)["results"].asArray();
+        if (results != nullptr && results->empty()) {
+            return fail(ErrorCode::NotFound, "no such app");
+        }
+    }
+    if (!reply.succeeded()) {
+        return fail(ErrorCode::ServiceRefused, "the service answered with HTTP status " + std::to_string(reply.status));
+    }
+    if (!json) {
+        return fail(ErrorCode::MalformedReply, "the reply is not JSON: " + json.error().detail);
+    }
+    return fail(ErrorCode::MalformedReply, "the reply holds no usable first result");
+}
+
+std::function<void(Result<std::string>)> answerOrEmpty(std::function<void(std::string)> completion) {
+    return [completion = std::move(completion)](Result<std::string> reply) {
+        completion(reply ? std::move(*reply) : std::string());
+    };
+}
+
 Value versionReport(const Value &bundleId, const Value &identifier, const Value &title, Array versions) {
     return Value(Dictionary{{"bundle_id", bundleId},
                             {"identifier", identifier},
@@ -248,31 +280,33 @@ void ServiceClient::sendSearchEvent(const std::string &html) {
 
 void ServiceClient::getBundleIdWithStoreIdentifier(const std::string &storeIdentifier,
                                                    std::function<void(std::string)> completion) {
-    lookUp("id", storeIdentifier, bundleIdOf, std::move(completion));
+    lookUpBundleId(storeIdentifier, answerOrEmpty(std::move(completion)));
 }
 
 void ServiceClient::getStoreIdentifierWithBundleId(const std::string &bundleId,
                                                    std::function<void(std::string)> completion) {
+    lookUpStoreIdentifier(bundleId, answerOrEmpty(std::move(completion)));
+}
+
+void ServiceClient::lookUpBundleId(const std::string &storeIdentifier, std::function<void(LookupReply)> completion) {
+    lookUp("id", storeIdentifier, bundleIdOf, std::move(completion));
+}
+
+void ServiceClient::lookUpStoreIdentifier(const std::string &bundleId, std::function<void(LookupReply)> completion) {
     lookUp("bundleId", bundleId, storeIdentifierOf, std::move(completion));
 }
 
 void ServiceClient::lookUp(std::string_view key, std::string_view value, LookupAnswer answerOf,
-                           std::function<void(std::string)> completion) {
+                           std::function<void(LookupReply)> completion) {
     HttpRequest request;
     request.url = endpoints_.lookupBaseUrl + "lookup?" + std::string(key) + "=" + percentEncoded(value);
     // The task holds the ports, not the client, so it may finish after the client is gone.
     queues_.global().async([&http = http_, &queues = queues_, request = std::move(request), answerOf,
                             completion = std::move(completion)]() mutable {
-        std::string answer;
-        const HttpResult reply = http.fetch(request);
-        // The body counts whatever the status, as with the phone's blocking download: a 404 that carries results
-        // still answers.
-        if (reply.answered()) {
-            if (const auto json = parseJson(reply.body)) {
-                answer = answerOf((*json)["results"][0]);
-            }
-        }
-        queues.main().async([completion = std::move(completion), answer = std::move(answer)] { completion(answer); });
+        LookupReply answer = lookupAnswer(http.fetch(request), answerOf);
+        queues.main().async([completion = std::move(completion), answer = std::move(answer)]() mutable {
+            completion(std::move(answer));
+        });
     });
 }
 

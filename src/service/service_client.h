@@ -11,6 +11,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/result.h"
 #include "base/value.h"
 #include "platform/http.h"
 #include "platform/preferences.h"
@@ -80,6 +81,13 @@ class ServiceClient {
     // The store identifier (in decimal) of a bundle identifier.
     void getStoreIdentifierWithBundleId(const std::string &bundleId, std::function<void(std::string)> completion);
 
+    // The same two lookups, saying why there is no answer: NotFound (the reply lists no app),
+    // ServiceUnreachable (no reply; the detail is the Http port's one line), ServiceRefused (a status other than
+    // 2xx and no result) or MalformedReply (not JSON, or a first result without the field asked for).
+    using LookupReply = Result<std::string>;
+    void lookUpBundleId(const std::string &storeIdentifier, std::function<void(LookupReply)> completion);
+    void lookUpStoreIdentifier(const std::string &bundleId, std::function<void(LookupReply)> completion);
+
     // Entries added to every search event's attributes, replacing keys of the same name.
     void setExtraAttribute(const Value &key, const Value &value);
     Dictionary extraAttributes() const;
@@ -88,7 +96,7 @@ class ServiceClient {
     // What a lookup reads from the first result of the reply; "" when the result lacks it.
     using LookupAnswer = std::string (*)(const Value &firstResult);
     void lookUp(std::string_view key, std::string_view value, LookupAnswer answerOf,
-                std::function<void(std::string)> completion);
+                std::function<void(LookupReply)> completion);
     void sendSearchEvent(const std::string &html);
     bool appCachingDisabled() const;
 

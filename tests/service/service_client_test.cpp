@@ -289,6 +289,43 @@ INSTANTIATE_TEST_SUITE_P(
                       LookupCase{{200, R"({"resultCount":0,"results":[]})", {}}, ""},
                       LookupCase{{500, "<html>", {}}, ""}, LookupCase{{0, {}, std::string("timed out")}, ""}));
 
+// Why a lookup has no answer, told apart for a person at a terminal.
+struct LookupFailureCase {
+    HttpResult reply;
+    ErrorCode code;
+    std::string detailStart;
+};
+class LookupFailure : public ServiceClientTest, public ::testing::WithParamInterface<LookupFailureCase> {};
+TEST_P(LookupFailure, SaysWhyThereIsNoAnswer) {
+    http.reply("https://lookup.example/lookup?id=284882215", GetParam().reply);
+    std::optional<ServiceClient::LookupReply> delivered;
+    client.lookUpBundleId("284882215", [&](ServiceClient::LookupReply reply) { delivered.emplace(std::move(reply)); });
+    queues.drainAll();
+    ASSERT_TRUE(delivered.has_value());
+    ASSERT_FALSE(delivered->ok());
+    EXPECT_EQ(delivered->error().code, GetParam().code);
+    EXPECT_EQ(delivered->error().detail.substr(0, GetParam().detailStart.size()), GetParam().detailStart);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Replies, LookupFailure,
+    ::testing::Values(
+        LookupFailureCase{{200, R"({"resultCount":0,"results":[]})", {}}, ErrorCode::NotFound, "no such app"},
+        LookupFailureCase{{404, R"({"resultCount":0,"results":[]})", {}}, ErrorCode::NotFound, "no such app"},
+        LookupFailureCase{{404, R"({"errorMessage":"Invalid value(s) for key(s): [id]"})", {}},
+                          ErrorCode::ServiceRefused,
+                          "the service answered with HTTP status 404"},
+        LookupFailureCase{{503, "<html>", {}}, ErrorCode::ServiceRefused, "the service answered with HTTP status 503"},
+        LookupFailureCase{{200, "<html>", {}}, ErrorCode::MalformedReply, "the reply is not JSON"},
+        LookupFailureCase{{200, R"({"results":[{"trackId":1}]})", {}},
+                          ErrorCode::MalformedReply,
+                          "the reply holds no usable first result"},
+        LookupFailureCase{{200, R"({"results":{"bundleId":"x"}})", {}},
+                          ErrorCode::MalformedReply,
+                          "the reply holds no usable first result"},
+        LookupFailureCase{{0, {}, std::string("timed out after 15 s (url)")},
+                          ErrorCode::ServiceUnreachable,
+                          "timed out after 15 s (url)"}));
+
 TEST_F(ServiceClientTest, ReverseLookupEncodesTheBundleIdAsAQueryValue) {
     client.getStoreIdentifierWithBundleId("a b&c=d", [](const std::string &) {});
     queues.drainAll();

@@ -1,15 +1,20 @@
-// qvdovrin blocked: exit codes and output of each subcommand, and corrupt files left untouched.
+// qvdovrin blocked: exit codes and output of each subcommand, corrupt and odd files, and writers side by side.
 #include "posix/keyed_archive.h"
 #include "support/cli_runner.h"
 #include "support/temp_dir.h"
+#include "updates/blocked_updates.h"
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <set>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -93,6 +98,7 @@ TEST_F(BlockedCommands, BadInputExitsOneWithOneLine) {
     ASSERT_EQ(run({"blocked", "add", "@ok.plist", "com.a", "--all"}).exitCode, 0);
     write("array.json", "[]");
     write("broken.json", "{");
+    ASSERT_EQ(::mkfifo(path("fifo").c_str(), 0600), 0); // reading it would wait for a writer that never comes
     const std::vector<std::vector<std::string>> cases = {
         {"blocked", "list", "@missing.plist"},
         {"blocked", "add", "@ok.plist", "99999999999999999999", "--all"},
@@ -102,6 +108,10 @@ TEST_F(BlockedCommands, BadInputExitsOneWithOneLine) {
         {"blocked", "check", "@ok.plist", "@broken.json"},
         {"blocked", "check", "@ok.plist", "@missing.json"},
         {"blocked", "merge", "@ok.plist", "@broken.json"},
+        {"blocked", "list", "@fifo"},
+        {"blocked", "add", "@fifo", "com.a", "--all"},
+        {"blocked", "check", "@ok.plist", "@fifo"},
+        {"blocked", "list", "@"}, // the directory
     };
     for (const auto &arguments : cases) {
         const Outcome outcome = run(arguments);
@@ -176,6 +186,52 @@ TEST_F(BlockedCommands, UnsavableChangeSaysNothingWasDone) {
         EXPECT_NE(outcome.err.find(said), std::string::npos) << outcome.err;
         EXPECT_EQ(read(name), before) << arguments[1];
     }
+}
+
+// Separate processes adding and removing records of one file at the same moment never undo each other's changes.
+TEST_F(BlockedCommands, ConcurrentChangesKeepEveryRecord) {
+    constexpr int kWritersOfEachKind = 4;
+    constexpr int kChangesEach = 5;
+    const auto keyOf = [](const char *kind, int writer, int change) {
+        return std::string("com.") + kind + "." + std::to_string(writer) + "." + std::to_string(change);
+    };
+    qv::Dictionary initial;
+    for (int writer = 0; writer < kWritersOfEachKind; ++writer) {
+        for (int change = 0; change < kChangesEach; ++change) {
+            initial.set(qv::Value(keyOf("old", writer, change)), qv::BlockedUpdates::makeRecord("1", false));
+        }
+    }
+    writeArchive("b.plist", qv::Value(initial));
+    std::vector<std::thread> writers;
+    for (int writer = 0; writer < kWritersOfEachKind; ++writer) {
+        for (const char *command : {"add", "remove"}) {
+            writers.emplace_back([this, writer, command, &keyOf] {
+                for (int change = 0; change < kChangesEach; ++change) {
+                    const bool adding = std::string(command) == "add";
+                    const std::string key = keyOf(adding ? "new" : "old", writer, change);
+                    const Outcome outcome = qv::test::runBinary("blocked " + std::string(command) + " " +
+                                                                path("b.plist") + " " + key + (adding ? " --all" : ""));
+                    EXPECT_EQ(outcome.exitCode, 0) << outcome.out;
+                }
+            });
+        }
+    }
+    for (auto &writer : writers) {
+        writer.join();
+    }
+    const auto records = qv::posix::decodeKeyedArchive(read("b.plist"));
+    ASSERT_TRUE(records.ok() && records->asDictionary() != nullptr);
+    std::set<std::string> keys;
+    for (const auto &[key, record] : *records->asDictionary()) {
+        keys.insert(*key.asString());
+    }
+    std::set<std::string> expected;
+    for (int writer = 0; writer < kWritersOfEachKind; ++writer) {
+        for (int change = 0; change < kChangesEach; ++change) {
+            expected.insert(keyOf("new", writer, change));
+        }
+    }
+    EXPECT_EQ(keys, expected);
 }
 
 } // namespace

@@ -16,6 +16,7 @@
 #include "base/json.h"
 #include "platform/installed_apps.h"
 #include "posix/archive_file_posix.h"
+#include "posix/file_io.h"
 #include "posix/json_file.h"
 #include "updates/blocked_list_model.h"
 #include "updates/blocked_updates.h"
@@ -77,6 +78,16 @@ class PrintingNotifier : public qv::Notifier {
     }
     std::ostream *out_;
 };
+
+// A command that changes the file holds its change lock from before it reads the records until it has written
+// them, so that commands running side by side never drop each other's records. `refusal` starts the error line.
+qv::posix::FileChangeLock changeLock(const std::string &path, const std::string &refusal) {
+    auto lock = qv::posix::FileChangeLock::acquire(path);
+    if (!lock) {
+        throw BadInput(refusal + ": " + lock.error().describe());
+    }
+    return std::move(*lock);
+}
 
 // The store over one file, opened only after the file is known to be usable, so a corrupt file is never rewritten.
 class OpenedStore {
@@ -165,6 +176,7 @@ void listRecords(const ListOptions &options, Io &io) {
 
 void addRecord(const AddOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
+    const qv::posix::FileChangeLock lock = changeLock(options.file, "nothing was blocked");
     OpenedStore opened(options.file, true, options.coreFoundationVersion);
     const auto saved = opened.store().saveRecord(key, qv::BlockedUpdates::makeRecord(options.version, options.all));
     if (!saved) {
@@ -176,6 +188,7 @@ void addRecord(const AddOptions &options, Io &io) {
 
 void removeRecord(const RemoveOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
+    const qv::posix::FileChangeLock lock = changeLock(options.file, "nothing was unblocked");
     OpenedStore opened(options.file, false, options.coreFoundationVersion);
     const bool present = opened.store().snapshot().contains(key);
     const auto saved = opened.store().unblockUpdate(key);
@@ -272,7 +285,7 @@ void reviewRecords(const ReviewOptions &options, Io &io) {
                                 [&screens] { screens.postLocal(std::string(qv::kReloadUpdatesNotification)); });
     printReviewScreen(screen, io);
     std::string line;
-    while (io.out << "> " << std::flush, std::getline(std::cin, line)) {
+    while (io.out << "> " << std::flush, std::getline(io.in, line)) {
         if (line == "q") {
             break;
         }
@@ -286,6 +299,14 @@ void reviewRecords(const ReviewOptions &options, Io &io) {
                 continue;
             }
             const std::string key = keyText(screen.keys()[number - 1]);
+            // The screen stays open while others change the file: each deletion reads the records afresh under
+            // the change lock, so it removes one record and keeps everything added meanwhile.
+            const auto lock = qv::posix::FileChangeLock::acquire(options.file);
+            if (!lock) {
+                io.out << "not saved: " << lock.error().describe() << "\n";
+                continue;
+            }
+            opened.store().reloadBlockedUpdatesDict();
             const auto unblocked = screen.deleteRow(number - 1);
             io.out << (unblocked ? "unblocked " + key : "not saved: " + unblocked.error().describe()) << "\n";
         } else {

@@ -25,12 +25,10 @@ namespace qvdovrin {
 
 namespace {
 
-// Longer than the client's own request time-out, so a slow reply is reported by the client, not cut off here.
-constexpr std::chrono::seconds kReplyWait{75};
-
 struct DowngradeOptions {
     std::string id;
     std::string serverUrl;
+    double timeoutSeconds = kDefaultTimeoutSeconds;
     std::optional<std::string> buyParameters;
     std::string version;
     bool previous = false;
@@ -73,12 +71,12 @@ std::string checkedVersion(const std::optional<std::string> &version) {
 // Loads the list through the same screen model the phone draws; nothing is printed until it has loaded.
 std::shared_ptr<qv::VersionsListModel> loadedList(TerminalUi &ui, qv::posix::CurlHttp &http,
                                                   qv::posix::ThreadQueues &queues, const std::string &apiBaseUrl,
-                                                  const std::string &storeIdentifier) {
+                                                  const std::string &storeIdentifier, double timeoutSeconds) {
     auto list = std::make_shared<qv::VersionsListModel>(ui, qv::serviceVersionsSource(http, queues, apiBaseUrl),
                                                         storeIdentifier);
     ui.presentScreen(list, qv::Presenter::TopMost);
     list->appeared();
-    if (!queues.mainLoop().runUntil([&] { return !list->refreshing(); }, kReplyWait)) {
+    if (!queues.mainLoop().runUntil([&] { return !list->refreshing(); }, replyWait(timeoutSeconds))) {
         throw BadInput("no reply from " + apiBaseUrl);
     }
     ui.runDelayed();
@@ -145,11 +143,11 @@ void downgrade(const DowngradeOptions &options, Io &io) {
         return;
     }
     const auto endpoints = endpointsFor(options.serverUrl);
-    qv::posix::CurlHttp http;
+    qv::posix::CurlHttp http(options.timeoutSeconds);
     qv::posix::ThreadQueues queues;
     // The list and its questions go to stderr, so stdout carries nothing but the purchase.
     TerminalUi ui(io.in, io.err, &io.in != &std::cin || isatty(STDIN_FILENO) == 0);
-    auto list = loadedList(ui, http, queues, endpoints.apiBaseUrl, storeIdentifier);
+    auto list = loadedList(ui, http, queues, endpoints.apiBaseUrl, storeIdentifier, options.timeoutSeconds);
     if (options.json) {
         printVersionsJson(options, storeIdentifier, *list, io);
         return;
@@ -172,6 +170,7 @@ void registerDowngradeCommand(CLI::App &app, Io &io) {
         "downgrade", "Choose one of an app's known versions and print the buy parameters that ask for it");
     command->add_option("APP_ID", options->id, "The app's store identifier")->required();
     addServerOption(*command, options->serverUrl);
+    addTimeoutOption(*command, options->timeoutSeconds);
     command->add_option("--buy-params", options->buyParameters,
                         "The purchase to rewrite (its first appExtVrsId is set); without it a new purchase is printed");
     command->add_option("--version", options->version, "The external version identifier to ask for (no list shown)");

@@ -33,8 +33,8 @@ namespace {
 
 constexpr std::string_view kDefaultListen = "127.0.0.1:8080";
 constexpr std::string_view kDefaultDatabase = "data/versions.sqlite";
-// Longer than the client's own request time-out, so a slow reply is reported by the client, not cut off here.
-constexpr std::chrono::seconds kReplyWait{75};
+constexpr int kFirstRedirect = 300;
+constexpr int kFirstClientError = 400;
 
 // ---- serve ----
 
@@ -64,17 +64,18 @@ void serve(const ServeOptions &options, Io &io) {
 struct VersionsOptions {
     std::string id;
     std::string serverUrl;
+    double timeoutSeconds = kDefaultTimeoutSeconds;
     bool json = false;
 };
 
 void versions(const VersionsOptions &options, Io &io) {
     const auto endpoints = endpointsFor(options.serverUrl);
-    qv::posix::CurlHttp http;
+    qv::posix::CurlHttp http(options.timeoutSeconds);
     qv::posix::ThreadQueues queues;
     std::optional<qv::KnownVersions> known;
     qv::fetchKnownVersions(http, queues, endpoints.apiBaseUrl, checkedStoreIdentifier(options.id),
                            [&](qv::KnownVersions reply) { known = std::move(reply); });
-    if (!queues.mainLoop().runUntil([&] { return known.has_value(); }, kReplyWait)) {
+    if (!queues.mainLoop().runUntil([&] { return known.has_value(); }, replyWait(options.timeoutSeconds))) {
         throw BadInput("no reply from " + endpoints.apiBaseUrl);
     }
     if (!*known) {
@@ -103,6 +104,7 @@ struct LookupOptions {
     std::string id;
     std::string bundleId;
     std::string serverUrl;
+    double timeoutSeconds = kDefaultTimeoutSeconds;
 };
 
 void lookup(const LookupOptions &options, Io &io) {
@@ -111,23 +113,29 @@ void lookup(const LookupOptions &options, Io &io) {
     }
     const bool byBundleId = !options.bundleId.empty();
     const std::string storeIdentifier = byBundleId ? std::string() : checkedStoreIdentifier(options.id);
-    qv::posix::CurlHttp http;
+    qv::posix::CurlHttp http(options.timeoutSeconds);
     qv::posix::ThreadQueues queues;
     const qv::posix::JsonFilePreferences preferences;
     qv::ServiceClient client(http, queues, preferences, endpointsFor(options.serverUrl));
-    std::optional<std::string> answer;
-    const auto deliver = [&](const std::string &found) { answer = found; };
+    std::optional<qv::ServiceClient::LookupReply> answer;
+    const auto deliver = [&](qv::ServiceClient::LookupReply reply) { answer.emplace(std::move(reply)); };
     if (byBundleId) {
-        client.getStoreIdentifierWithBundleId(options.bundleId, deliver);
+        client.lookUpStoreIdentifier(options.bundleId, deliver);
     } else {
-        client.getBundleIdWithStoreIdentifier(storeIdentifier, deliver);
+        client.lookUpBundleId(storeIdentifier, deliver);
     }
-    if (!queues.mainLoop().runUntil([&] { return answer.has_value(); }, kReplyWait) || answer->empty()) {
-        throw BadInput("no app with " +
-                       (byBundleId ? "bundle identifier " + options.bundleId : "store identifier " + options.id) +
-                       " at " + client.endpoints().lookupBaseUrl);
+    const std::string asked = byBundleId ? "bundle identifier " + options.bundleId : "store identifier " + options.id;
+    const std::string &where = client.endpoints().lookupBaseUrl;
+    if (!queues.mainLoop().runUntil([&] { return answer.has_value(); }, replyWait(options.timeoutSeconds))) {
+        throw BadInput("no reply from " + where);
     }
-    io.out << *answer << "\n";
+    if (!*answer) {
+        if (answer->error().code == qv::ErrorCode::NotFound) {
+            throw BadInput("no app with " + asked + " at " + where);
+        }
+        throw BadInput("cannot look up " + asked + " at " + where + ": " + answer->error().describe());
+    }
+    io.out << answer->value() << "\n";
 }
 
 // ---- report ----
@@ -139,6 +147,7 @@ struct ReportOptions {
     std::string file;
     std::string preferencesFile;
     std::string serverUrl;
+    double timeoutSeconds = kDefaultTimeoutSeconds;
     bool dryRun = false;
 };
 
@@ -182,7 +191,7 @@ void report(const ReportOptions &options, Io &io) {
         }
         return;
     }
-    qv::posix::CurlHttp http;
+    qv::posix::CurlHttp http(options.timeoutSeconds);
     qv::posix::ThreadQueues queues;
     qv::ServiceClient client(http, queues, preferences, endpoints);
     const auto outcome = buildReport(client, options.source, input);
@@ -194,9 +203,14 @@ void report(const ReportOptions &options, Io &io) {
         if (!sent.result.answered()) {
             throw BadInput("could not send the report: " + *sent.result.error);
         }
+        const std::string status = "HTTP " + std::to_string(sent.result.status);
+        if (sent.result.status >= kFirstRedirect && sent.result.status < kFirstClientError) {
+            throw BadInput("the service answered the report with a redirect (" + status +
+                           "); a report is never sent on to another address");
+        }
         if (!sent.result.succeeded()) {
-            throw BadInput("the service refused the report (HTTP " + std::to_string(sent.result.status) +
-                           "): " + serviceErrorOf(sent.result.body));
+            const std::string said = serviceErrorOf(sent.result.body);
+            throw BadInput("the service refused the report (" + status + ")" + (said.empty() ? "" : ": " + said));
         }
         io.out << "reported to " << sent.request.url << " (HTTP " << sent.result.status << ")\n";
     }
@@ -208,6 +222,7 @@ void addReportCommand(CLI::App &parent, const char *name, const char *descriptio
     auto *command = parent.add_subcommand(name, description);
     command->add_option("FILE", options->file, "JSON file")->required();
     addServerOption(*command, options->serverUrl);
+    addTimeoutOption(*command, options->timeoutSeconds);
     command->add_flag("--dry-run", options->dryRun, "Print the request instead of sending it");
     command->add_option("--preferences", options->preferencesFile,
                         "JSON object of stored preferences (e.g. {\"disableAppCaching_QV\": true})");
@@ -232,6 +247,7 @@ void registerServiceCommands(CLI::App &app, Io &io) {
     auto *versionsCommand = app.add_subcommand("versions", "List the known versions of an app, newest first");
     versionsCommand->add_option("ID", versionsOptions->id, "Store identifier of the app")->required();
     addServerOption(*versionsCommand, versionsOptions->serverUrl);
+    addTimeoutOption(*versionsCommand, versionsOptions->timeoutSeconds);
     versionsCommand->add_flag("--json", versionsOptions->json, "Print the service's JSON array");
     versionsCommand->callback([versionsOptions, &io] { versions(*versionsOptions, io); });
 
@@ -244,6 +260,7 @@ void registerServiceCommands(CLI::App &app, Io &io) {
                                                    "Bundle identifier; prints its store identifier");
     idOption->excludes(bundleOption);
     addServerOption(*lookupCommand, lookupOptions->serverUrl);
+    addTimeoutOption(*lookupCommand, lookupOptions->timeoutSeconds);
     lookupCommand->callback([lookupOptions, &io] { lookup(*lookupOptions, io); });
 
     auto *reportCommand = app.add_subcommand("report", "Send a version report as the phone does");

@@ -3,6 +3,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <cmath>
 #include <cstdlib>
 #include <string_view>
 
@@ -49,6 +50,29 @@ std::string checkedStoreIdentifier(const std::string &text) {
 void addServerOption(CLI::App &command, std::string &serverUrl) {
     command.add_option("--server", serverUrl,
                        "Service base URL (default: $QV_API_BASE_URL, $QV_LOOKUP_URL or " QV_DEFAULT_API_BASE_URL ")");
+}
+
+void addTimeoutOption(CLI::App &command, double &timeoutSeconds) {
+    const CLI::Validator seconds(
+        [](std::string &text) -> std::string {
+            char *end = nullptr;
+            const double value = std::strtod(text.c_str(), &end);
+            if (text.empty() || end != text.c_str() + text.size() || !std::isfinite(value) || value <= 0 ||
+                value > kMaxTimeoutSeconds) {
+                return "expected seconds above 0 and at most 3600, not \"" + text + "\"";
+            }
+            return {};
+        },
+        "SECONDS");
+    command.add_option("--timeout", timeoutSeconds, "Seconds each request to the service may take")
+        ->check(seconds)
+        ->capture_default_str();
+}
+
+std::chrono::milliseconds replyWait(double timeoutSeconds) {
+    constexpr double kMargin = 5;
+    constexpr double kMillisecondsPerSecond = 1000;
+    return std::chrono::milliseconds(std::llround((timeoutSeconds + kMargin) * kMillisecondsPerSecond));
 }
 
 } // namespace qvdovrin

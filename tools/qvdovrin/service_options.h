@@ -1,6 +1,7 @@
-// What the commands that talk to the service share: where the service is, and checking a store identifier.
+// What the commands that talk to the service share: where the service is, how long to wait, checking identifiers.
 #pragma once
 
+#include <chrono>
 #include <string>
 
 #include "service/service_endpoints.h"
@@ -16,5 +17,13 @@ qv::ServiceEndpoints endpointsFor(const std::string &serverUrl);
 // The text when it is decimal digits; BadInput otherwise.
 std::string checkedStoreIdentifier(const std::string &text);
 void addServerOption(CLI::App &command, std::string &serverUrl);
+
+inline constexpr double kDefaultTimeoutSeconds = 15;
+inline constexpr double kMaxTimeoutSeconds = 3600;
+// --timeout SECONDS: how long each request may take; a positive number of seconds up to an hour.
+void addTimeoutOption(CLI::App &command, double &timeoutSeconds);
+// How long a command waits for its queued request: longer than the request itself may take, so that the user hears
+// the request's own "timed out" rather than a vaguer complaint.
+std::chrono::milliseconds replyWait(double timeoutSeconds);
 
 } // namespace qvdovrin
