@@ -3,6 +3,9 @@
 
 #include <httplib.h>
 
+#include <algorithm>
+#include <cctype>
+
 #include "server/request_bodies.h"
 
 namespace qv::server {
@@ -36,16 +39,24 @@ HttpFront::HttpFront(VersionService &service) : service_(service), server_(std::
     // Clients such as the phone's URL session keep connections open; closing every few requests costs a handshake.
     server_->set_keep_alive_max_count(kKeepAliveRequests);
     const auto handler = [this](const httplib::Request &request, httplib::Response &response) {
-        ServiceRequest serviceRequest{request.method, request.path, {}, request.body};
+        ServiceRequest serviceRequest{request.method, request.path, {}, request.body, {}};
         for (const auto &[key, value] : request.params) {
             serviceRequest.query.emplace(key, value);
+        }
+        for (const auto &[name, value] : request.headers) {
+            std::string lowerName = name;
+            std::transform(lowerName.begin(), lowerName.end(), lowerName.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+            serviceRequest.headers.emplace(std::move(lowerName), value);
         }
         const ServiceResponse reply = service_.handle(serviceRequest);
         response.status = reply.status;
         for (const auto &[name, value] : reply.headers) {
             response.set_header(name, value);
         }
-        response.set_content(reply.body, std::string(kJsonType));
+        if (reply.status != status::kNotModified) {
+            response.set_content(reply.body, std::string(kJsonType));
+        }
     };
     const std::string everyPath = ".*";
     server_->Get(everyPath, handler);

@@ -11,7 +11,6 @@
 #include <thread>
 
 #include "server/http_front.h"
-#include "server/version_service.h"
 
 namespace qv::server {
 
@@ -58,11 +57,13 @@ Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<
     SqliteOptions storageOptions;
     storageOptions.path = config.database;
     storageOptions.maxSearchEvents = config.maxSearchEvents;
+    storageOptions.maxSearchEventBytes = config.maxSearchEventBytes;
+    storageOptions.maxVersionsPerApp = config.maxVersionsPerApp;
     auto storage = SqliteStorage::open(storageOptions);
     if (!storage) {
         return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());
     }
-    VersionService service(**storage);
+    VersionService service(**storage, ServiceLimits{config.maxVersionsPerReport, config.replyCacheBytes});
     HttpFront front(service);
     const auto port = front.bind(config.host, config.port);
     if (!port) {

@@ -2,7 +2,9 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -16,6 +18,7 @@
 #include "server/sqlite_storage.h"
 #include "support/cli_runner.h"
 #include "support/temp_dir.h"
+#include "support/unprivileged_child.h"
 
 namespace qv::server {
 namespace {
@@ -222,7 +225,29 @@ INSTANTIATE_TEST_SUITE_P(
         RawCase{"POST", "/v1/apple_apps/8001/versions", std::string(1024 * 1024 + 1, '{'), 413},
         RawCase{"POST", "/v1/events", "[1,2", 400}, RawCase{"GET", "/v2/whatever", "", 404},
         RawCase{"PUT", "/v1/apple_apps/8001/versions", "{}", 405}, RawCase{"DELETE", "/v1/events", "", 405},
-        RawCase{"GET", "/lookup?id=abc", "", 400}));
+        RawCase{"GET", "/lookup?id=abc", "", 400}, RawCase{"GET", "/lookup?bundleId=com.%FF", "", 400},
+        RawCase{"GET", "/lookup?bundleId=a%00b", "", 400}, RawCase{"GET", "/v1/apple_apps/%C0%AF/versions", "", 400},
+        RawCase{"POST", "/v1/events", R"({"name":"search","attributes":{"query":"\u0000","results":[]}})", 400}));
+
+TEST_F(LiveService, AMatchingTagGetsANotModifiedWithoutABody) {
+    auto http = client();
+    const auto first = http.Get("/v1/apple_apps/8101/versions");
+    ASSERT_TRUE(first);
+    const std::string tag = first->get_header_value("ETag");
+    ASSERT_EQ(tag.front(), '"');
+    EXPECT_EQ(first->get_header_value("Cache-Control"), "public, max-age=60");
+    const auto again = http.Get("/v1/apple_apps/8101/versions", {{"If-None-Match", tag}});
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->status, 304);
+    EXPECT_EQ(again->body, "");
+    EXPECT_EQ(again->get_header_value("ETag"), tag);
+    EXPECT_EQ(again->get_header_value("Cache-Control"), "public, max-age=60");
+    // The connection still frames the next reply correctly after a reply without a body.
+    const auto after = http.Get("/v1/apple_apps/8101/versions");
+    ASSERT_TRUE(after);
+    EXPECT_EQ(after->status, 200);
+    EXPECT_EQ(after->body, "[]");
+}
 
 TEST(ServeCommand, PrintsWhereItListensAndStopsOnSigterm) {
     std::string pattern = (std::filesystem::temp_directory_path() / "qv-serve-XXXXXX").string();
@@ -245,6 +270,24 @@ TEST(ServeCommand, PrintsWhereItListensAndStopsOnSigterm) {
     EXPECT_EQ(pclose(pipe), 0);
     EXPECT_TRUE(std::filesystem::exists(directory + "/nested/v.sqlite"));
     std::filesystem::remove_all(directory);
+}
+
+TEST(ServeCommand, ExitsOneNamingADatabaseItCannotWrite) {
+    const test::TemporaryDirectory directory("qv-serve-readonly");
+    const std::string database = directory.file("v.sqlite");
+    const auto outcome = test::runUnprivileged(directory.path(), [&] {
+        SqliteOptions options;
+        options.path = database;
+        if (!SqliteStorage::open(options)) {
+            return 2;
+        }
+        const std::string cli = QV_CLI_PATH;
+        ::chmod(database.c_str(), 0444);
+        ::execl(cli.c_str(), cli.c_str(), "serve", "--listen", "127.0.0.1:0", "--db", database.c_str(), nullptr);
+        return 3;
+    });
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.output, "qvdovrin: cannot open the database: " + database + ": the file is read-only\n");
 }
 
 } // namespace
