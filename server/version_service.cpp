@@ -55,7 +55,9 @@ ServiceResponse taggedResponse(const ServiceRequest &request, TaggedReply reply)
     const auto [first, last] = request.headers.equal_range(std::string(kIfNoneMatch));
     for (auto header = first; header != last; ++header) {
         if (ifNoneMatchNames(header->second, reply.entityTag)) {
+            // A 304 may state a length only as the length of the body it stands for.
             response.status = status::kNotModified;
+            response.headers.emplace_back("Content-Length", std::to_string(reply.body.size()));
             return response;
         }
     }
