@@ -25,7 +25,7 @@ SearchEvent eventNumber(int number) {
     return SearchEvent{"q", json};
 }
 
-VersionReport reportOf(std::vector<std::int64_t> externalIds, const std::string &title = "t") {
+VersionReport reportOf(const std::vector<std::int64_t> &externalIds, const std::string &title = "t") {
     VersionReport report{42, "com.example", title, {}};
     for (const auto id : externalIds) {
         report.versions.push_back(ReportedVersion{id, std::to_string(id)});

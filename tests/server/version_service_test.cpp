@@ -99,7 +99,8 @@ TEST(VersionsReplyCache, AReplyReadBeforeAReportIsNotKept) {
 
 TEST(VersionsReplyCache, StaysWithinItsBytesDroppingTheLeastRecentlyRead) {
     const TaggedReply reply{std::string(1000, 'x'), "\"t\""};
-    VersionsReplyCache cache(2 * 1200);
+    constexpr std::size_t kTwoReplies = std::size_t{2} * 1200;
+    VersionsReplyCache cache(kTwoReplies);
     cache.store(1, cache.ticket(), reply);
     cache.store(2, cache.ticket(), reply);
     ASSERT_TRUE(cache.find(1)); // 2 is now the least recently read
@@ -107,7 +108,7 @@ TEST(VersionsReplyCache, StaysWithinItsBytesDroppingTheLeastRecentlyRead) {
     EXPECT_TRUE(cache.find(1));
     EXPECT_FALSE(cache.find(2));
     EXPECT_TRUE(cache.find(3));
-    EXPECT_LE(cache.bytes(), 2U * 1200);
+    EXPECT_LE(cache.bytes(), kTwoReplies);
     cache.store(4, cache.ticket(), {std::string(5000, 'x'), "\"big\""});
     EXPECT_FALSE(cache.find(4));
     EXPECT_TRUE(cache.find(3));
@@ -197,7 +198,7 @@ INSTANTIATE_TEST_SUITE_P(
                    R"({"name":"search","attributes":{"query":"q","results":[{"appId":1,"rank":1}]}})", 400},
         BadRequest{"POST", "/v1/events",
                    R"({"name":"search","attributes":{"query":"q","results":[{"appId":"1","rank":0}]}})", 400},
-        BadRequest{"POST", "/v1/apple_apps/42/versions", kOversized.c_str(), 413, "the body is larger than 1 MiB"},
+        BadRequest{"POST", "/v1/apple_apps/42/versions", kOversized, 413, "the body is larger than 1 MiB"},
         BadRequest{"GET", "/v1/apple_apps/42", "", 404}, BadRequest{"GET", "/v1/apple_apps/4/2/versions", "", 404},
         BadRequest{"GET", "/", "", 404, "no such resource: /"},
         BadRequest{"DELETE", "/v1/apple_apps/42/versions", "", 405, "method not allowed; use GET, POST"},
