@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <exception>
 #include <thread>
 #include <vector>
@@ -90,8 +91,14 @@ std::optional<ServiceResponse> refusalForHeader(const http::request_parser<http:
 
 ServiceResponse answer(const Shared &shared, const http::request<http::string_body> &request) {
     auto [path, query] = splitTarget(std::string_view(request.target().data(), request.target().size()));
-    ServiceRequest serviceRequest{std::string(request.method_string()), std::move(path), std::move(query),
-                                  request.body()};
+    ServiceRequest serviceRequest{
+        std::string(request.method_string()), std::move(path), std::move(query), request.body(), {}};
+    for (const auto &field : request) {
+        std::string name(field.name_string());
+        std::transform(name.begin(), name.end(), name.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+        serviceRequest.headers.emplace(std::move(name), std::string(field.value()));
+    }
     try {
         return shared.handler(serviceRequest);
     } catch (const std::exception &failure) {
@@ -197,8 +204,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
         const http::request<http::string_body> request = parser_->release();
         parser_.reset();
         ServiceResponse reply = answer(*shared_, request);
-        const bool keepAlive = request.keep_alive() && reply.status < status::kBadRequest;
-        write(std::move(reply), keepAlive, request.version());
+        write(std::move(reply), request.keep_alive(), request.version());
     }
 
     void write(ServiceResponse reply, bool keepAlive, unsigned version = kHttp11) {
@@ -206,12 +212,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
         response_.version(version);
         response_.result(static_cast<unsigned>(reply.status));
         response_.set(http::field::content_type, beast::string_view(kJsonType.data(), kJsonType.size()));
-        for (const auto &[name, value] : reply.headers) {
-            response_.set(name, value);
-        }
         response_.body() = std::move(reply.body);
         response_.keep_alive(keepAlive);
         response_.prepare_payload();
+        // After the framing: a 304 states the length of the body it stands for, which the framing would drop.
+        for (const auto &[name, value] : reply.headers) {
+            response_.set(name, value);
+        }
         stream_.expires_after(limits().writeDeadline);
         http::async_write(stream_, response_,
                           [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {

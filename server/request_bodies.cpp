@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "base/json.h"
+#include "base/text.h"
 
 namespace qv::server {
 
@@ -30,7 +31,33 @@ Result<std::string> textField(const Dictionary &object, std::string_view key, st
     return *value->asString();
 }
 
+// The first text of the value, keys included, that holds a NUL; the parser has already turned every escape into
+// well-formed UTF-8, so NUL is the one thing left to look for.
+bool holdsNul(const Value &value) {
+    if (const auto *text = value.asString()) {
+        return text->find('\0') != std::string::npos;
+    }
+    if (const auto *array = value.asArray()) {
+        for (const auto &element : *array) {
+            if (holdsNul(element)) {
+                return true;
+            }
+        }
+    }
+    if (const auto *object = value.asDictionary()) {
+        for (const auto &[key, element] : *object) {
+            if (holdsNul(key) || holdsNul(element)) {
+                return true;
+            }
+        }
+    }
+    return false;
+}
+
 Result<Value> jsonObject(std::string_view body) {
+    if (!isValidUtf8(body)) {
+        return refused("the body is not valid UTF-8");
+    }
     auto json = parseJson(body);
     if (!json) {
         return refused("malformed JSON: " + json.error().detail);
@@ -38,10 +65,17 @@ Result<Value> jsonObject(std::string_view body) {
     if (json->asDictionary() == nullptr) {
         return refused("the body must be a JSON object");
     }
+    if (holdsNul(*json)) {
+        return refused("a text of the body holds a NUL character");
+    }
     return std::move(json).value();
 }
 
 } // namespace
+
+bool isCleanText(std::string_view text) {
+    return text.find('\0') == std::string_view::npos && isValidUtf8(text);
+}
 
 std::optional<std::int64_t> identifierFrom(std::string_view text) {
     if (text.empty()) {
@@ -71,7 +105,7 @@ std::optional<std::int64_t> identifierFrom(const Value &value) {
     return std::nullopt;
 }
 
-Result<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId) {
+Result<VersionReport> parseVersionReport(std::string_view body, std::int64_t pathAppId, std::size_t maxVersions) {
     const auto json = jsonObject(body);
     if (!json) {
         return json.error();
@@ -106,6 +140,11 @@ Result<VersionReport> parseVersionReport(std::string_view body, std::int64_t pat
     if (versions->asArray()->empty()) {
         return refused("\"versions\" is empty");
     }
+    if (versions->asArray()->size() > maxVersions) {
+        return fail(ErrorCode::PayloadTooLarge, "a report carries at most " + std::to_string(maxVersions) +
+                                                    " versions; this one has " +
+                                                    std::to_string(versions->asArray()->size()));
+    }
     for (const auto &entry : *versions->asArray()) {
         const Dictionary *version = entry.asDictionary();
         if (version == nullptr) {
@@ -126,6 +165,10 @@ Result<VersionReport> parseVersionReport(std::string_view body, std::int64_t pat
 }
 
 Result<SearchEvent> parseSearchEvent(std::string_view body) {
+    if (body.size() > kMaxEventBytes) {
+        return fail(ErrorCode::PayloadTooLarge,
+                    "a search event is at most " + std::to_string(kMaxEventBytes) + " bytes");
+    }
     const auto json = jsonObject(body);
     if (!json) {
         return json.error();
@@ -147,6 +190,7 @@ Result<SearchEvent> parseSearchEvent(std::string_view body) {
     if (results == nullptr || results->asArray() == nullptr) {
         return refused("\"results\" must be an array");
     }
+    Array kept;
     for (const auto &entry : *results->asArray()) {
         const Dictionary *result = entry.asDictionary();
         const Value *appId = result != nullptr ? field(*result, "appId") : nullptr;
@@ -157,8 +201,11 @@ Result<SearchEvent> parseSearchEvent(std::string_view body) {
         if (rank == nullptr || rank->asInteger() == nullptr || *rank->asInteger() < 1) {
             return refused("every result needs \"rank\" as a positive integer");
         }
+        kept.push_back(Value(Dictionary{{"appId", *appId}, {"rank", *rank}}));
     }
-    return SearchEvent{std::move(*query), toJson(*json)};
+    const Value stored(Dictionary{
+        {"name", *name}, {"attributes", Value(Dictionary{{"query", *query}, {"results", Value(std::move(kept))}})}});
+    return SearchEvent{std::move(*query), toJson(stored)};
 }
 
 } // namespace qv::server

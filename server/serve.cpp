@@ -13,7 +13,6 @@
 #include <thread>
 
 #include "server/http_front.h"
-#include "server/version_service.h"
 
 namespace qv::server {
 
@@ -77,11 +76,13 @@ Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<
     SqliteOptions storageOptions;
     storageOptions.path = config.database;
     storageOptions.maxSearchEvents = config.maxSearchEvents;
+    storageOptions.maxSearchEventBytes = config.maxSearchEventBytes;
+    storageOptions.maxVersionsPerApp = config.maxVersionsPerApp;
     auto storage = SqliteStorage::open(storageOptions);
     if (!storage) {
         return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());
     }
-    VersionService service(**storage);
+    VersionService service(**storage, ServiceLimits{config.maxVersionsPerReport, config.replyCacheBytes});
     FrontLimits limits;
     const std::size_t descriptors = raiseDescriptorLimit();
     if (descriptors > kReservedDescriptors) {

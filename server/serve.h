@@ -1,12 +1,14 @@
 // The version service as a process: open the database, listen, serve until SIGINT or SIGTERM, stop cleanly.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <string>
 
 #include "base/result.h"
 #include "server/sqlite_storage.h"
+#include "server/version_service.h"
 
 namespace qv::server {
 
@@ -16,11 +18,15 @@ struct ServeConfig {
     // The SQLite file; it and its folder are created on first start.
     std::string database;
     std::int64_t maxSearchEvents = SqliteOptions::kDefaultMaxSearchEvents;
+    std::int64_t maxSearchEventBytes = SqliteOptions::kDefaultMaxSearchEventBytes;
+    std::int64_t maxVersionsPerApp = SqliteOptions::kDefaultMaxVersionsPerApp;
+    std::size_t maxVersionsPerReport = kDefaultMaxVersionsPerReport;
+    std::size_t replyCacheBytes = kDefaultReplyCacheBytes;
 };
 
 // Serves until SIGINT or SIGTERM arrives, then stops and returns. onListening runs once, with the bound port,
-// before the first request is accepted. Fails with StorageFailed (the database cannot be opened), ListenFailed
-// or ServerFailed. SIGINT and SIGTERM stay blocked in the calling thread while it serves.
+// before the first request is accepted. Fails with StorageFailed (the database cannot be opened or written),
+// ListenFailed or ServerFailed. SIGINT and SIGTERM stay blocked in the calling thread while it serves.
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening);
 
 } // namespace qv::server

@@ -5,12 +5,12 @@
 
 #include <chrono>
 #include <map>
+#include <optional>
+#include <utility>
 
 namespace qv::server {
 
 namespace {
-
-constexpr int kBusyTimeoutMilliseconds = 5000;
 
 // The statements stay C strings: SQLite reads them up to their terminating NUL.
 constexpr const char *kSchema = R"sql(
@@ -31,7 +31,18 @@ CREATE TABLE IF NOT EXISTS search_events(
   query TEXT NOT NULL,
   body TEXT NOT NULL,
   received_at INTEGER NOT NULL);
+CREATE TABLE IF NOT EXISTS search_event_bytes(
+  id INTEGER PRIMARY KEY CHECK(id = 1),
+  total INTEGER NOT NULL);
+INSERT OR IGNORE INTO search_event_bytes(id, total)
+  SELECT 1, COALESCE(SUM(length(CAST(query AS BLOB)) + length(CAST(body AS BLOB))), 0) FROM search_events;
+CREATE TABLE IF NOT EXISTS service_state(
+  id INTEGER PRIMARY KEY CHECK(id = 1),
+  opened_at INTEGER NOT NULL);
 )sql";
+
+// A real write at every open: a file that cannot take it is refused before the service starts listening.
+constexpr const char *kProveWritable = "INSERT OR REPLACE INTO service_state(id, opened_at) VALUES(1, ?1)";
 
 constexpr const char *kUpsertApp =
     "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES(?1, ?2, ?3, ?4) "
@@ -45,8 +56,17 @@ constexpr const char *kSelectVersions =
 constexpr const char *kSelectAppSummary =
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
     "ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
+constexpr const char *kCountAppVersions = "SELECT COUNT(*) FROM versions WHERE app_id = ?1";
 constexpr const char *kInsertEvent = "INSERT INTO search_events(query, body, received_at) VALUES(?1, ?2, ?3)";
-constexpr const char *kTrimEvents = "DELETE FROM search_events WHERE id <= (SELECT MAX(id) FROM search_events) - ?1";
+constexpr const char *kCountCutoff = "SELECT MAX(id) - ?1 FROM search_events";
+constexpr const char *kBytesUpTo =
+    "SELECT COALESCE(SUM(length(CAST(query AS BLOB)) + length(CAST(body AS BLOB))), 0) FROM search_events "
+    "WHERE id <= ?1";
+constexpr const char *kOldestEvents =
+    "SELECT id, length(CAST(query AS BLOB)) + length(CAST(body AS BLOB)) FROM search_events ORDER BY id";
+constexpr const char *kDeleteEventsUpTo = "DELETE FROM search_events WHERE id <= ?1";
+constexpr const char *kEventBytes = "SELECT total FROM search_event_bytes WHERE id = 1";
+constexpr const char *kSetEventBytes = "UPDATE search_event_bytes SET total = ?1 WHERE id = 1";
 constexpr const char *kCountEvents = "SELECT COUNT(*) FROM search_events";
 
 std::int64_t nowSeconds() {
@@ -75,7 +95,7 @@ class SqliteStorage::Connection {
         sqlite3_close(db_);
     }
 
-    static Result<std::unique_ptr<Connection>> open(const std::string &path, bool writer) {
+    static Result<std::unique_ptr<Connection>> open(const std::string &path, bool writer, int busyTimeout) {
         auto connection = std::unique_ptr<Connection>(new Connection());
         const int flags =
             SQLITE_OPEN_NOMUTEX | (writer ? SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE : SQLITE_OPEN_READONLY);
@@ -83,15 +103,19 @@ class SqliteStorage::Connection {
             return storageFailure(path + ": " +
                                   (connection->db_ != nullptr ? sqlite3_errmsg(connection->db_) : "cannot open"));
         }
-        sqlite3_busy_timeout(connection->db_, kBusyTimeoutMilliseconds);
+        sqlite3_busy_timeout(connection->db_, busyTimeout);
+        // SQLite quietly opens a file it may not write read-only; a writer that cannot write is no writer.
+        if (writer && sqlite3_db_readonly(connection->db_, "main") == 1) {
+            return storageFailure(path + ": the file is read-only");
+        }
         const char *setup = writer ? "PRAGMA journal_mode=WAL; PRAGMA synchronous=NORMAL; PRAGMA foreign_keys=ON;"
                                    : "PRAGMA query_only=ON; PRAGMA mmap_size=268435456;";
         if (auto prepared = connection->execute(setup); !prepared) {
-            return prepared.error();
+            return storageFailure(path + ": " + prepared.error().describe());
         }
         if (writer) {
-            if (auto created = connection->execute(kSchema); !created) {
-                return created.error();
+            if (auto proven = connection->proveWritable(); !proven) {
+                return storageFailure(path + ": cannot write: " + proven.error().describe());
             }
         }
         return connection;
@@ -105,6 +129,44 @@ class SqliteStorage::Connection {
             return storageFailure(std::move(reason));
         }
         return {};
+    }
+
+    // Creates what is missing of the schema and records the opening, in one transaction.
+    Result<void> proveWritable() {
+        if (auto begun = execute("BEGIN IMMEDIATE"); !begun) {
+            return begun;
+        }
+        Result<void> outcome = execute(kSchema);
+        if (outcome) {
+            sqlite3_stmt *opened = prepare(kProveWritable);
+            if (opened != nullptr) {
+                sqlite3_bind_int64(opened, 1, nowSeconds());
+            }
+            outcome = opened != nullptr && sqlite3_step(opened) == SQLITE_DONE
+                          ? execute("COMMIT")
+                          : Result<void>(storageFailure(lastError()));
+        }
+        if (!outcome) {
+            rollBack();
+        }
+        return outcome;
+    }
+
+    // The single integer a statement yields, bound to at most one parameter.
+    Result<std::int64_t> integer(const char *sql, std::optional<std::int64_t> parameter = std::nullopt) {
+        sqlite3_stmt *statement = prepare(sql);
+        if (statement == nullptr) {
+            return storageFailure(lastError());
+        }
+        if (parameter) {
+            sqlite3_bind_int64(statement, 1, *parameter);
+        }
+        if (sqlite3_step(statement) != SQLITE_ROW) {
+            return storageFailure(lastError());
+        }
+        const std::int64_t value = sqlite3_column_int64(statement, 0);
+        sqlite3_reset(statement);
+        return value;
     }
 
     // Undoes the open transaction; the failure that led here is the one worth reporting.
@@ -168,7 +230,7 @@ Result<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &connect
 
 } // namespace
 
-SqliteStorage::SqliteStorage(std::int64_t maxSearchEvents) : maxSearchEvents_(maxSearchEvents) {}
+SqliteStorage::SqliteStorage(SqliteOptions options) : options_(std::move(options)) {}
 
 SqliteStorage::~SqliteStorage() = default;
 
@@ -176,14 +238,14 @@ Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &
     if (options.readers == 0) {
         return storageFailure("no reader connections");
     }
-    auto storage = std::unique_ptr<SqliteStorage>(new SqliteStorage(options.maxSearchEvents));
-    auto writer = Connection::open(options.path, true);
+    auto storage = std::unique_ptr<SqliteStorage>(new SqliteStorage(options));
+    auto writer = Connection::open(options.path, true, options.busyTimeoutMilliseconds);
     if (!writer) {
         return writer.error();
     }
     storage->writer_ = std::move(*writer);
     for (std::size_t i = 0; i < options.readers; ++i) {
-        auto reader = Connection::open(options.path, false);
+        auto reader = Connection::open(options.path, false, options.busyTimeoutMilliseconds);
         if (!reader) {
             return reader.error();
         }
@@ -191,6 +253,17 @@ Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &
         storage->readers_.push_back(std::move(*reader));
     }
     return storage;
+}
+
+Result<SqliteStorage::Connection *> SqliteStorage::writerLocked() {
+    if (!writer_) {
+        auto reopened = Connection::open(options_.path, true, options_.busyTimeoutMilliseconds);
+        if (!reopened) {
+            return reopened.error();
+        }
+        writer_ = std::move(*reopened);
+    }
+    return writer_.get();
 }
 
 SqliteStorage::Connection *SqliteStorage::acquireReader() {
@@ -211,8 +284,13 @@ void SqliteStorage::releaseReader(Connection *reader) {
 
 Result<void> SqliteStorage::recordReport(const VersionReport &report) {
     const std::lock_guard<std::mutex> lock(writerMutex_);
-    Connection &db = *writer_;
+    const auto writer = writerLocked();
+    if (!writer) {
+        return writer.error();
+    }
+    Connection &db = **writer;
     if (auto begun = db.execute("BEGIN IMMEDIATE"); !begun) {
+        writer_.reset();
         return begun;
     }
     const std::int64_t now = nowSeconds();
@@ -236,16 +314,28 @@ Result<void> SqliteStorage::recordReport(const VersionReport &report) {
         sqlite3_bind_int64(upsert, 4, now);
         ok = sqlite3_step(upsert) == SQLITE_DONE;
     }
-    if (!ok) {
-        Error failure = storageFailure(db.lastError());
-        db.rollBack();
-        return failure;
+    Result<void> outcome = ok ? Result<void>() : Result<void>(storageFailure(db.lastError()));
+    if (outcome) {
+        // Counted after the upserts, so versions the app already holds cost nothing.
+        const auto held = db.integer(kCountAppVersions, report.appId);
+        if (!held) {
+            outcome = held.error();
+        } else if (*held > options_.maxVersionsPerApp) {
+            outcome = fail(ErrorCode::TooManyVersions, "app " + std::to_string(report.appId) + " would hold " +
+                                                           std::to_string(*held) + " versions; the service keeps " +
+                                                           std::to_string(options_.maxVersionsPerApp) + " per app");
+        }
     }
-    auto committed = db.execute("COMMIT");
-    if (!committed) {
-        db.rollBack();
+    if (outcome) {
+        outcome = db.execute("COMMIT");
     }
-    return committed;
+    if (!outcome) {
+        db.rollBack();
+        if (outcome.error().code == ErrorCode::StorageFailed) {
+            writer_.reset();
+        }
+    }
+    return outcome;
 }
 
 Result<std::vector<StoredVersion>> SqliteStorage::versionsOf(std::int64_t appId) {
@@ -294,8 +384,13 @@ Result<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std::strin
 
 Result<void> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
     const std::lock_guard<std::mutex> lock(writerMutex_);
-    Connection &db = *writer_;
+    const auto writer = writerLocked();
+    if (!writer) {
+        return writer.error();
+    }
+    Connection &db = **writer;
     if (auto begun = db.execute("BEGIN IMMEDIATE"); !begun) {
+        writer_.reset();
         return begun;
     }
     bool ok = false;
@@ -305,15 +400,75 @@ Result<void> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
         sqlite3_bind_int64(insert, 3, nowSeconds());
         ok = sqlite3_step(insert) == SQLITE_DONE;
     }
-    if (sqlite3_stmt *trim = ok ? db.prepare(kTrimEvents) : nullptr) {
-        sqlite3_bind_int64(trim, 1, maxSearchEvents_);
-        ok = sqlite3_step(trim) == SQLITE_DONE;
+    Result<void> outcome =
+        ok ? trimSearchEvents(db, static_cast<std::int64_t>(event.query.size() + event.bodyJson.size()))
+           : Result<void>(storageFailure(db.lastError()));
+    if (outcome) {
+        outcome = db.execute("COMMIT");
     }
-    Result<void> outcome = ok ? db.execute("COMMIT") : Result<void>(storageFailure(db.lastError()));
     if (!outcome) {
         db.rollBack();
+        writer_.reset();
     }
     return outcome;
+}
+
+// Drops the oldest events beyond the count cap, then beyond the byte budget, keeping the running byte total in
+// step; the ids only ever grow, so "oldest" is "lowest id".
+Result<void> SqliteStorage::trimSearchEvents(Connection &db, std::int64_t addedBytes) {
+    auto total = db.integer(kEventBytes);
+    if (!total) {
+        return total.error();
+    }
+    std::int64_t bytes = *total + addedBytes;
+    std::int64_t cutoff = 0;
+    if (auto countCutoff = db.integer(kCountCutoff, options_.maxSearchEvents); !countCutoff) {
+        return countCutoff.error();
+    } else if (*countCutoff > 0) {
+        auto dropped = db.integer(kBytesUpTo, *countCutoff);
+        if (!dropped) {
+            return dropped.error();
+        }
+        cutoff = *countCutoff;
+        bytes -= *dropped;
+    }
+    if (bytes > options_.maxSearchEventBytes) {
+        sqlite3_stmt *oldest = db.prepare(kOldestEvents);
+        if (oldest == nullptr) {
+            return storageFailure(db.lastError());
+        }
+        int step = SQLITE_ROW;
+        while (bytes > options_.maxSearchEventBytes && (step = sqlite3_step(oldest)) == SQLITE_ROW) {
+            const std::int64_t id = sqlite3_column_int64(oldest, 0);
+            if (id > cutoff) {
+                cutoff = id;
+                bytes -= sqlite3_column_int64(oldest, 1);
+            }
+        }
+        sqlite3_reset(oldest);
+        if (step != SQLITE_ROW && step != SQLITE_DONE) {
+            return storageFailure(db.lastError());
+        }
+    }
+    if (cutoff > 0) {
+        sqlite3_stmt *drop = db.prepare(kDeleteEventsUpTo);
+        if (drop == nullptr) {
+            return storageFailure(db.lastError());
+        }
+        sqlite3_bind_int64(drop, 1, cutoff);
+        if (sqlite3_step(drop) != SQLITE_DONE) {
+            return storageFailure(db.lastError());
+        }
+    }
+    sqlite3_stmt *setTotal = db.prepare(kSetEventBytes);
+    if (setTotal == nullptr) {
+        return storageFailure(db.lastError());
+    }
+    sqlite3_bind_int64(setTotal, 1, bytes);
+    if (sqlite3_step(setTotal) != SQLITE_DONE) {
+        return storageFailure(db.lastError());
+    }
+    return {};
 }
 
 Result<std::int64_t> SqliteStorage::searchEventCount() {

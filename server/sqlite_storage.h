@@ -16,14 +16,22 @@ struct SqliteOptions {
     std::string path;
     std::size_t readers = kDefaultReaders;
     std::int64_t maxSearchEvents = kDefaultMaxSearchEvents;
+    std::int64_t maxSearchEventBytes = kDefaultMaxSearchEventBytes; // query and stored JSON of every kept event
+    std::int64_t maxVersionsPerApp = kDefaultMaxVersionsPerApp;
+    // How long a statement waits for another process's lock before it fails.
+    int busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
 
     static constexpr std::size_t kDefaultReaders = 8;
     static constexpr std::int64_t kDefaultMaxSearchEvents = 100000;
+    static constexpr std::int64_t kDefaultMaxSearchEventBytes = std::int64_t{256} * 1024 * 1024;
+    static constexpr std::int64_t kDefaultMaxVersionsPerApp = 5000;
+    static constexpr int kDefaultBusyTimeoutMilliseconds = 5000;
 };
 
 class SqliteStorage : public VersionStorage {
   public:
-    // Opens (creating the file and schema on first start); StorageFailed with the database's reason otherwise.
+    // Opens (creating the file and schema on first start) and proves the file writable with a real write;
+    // StorageFailed naming the path and the database's reason otherwise.
     static Result<std::unique_ptr<SqliteStorage>> open(const SqliteOptions &options);
     ~SqliteStorage() override;
 
@@ -37,15 +45,20 @@ class SqliteStorage : public VersionStorage {
     class Connection;
 
   private:
-    explicit SqliteStorage(std::int64_t maxSearchEvents);
+    explicit SqliteStorage(SqliteOptions options);
 
     // A reader connection for the duration of one query.
     class Lease;
     Connection *acquireReader();
     void releaseReader(Connection *reader);
+    // The writer, opened again (and proven writable) after a failed write; called with writerMutex_ held.
+    Result<Connection *> writerLocked();
+    Result<void> trimSearchEvents(Connection &db, std::int64_t addedBytes);
 
-    std::int64_t maxSearchEvents_;
+    const SqliteOptions options_;
     std::mutex writerMutex_;
+    // Dropped after a failed write: a connection that met a read-only or vanished file stays that way, a new one
+    // sees the file as it is now.
     std::unique_ptr<Connection> writer_;
     std::mutex readersMutex_;
     std::condition_variable readerFree_;

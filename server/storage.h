@@ -37,10 +37,11 @@ struct AppSummary {
 
 struct SearchEvent {
     std::string query;
-    std::string bodyJson; // the event as received, in compact JSON
+    std::string bodyJson; // the event's known fields, in compact JSON
 };
 
-// Every call either succeeds or fails with ErrorCode::StorageFailed and the database's own words as detail.
+// Every call either succeeds or fails with ErrorCode::StorageFailed and the database's own words as detail; a
+// failed call leaves nothing half-written, and a later call tries again from scratch.
 class VersionStorage {
   public:
     VersionStorage() = default;
@@ -49,13 +50,14 @@ class VersionStorage {
     virtual ~VersionStorage() = default;
 
     // Records the report atomically: the app's names become the report's, each version is added or its display
-    // text replaced.
+    // text replaced. Fails with TooManyVersions, recording nothing, when the app would then hold more versions than
+    // the storage keeps per app.
     virtual Result<void> recordReport(const VersionReport &report) = 0;
     // Every known version of the app, highest external identifier first.
     virtual Result<std::vector<StoredVersion>> versionsOf(std::int64_t appId) = 0;
     virtual Result<std::vector<AppSummary>> appsWithId(std::int64_t appId) = 0;
     virtual Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) = 0;
-    // Keeps at most the configured number of events, dropping the oldest.
+    // Keeps at most the configured number of events and bytes of events, dropping the oldest.
     virtual Result<void> recordSearchEvent(const SearchEvent &event) = 0;
     virtual Result<std::int64_t> searchEventCount() = 0;
 };

@@ -1,8 +1,10 @@
 // Routes of the version service and the JSON shapes it answers with.
 #include "server/version_service.h"
 
+#include <cstdio>
+#include <iterator>
+
 #include "base/json.h"
-#include "server/request_bodies.h"
 
 namespace qv::server {
 
@@ -12,6 +14,11 @@ constexpr std::string_view kAppsPrefix = "/v1/apple_apps/";
 constexpr std::string_view kVersionsSuffix = "/versions";
 constexpr std::string_view kEventsRoute = "/v1/events";
 constexpr std::string_view kLookupRoute = "/lookup";
+constexpr std::string_view kIfNoneMatch = "if-none-match";
+// What a cached reply costs beyond its bytes: list node, hash bucket, string headers.
+constexpr std::size_t kCacheEntryOverhead = 128;
+constexpr std::uint64_t kFnvOffsetBasis = 0xcbf29ce484222325ULL;
+constexpr std::uint64_t kFnvPrime = 0x100000001b3ULL;
 
 ServiceResponse jsonResponse(const Value &body) {
     return ServiceResponse{status::kOk, toJson(body), {}};
@@ -26,6 +33,41 @@ ServiceResponse methodNotAllowed(const std::string &allowed) {
 
 ServiceResponse storageFailure(const Error &failure) {
     return errorResponse(fail(failure.code, "storage failure: " + failure.describe()));
+}
+
+// A write the database did not take is worth retrying: a full disk, a lock or a read-only file pass by themselves,
+// and the storage reopens what it needs on the next write.
+ServiceResponse writeFailure(const Error &failure) {
+    if (failure.code != ErrorCode::StorageFailed) {
+        return errorResponse(failure);
+    }
+    auto response =
+        errorResponse(fail(ErrorCode::StorageUnavailable,
+                           std::string(errorMessage(ErrorCode::StorageUnavailable)) + " (" + failure.describe() + ")"));
+    response.headers.emplace_back("Retry-After", std::string(kRetryAfterSeconds));
+    return response;
+}
+
+// 200 with the body, or 304 without it when the client already holds these bytes; both say how long to keep them.
+ServiceResponse taggedResponse(const ServiceRequest &request, TaggedReply reply) {
+    ServiceResponse response{
+        status::kOk, {}, {{"ETag", reply.entityTag}, {"Cache-Control", std::string(kReadCacheControl)}}};
+    const auto [first, last] = request.headers.equal_range(std::string(kIfNoneMatch));
+    for (auto header = first; header != last; ++header) {
+        if (ifNoneMatchNames(header->second, reply.entityTag)) {
+            // A 304 may state a length only as the length of the body it stands for.
+            response.status = status::kNotModified;
+            response.headers.emplace_back("Content-Length", std::to_string(reply.body.size()));
+            return response;
+        }
+    }
+    response.body = std::move(reply.body);
+    return response;
+}
+
+TaggedReply tagged(std::string body) {
+    std::string entityTag = entityTagOf(body);
+    return TaggedReply{std::move(body), std::move(entityTag)};
 }
 
 ServiceResponse badRequest(std::string reason) {
@@ -69,30 +111,94 @@ std::uint64_t VersionsReplyCache::ticket() const {
     return generation_;
 }
 
-std::optional<std::string> VersionsReplyCache::find(std::int64_t appId) const {
+std::optional<TaggedReply> VersionsReplyCache::find(std::int64_t appId) {
     const std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = replies_.find(appId);
-    if (found == replies_.end()) {
+    const auto found = byApp_.find(appId);
+    if (found == byApp_.end()) {
         return std::nullopt;
     }
-    return found->second;
+    recentFirst_.splice(recentFirst_.begin(), recentFirst_, found->second);
+    return found->second->second;
 }
 
-void VersionsReplyCache::store(std::int64_t appId, std::uint64_t ticket, const std::string &reply) {
+void VersionsReplyCache::store(std::int64_t appId, std::uint64_t ticket, TaggedReply reply) {
     const std::lock_guard<std::mutex> lock(mutex_);
     if (ticket != generation_) {
         return;
     }
-    if (replies_.size() >= kMaxApps) {
-        replies_.clear();
+    if (const auto found = byApp_.find(appId); found != byApp_.end()) {
+        eraseLocked(found->second);
     }
-    replies_[appId] = reply;
+    const std::size_t cost = reply.body.size() + reply.entityTag.size() + kCacheEntryOverhead;
+    if (cost > maxBytes_) {
+        return;
+    }
+    recentFirst_.emplace_front(appId, std::move(reply));
+    byApp_[appId] = recentFirst_.begin();
+    bytes_ += cost;
+    while (bytes_ > maxBytes_) {
+        eraseLocked(std::prev(recentFirst_.end()));
+    }
 }
 
 void VersionsReplyCache::invalidate(std::int64_t appId) {
     const std::lock_guard<std::mutex> lock(mutex_);
     ++generation_;
-    replies_.erase(appId);
+    if (const auto found = byApp_.find(appId); found != byApp_.end()) {
+        eraseLocked(found->second);
+    }
+}
+
+std::size_t VersionsReplyCache::bytes() const {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return bytes_;
+}
+
+void VersionsReplyCache::eraseLocked(std::list<Entry>::iterator entry) {
+    bytes_ -= entry->second.body.size() + entry->second.entityTag.size() + kCacheEntryOverhead;
+    byApp_.erase(entry->first);
+    recentFirst_.erase(entry);
+}
+
+std::string entityTagOf(std::string_view body) {
+    std::uint64_t hash = kFnvOffsetBasis;
+    for (const char byte : body) {
+        hash = (hash ^ static_cast<unsigned char>(byte)) * kFnvPrime;
+    }
+    // The length beside the hash: two replies of one resource that differ in length never share a tag.
+    char tag[48];
+    std::snprintf(tag, sizeof tag, "\"%016llx-%zx\"", static_cast<unsigned long long>(hash), body.size());
+    return tag;
+}
+
+bool ifNoneMatchNames(std::string_view header, std::string_view entityTag) {
+    std::size_t at = 0;
+    while (true) {
+        while (at < header.size() && (header[at] == ' ' || header[at] == '\t' || header[at] == ',')) {
+            ++at;
+        }
+        if (at == header.size()) {
+            return false;
+        }
+        if (header[at] == '*') {
+            return true;
+        }
+        // If-None-Match compares weakly: W/"x" names the same bytes as "x".
+        if (header.substr(at, 2) == "W/") {
+            at += 2;
+        }
+        if (at == header.size() || header[at] != '"') {
+            return false;
+        }
+        const auto closing = header.find('"', at + 1);
+        if (closing == std::string_view::npos) {
+            return false;
+        }
+        if (header.substr(at, closing + 1 - at) == entityTag) {
+            return true;
+        }
+        at = closing + 1;
+    }
 }
 
 ServiceResponse errorResponse(int status, const std::string &message) {
@@ -103,6 +209,7 @@ int statusFor(ErrorCode code) {
     switch (code) {
     case ErrorCode::BadRequest:
     case ErrorCode::MalformedJson:
+    case ErrorCode::TooManyVersions:
         return status::kBadRequest;
     case ErrorCode::NotFound:
         return status::kNotFound;
@@ -110,6 +217,8 @@ int statusFor(ErrorCode code) {
         return status::kMethodNotAllowed;
     case ErrorCode::PayloadTooLarge:
         return status::kPayloadTooLarge;
+    case ErrorCode::StorageUnavailable:
+        return status::kServiceUnavailable;
     default:
         return status::kInternalError;
     }
@@ -122,6 +231,16 @@ ServiceResponse errorResponse(const Error &error) {
 ServiceResponse VersionService::handle(const ServiceRequest &request) const {
     if (request.body.size() > kMaxBodyBytes) {
         return errorResponse(fail(ErrorCode::PayloadTooLarge));
+    }
+    // Paths and query values end up in error messages and database lookups; bytes that are not text would make
+    // both malformed.
+    if (!isCleanText(request.path)) {
+        return badRequest("the path is not valid UTF-8 or holds a NUL character");
+    }
+    for (const auto &[key, value] : request.query) {
+        if (!isCleanText(key) || !isCleanText(value)) {
+            return badRequest("the query is not valid UTF-8 or holds a NUL character");
+        }
     }
     if (const auto appId = versionsRouteId(request.path)) {
         return versions(request, *appId);
@@ -146,20 +265,20 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
         return badRequest("the app identifier must be decimal digits: " + appIdText);
     }
     if (post) {
-        const auto report = parseVersionReport(request.body, *appId);
+        const auto report = parseVersionReport(request.body, *appId, limits_.maxVersionsPerReport);
         if (!report) {
             return errorResponse(report.error());
         }
         const auto stored = storage_.recordReport(*report);
         cache_.invalidate(*appId);
         if (!stored) {
-            return storageFailure(stored.error());
+            return writeFailure(stored.error());
         }
         const auto recorded = static_cast<std::int64_t>(report->versions.size());
         return jsonResponse(Value(Dictionary{{"identifier", std::to_string(*appId)}, {"recorded", recorded}}));
     }
     if (auto cached = cache_.find(*appId)) {
-        return ServiceResponse{status::kOk, std::move(*cached), {}};
+        return taggedResponse(request, std::move(*cached));
     }
     const auto ticket = cache_.ticket();
     const auto versions = storage_.versionsOf(*appId);
@@ -171,9 +290,9 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
         list.push_back(Value(Dictionary{{"bundle_version", version.display},
                                         {"external_identifier", std::to_string(version.externalId)}}));
     }
-    auto response = jsonResponse(Value(std::move(list)));
-    cache_.store(*appId, ticket, response.body);
-    return response;
+    auto reply = tagged(toJson(Value(std::move(list))));
+    cache_.store(*appId, ticket, reply);
+    return taggedResponse(request, std::move(reply));
 }
 
 ServiceResponse VersionService::events(const ServiceRequest &request) const {
@@ -186,7 +305,7 @@ ServiceResponse VersionService::events(const ServiceRequest &request) const {
     }
     const auto stored = storage_.recordSearchEvent(*event);
     if (!stored) {
-        return storageFailure(stored.error());
+        return writeFailure(stored.error());
     }
     return jsonResponse(Value(Dictionary{{"recorded", true}}));
 }
@@ -211,7 +330,7 @@ ServiceResponse VersionService::lookup(const ServiceRequest &request) const {
     if (!apps) {
         return storageFailure(apps.error());
     }
-    return jsonResponse(lookupResults(*apps));
+    return taggedResponse(request, tagged(toJson(lookupResults(*apps))));
 }
 
 } // namespace qv::server

@@ -3,35 +3,45 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <unordered_map>
 #include <utility>
 #include <vector>
 
+#include "server/request_bodies.h"
 #include "server/storage.h"
 
 namespace qv::server {
 
 inline constexpr std::size_t kMaxBodyBytes = std::size_t{1024} * 1024;
+inline constexpr std::size_t kDefaultReplyCacheBytes = std::size_t{64} * 1024 * 1024;
+// How long a client waits before retrying a write the database could not take.
+inline constexpr std::string_view kRetryAfterSeconds = "5";
+// Reads may be served from any cache for this long; a report shows up everywhere within a minute.
+inline constexpr std::string_view kReadCacheControl = "public, max-age=60";
 
 struct ServiceRequest {
     std::string method;
     std::string path;
     std::multimap<std::string, std::string> query;
     std::string body;
+    std::multimap<std::string, std::string> headers; // names in lower case
 };
 
 struct ServiceResponse {
     int status = 0;
-    std::string body; // always JSON
+    std::string body; // JSON, or empty for 304
     std::vector<std::pair<std::string, std::string>> headers;
 };
 
 namespace status {
 inline constexpr int kOk = 200;
+inline constexpr int kNotModified = 304;
 inline constexpr int kBadRequest = 400;
 inline constexpr int kNotFound = 404;
 inline constexpr int kMethodNotAllowed = 405;
@@ -40,6 +50,12 @@ inline constexpr int kInternalError = 500;
 inline constexpr int kServiceUnavailable = 503;
 } // namespace status
 
+// What one service accepts and keeps in memory; the storage has its own limits on what it keeps on disk.
+struct ServiceLimits {
+    std::size_t maxVersionsPerReport = kDefaultMaxVersionsPerReport;
+    std::size_t replyCacheBytes = kDefaultReplyCacheBytes;
+};
+
 // {"error": message} with the status.
 ServiceResponse errorResponse(int status, const std::string &message);
 // The HTTP status that answers a failure of this kind (500 for anything the client did not cause).
@@ -47,28 +63,49 @@ int statusFor(ErrorCode code);
 // {"error": the failure's one line} with the status its code calls for.
 ServiceResponse errorResponse(const Error &error);
 
+// A strong entity tag for exactly these bytes, quoted as it goes on the wire.
+std::string entityTagOf(std::string_view body);
+// Whether an If-None-Match value (a list of tags, weak or strong, or "*") names the tag.
+bool ifNoneMatchNames(std::string_view header, std::string_view entityTag);
+
+// A body with its entity tag, computed once.
+struct TaggedReply {
+    std::string body;
+    std::string entityTag;
+};
+
 // The versions lists already answered, so that repeated reads of a popular app skip the database. It only sees
-// writes made through this process's service, which is the only writer of its database.
+// writes made through this process's service, which is the only writer of its database. It holds at most its
+// byte budget, dropping the least recently read lists first.
 class VersionsReplyCache {
   public:
-    static constexpr std::size_t kMaxApps = 100000;
+    explicit VersionsReplyCache(std::size_t maxBytes = kDefaultReplyCacheBytes) : maxBytes_(maxBytes) {}
 
     // A ticket taken before reading the database; storing with a stale ticket does nothing, so a reply read while
     // a report was being recorded never outlives that report.
     std::uint64_t ticket() const;
-    std::optional<std::string> find(std::int64_t appId) const;
-    void store(std::int64_t appId, std::uint64_t ticket, const std::string &reply);
+    std::optional<TaggedReply> find(std::int64_t appId);
+    void store(std::int64_t appId, std::uint64_t ticket, TaggedReply reply);
     void invalidate(std::int64_t appId);
+    // What the cached replies cost, bookkeeping included.
+    std::size_t bytes() const;
 
   private:
+    using Entry = std::pair<std::int64_t, TaggedReply>;
+    void eraseLocked(std::list<Entry>::iterator entry);
+
+    const std::size_t maxBytes_;
     mutable std::mutex mutex_;
     std::uint64_t generation_ = 0;
-    std::unordered_map<std::int64_t, std::string> replies_;
+    std::list<Entry> recentFirst_;
+    std::unordered_map<std::int64_t, std::list<Entry>::iterator> byApp_;
+    std::size_t bytes_ = 0;
 };
 
 class VersionService {
   public:
-    explicit VersionService(VersionStorage &storage) : storage_(storage) {}
+    explicit VersionService(VersionStorage &storage, const ServiceLimits &limits = {})
+        : storage_(storage), limits_(limits), cache_(limits.replyCacheBytes) {}
 
     ServiceResponse handle(const ServiceRequest &request) const;
 
@@ -78,6 +115,7 @@ class VersionService {
     ServiceResponse lookup(const ServiceRequest &request) const;
 
     VersionStorage &storage_;
+    const ServiceLimits limits_;
     mutable VersionsReplyCache cache_;
 };
 

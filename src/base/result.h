@@ -27,6 +27,8 @@ namespace qv {
     X(ServiceRefused, "the service refused the request")                                                               \
     X(MalformedReply, "the service's reply is malformed")                                                              \
     X(PayloadTooLarge, "the body is larger than 1 MiB")                                                                \
+    X(TooManyVersions, "the app already holds as many versions as the service keeps")                                  \
+    X(StorageUnavailable, "the database cannot be written at the moment; try again shortly")                           \
     X(NotFound, "no such resource")                                                                                    \
     X(MethodNotAllowed, "method not allowed")                                                                          \
     X(ListenFailed, "cannot listen on the address")                                                                    \

@@ -1,6 +1,8 @@
-// Version storage that fails every call, as a full disk or a locked database would.
+// Version storage that fails every call, as a full disk or a locked database would, until it is mended; mended, it
+// passes every call to the storage behind it.
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -11,16 +13,36 @@ namespace qv::server {
 
 class BrokenStorage : public VersionStorage {
   public:
-    Result<void> recordReport(const VersionReport &) override { return diskFull(); }
-    Result<std::vector<StoredVersion>> versionsOf(std::int64_t) override { return ioError(); }
-    Result<std::vector<AppSummary>> appsWithId(std::int64_t) override { return ioError(); }
-    Result<std::vector<AppSummary>> appsWithBundleId(const std::string &) override { return ioError(); }
-    Result<void> recordSearchEvent(const SearchEvent &) override { return diskFull(); }
-    Result<std::int64_t> searchEventCount() override { return ioError(); }
+    BrokenStorage() = default;
+    explicit BrokenStorage(VersionStorage &behind) : behind_(&behind) {}
+
+    void mend() { broken_ = false; }
+    void breakAgain() { broken_ = true; }
+
+    Result<void> recordReport(const VersionReport &report) override {
+        return working() ? behind_->recordReport(report) : diskFull();
+    }
+    Result<std::vector<StoredVersion>> versionsOf(std::int64_t appId) override {
+        return working() ? behind_->versionsOf(appId) : ioError();
+    }
+    Result<std::vector<AppSummary>> appsWithId(std::int64_t appId) override {
+        return working() ? behind_->appsWithId(appId) : ioError();
+    }
+    Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override {
+        return working() ? behind_->appsWithBundleId(bundleId) : ioError();
+    }
+    Result<void> recordSearchEvent(const SearchEvent &event) override {
+        return working() ? behind_->recordSearchEvent(event) : diskFull();
+    }
+    Result<std::int64_t> searchEventCount() override { return working() ? behind_->searchEventCount() : ioError(); }
 
   private:
+    bool working() const { return !broken_ && behind_ != nullptr; }
     static Error diskFull() { return fail(ErrorCode::StorageFailed, "disk full"); }
     static Error ioError() { return fail(ErrorCode::StorageFailed, "disk I/O error"); }
+
+    VersionStorage *behind_ = nullptr;
+    std::atomic<bool> broken_{true};
 };
 
 } // namespace qv::server

@@ -2,7 +2,12 @@
 #include <gtest/gtest.h>
 #include <httplib.h>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -16,6 +21,7 @@
 #include "server/sqlite_storage.h"
 #include "support/cli_runner.h"
 #include "support/temp_dir.h"
+#include "support/unprivileged_child.h"
 
 namespace qv::server {
 namespace {
@@ -222,7 +228,45 @@ INSTANTIATE_TEST_SUITE_P(
         RawCase{"POST", "/v1/apple_apps/8001/versions", std::string(1024 * 1024 + 1, '{'), 413},
         RawCase{"POST", "/v1/events", "[1,2", 400}, RawCase{"GET", "/v2/whatever", "", 404},
         RawCase{"PUT", "/v1/apple_apps/8001/versions", "{}", 405}, RawCase{"DELETE", "/v1/events", "", 405},
-        RawCase{"GET", "/lookup?id=abc", "", 400}));
+        RawCase{"GET", "/lookup?id=abc", "", 400}, RawCase{"GET", "/lookup?bundleId=com.%FF", "", 400},
+        RawCase{"GET", "/lookup?bundleId=a%00b", "", 400}, RawCase{"GET", "/v1/apple_apps/%C0%AF/versions", "", 400},
+        RawCase{"POST", "/v1/events", R"({"name":"search","attributes":{"query":"\u0000","results":[]}})", 400}));
+
+// The whole reply to one request sent on a fresh connection that the server closes after answering.
+std::string rawExchange(int port, const std::string &request) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    std::string reply;
+    if (::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address) == 0 &&
+        ::send(socket, request.data(), request.size(), 0) == static_cast<ssize_t>(request.size())) {
+        char buffer[1024];
+        ssize_t got = 0;
+        while ((got = ::recv(socket, buffer, sizeof buffer, 0)) > 0) {
+            reply.append(buffer, static_cast<std::size_t>(got));
+        }
+    }
+    ::close(socket);
+    return reply;
+}
+
+TEST_F(LiveService, AMatchingTagGetsANotModifiedWithoutABody) {
+    const auto first = client().Get("/v1/apple_apps/8101/versions");
+    ASSERT_TRUE(first);
+    const std::string tag = first->get_header_value("ETag");
+    ASSERT_EQ(tag.front(), '"');
+    EXPECT_EQ(first->get_header_value("Cache-Control"), "public, max-age=60");
+    const std::string reply = rawExchange(port_, "GET /v1/apple_apps/8101/versions HTTP/1.1\r\nHost: x\r\n"
+                                                 "If-None-Match: " +
+                                                     tag + "\r\nConnection: close\r\n\r\n");
+    EXPECT_EQ(reply.rfind("HTTP/1.1 304 ", 0), 0U) << reply;
+    EXPECT_NE(reply.find("\r\nETag: " + tag + "\r\n"), std::string::npos) << reply;
+    EXPECT_NE(reply.find("\r\nCache-Control: public, max-age=60\r\n"), std::string::npos) << reply;
+    EXPECT_NE(reply.find("\r\nContent-Length: 2\r\n"), std::string::npos) << reply; // the length of "[]"
+    EXPECT_EQ(reply.find("\r\n\r\n"), reply.size() - 4) << "no body may follow: " << reply;
+}
 
 TEST(ServeCommand, PrintsWhereItListensAndStopsOnSigterm) {
     std::string pattern = (std::filesystem::temp_directory_path() / "qv-serve-XXXXXX").string();
@@ -245,6 +289,24 @@ TEST(ServeCommand, PrintsWhereItListensAndStopsOnSigterm) {
     EXPECT_EQ(pclose(pipe), 0);
     EXPECT_TRUE(std::filesystem::exists(directory + "/nested/v.sqlite"));
     std::filesystem::remove_all(directory);
+}
+
+TEST(ServeCommand, ExitsOneNamingADatabaseItCannotWrite) {
+    const test::TemporaryDirectory directory("qv-serve-readonly");
+    const std::string database = directory.file("v.sqlite");
+    const auto outcome = test::runUnprivileged(directory.path(), [&] {
+        SqliteOptions options;
+        options.path = database;
+        if (!SqliteStorage::open(options)) {
+            return 2;
+        }
+        const std::string cli = QV_CLI_PATH;
+        ::chmod(database.c_str(), 0444);
+        ::execl(cli.c_str(), cli.c_str(), "serve", "--listen", "127.0.0.1:0", "--db", database.c_str(), nullptr);
+        return 3;
+    });
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.output, "qvdovrin: cannot open the database: " + database + ": the file is read-only\n");
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "base/json.h"
+#include "base/text.h"
 #include "fakes/broken_storage.h"
 #include "server/sqlite_storage.h"
 #include "support/temp_dir.h"
@@ -33,8 +34,9 @@ class ServiceTest : public ::testing::Test {
     }
 
     ServiceResponse call(const std::string &method, const std::string &path, const std::string &body = {},
-                         std::multimap<std::string, std::string> query = {}) {
-        return service_->handle(ServiceRequest{method, path, std::move(query), body});
+                         std::multimap<std::string, std::string> query = {},
+                         std::multimap<std::string, std::string> headers = {}) {
+        return service_->handle(ServiceRequest{method, path, std::move(query), body, std::move(headers)});
     }
     std::string versionsOf(const std::string &id) { return call("GET", "/v1/apple_apps/" + id + "/versions").body; }
 
@@ -87,12 +89,32 @@ TEST(VersionsReplyCache, AReplyReadBeforeAReportIsNotKept) {
     VersionsReplyCache cache;
     const auto staleTicket = cache.ticket();
     cache.invalidate(7);
-    cache.store(7, staleTicket, "[old]");
+    cache.store(7, staleTicket, {"[old]", "\"o\""});
     EXPECT_FALSE(cache.find(7));
-    cache.store(7, cache.ticket(), "[new]");
-    EXPECT_EQ(cache.find(7), "[new]");
+    cache.store(7, cache.ticket(), {"[new]", "\"n\""});
+    EXPECT_EQ(cache.find(7)->body, "[new]");
     cache.invalidate(7);
     EXPECT_FALSE(cache.find(7));
+}
+
+TEST(VersionsReplyCache, StaysWithinItsBytesDroppingTheLeastRecentlyRead) {
+    const TaggedReply reply{std::string(1000, 'x'), "\"t\""};
+    constexpr std::size_t kTwoReplies = std::size_t{2} * 1200;
+    VersionsReplyCache cache(kTwoReplies);
+    cache.store(1, cache.ticket(), reply);
+    cache.store(2, cache.ticket(), reply);
+    ASSERT_TRUE(cache.find(1)); // 2 is now the least recently read
+    cache.store(3, cache.ticket(), reply);
+    EXPECT_TRUE(cache.find(1));
+    EXPECT_FALSE(cache.find(2));
+    EXPECT_TRUE(cache.find(3));
+    EXPECT_LE(cache.bytes(), kTwoReplies);
+    cache.store(4, cache.ticket(), {std::string(5000, 'x'), "\"big\""});
+    EXPECT_FALSE(cache.find(4));
+    EXPECT_TRUE(cache.find(3));
+    cache.invalidate(1);
+    cache.invalidate(3);
+    EXPECT_EQ(cache.bytes(), 0U);
 }
 
 TEST_F(ServiceTest, SearchEventsAreCappedDroppingTheOldest) {
@@ -106,17 +128,20 @@ TEST_F(ServiceTest, SearchEventsAreCappedDroppingTheOldest) {
 
 struct BadRequest {
     const char *method;
-    const char *path;
-    const char *body;
+    std::string path;
+    std::string body;
     int status;
     const char *error = nullptr; // the exact message, where clients depend on it
+    std::multimap<std::string, std::string> query = {};
 };
 class RefusedRequest : public ServiceTest, public ::testing::WithParamInterface<BadRequest> {};
 TEST_P(RefusedRequest, AnswersWithAJsonErrorAndKeepsStoredData) {
     ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
     const std::string before = versionsOf("42");
-    const auto response = call(GetParam().method, GetParam().path, GetParam().body);
+    const auto eventsBefore = storage_->searchEventCount().valueOr(-1);
+    const auto response = call(GetParam().method, GetParam().path, GetParam().body, GetParam().query);
     EXPECT_EQ(response.status, GetParam().status);
+    EXPECT_TRUE(isValidUtf8(response.body)) << response.body;
     const auto error = parseJson(response.body);
     ASSERT_TRUE(error && error->asDictionary()) << response.body;
     const Value *message = error->asDictionary()->find(Value("error"));
@@ -125,10 +150,21 @@ TEST_P(RefusedRequest, AnswersWithAJsonErrorAndKeepsStoredData) {
         EXPECT_EQ(*message->asString(), GetParam().error);
     }
     EXPECT_EQ(versionsOf("42"), before);
+    EXPECT_EQ(storage_->searchEventCount().valueOr(-1), eventsBefore);
     EXPECT_EQ(storage_->versionsOf(42)->size(), 2U);
     EXPECT_EQ(storage_->appsWithId(42)->at(0).title, "Example 2");
 }
 const std::string kOversized(kMaxBodyBytes + 1, ' ');
+std::string reportWith(std::size_t versions) {
+    std::string body = R"({"bundle_id":"b","identifier":42,"title":"t","versions":[)";
+    for (std::size_t i = 0; i < versions; ++i) {
+        body += (i == 0 ? "" : ",") + std::string(R"({"display":"1","externalId":)") + std::to_string(i + 1) + "}";
+    }
+    return body + "]}";
+}
+std::string eventWithQuery(const std::string &query) {
+    return R"({"name":"search","attributes":{"query":")" + query + R"(","results":[{"appId":"1","rank":1}]}})";
+}
 INSTANTIATE_TEST_SUITE_P(
     Requests, RefusedRequest,
     ::testing::Values(
@@ -162,12 +198,39 @@ INSTANTIATE_TEST_SUITE_P(
                    R"({"name":"search","attributes":{"query":"q","results":[{"appId":1,"rank":1}]}})", 400},
         BadRequest{"POST", "/v1/events",
                    R"({"name":"search","attributes":{"query":"q","results":[{"appId":"1","rank":0}]}})", 400},
-        BadRequest{"POST", "/v1/apple_apps/42/versions", kOversized.c_str(), 413, "the body is larger than 1 MiB"},
+        BadRequest{"POST", "/v1/apple_apps/42/versions", kOversized, 413, "the body is larger than 1 MiB"},
         BadRequest{"GET", "/v1/apple_apps/42", "", 404}, BadRequest{"GET", "/v1/apple_apps/4/2/versions", "", 404},
         BadRequest{"GET", "/", "", 404, "no such resource: /"},
         BadRequest{"DELETE", "/v1/apple_apps/42/versions", "", 405, "method not allowed; use GET, POST"},
         BadRequest{"GET", "/v1/events", "", 405}, BadRequest{"POST", "/lookup", "", 405},
-        BadRequest{"GET", "/lookup", "", 400}));
+        BadRequest{"GET", "/lookup", "", 400},
+        // Text that is not UTF-8, or that holds a NUL, is refused wherever it appears.
+        BadRequest{"POST", "/v1/apple_apps/42/versions",
+                   "{\"bundle_id\":\"b\xff\",\"identifier\":42,\"title\":\"t\",\"versions\":[{\"display\":\"1\","
+                   "\"externalId\":1}]}",
+                   400, "the body is not valid UTF-8"},
+        BadRequest{"POST", "/v1/apple_apps/42/versions",
+                   "{\"bundle_id\":\"b\",\"identifier\":42,\"title\":\"\xc0\xaf\",\"versions\":[{\"display\":\"1\","
+                   "\"externalId\":1}]}",
+                   400, "the body is not valid UTF-8"},
+        BadRequest{
+            "POST", "/v1/apple_apps/42/versions",
+            R"({"bundle_id":"b","identifier":42,"title":"a\u0000b","versions":[{"display":"1","externalId":1}]})", 400,
+            "a text of the body holds a NUL character"},
+        BadRequest{
+            "POST", "/v1/apple_apps/42/versions",
+            R"({"bundle_id":"b","identifier":42,"title":"t","versions":[{"display":"1","externalId":1,"note\u0000":0}]})",
+            400},
+        BadRequest{"POST", "/v1/events", eventWithQuery("caf\xe9"), 400},
+        BadRequest{"POST", "/v1/events", eventWithQuery("\xed\xa0\x80"), 400},
+        BadRequest{"POST", "/v1/events", eventWithQuery("q\\u0000"), 400},
+        BadRequest{"GET", "/lookup", "", 400, nullptr, {{"bundleId", "com.\xff"}}},
+        BadRequest{"GET", "/lookup", "", 400, nullptr, {{"bundleId", std::string("a\0b", 3)}}},
+        BadRequest{"GET", "/v1/apple_apps/\xff/versions", "", 400}, BadRequest{"GET", "/\xfe", "", 400},
+        // Size limits: a report's versions, one event's bytes.
+        BadRequest{"POST", "/v1/apple_apps/42/versions", reportWith(kDefaultMaxVersionsPerReport + 1), 413,
+                   "a report carries at most 2000 versions; this one has 2001"},
+        BadRequest{"POST", "/v1/events", eventWithQuery(std::string(kMaxEventBytes, 'q')), 413}));
 
 class LookupQuery : public ServiceTest,
                     public ::testing::WithParamInterface<std::pair<std::multimap<std::string, std::string>, int>> {};
@@ -180,19 +243,96 @@ INSTANTIATE_TEST_SUITE_P(
                       std::make_pair(std::multimap<std::string, std::string>{{"id", "x"}}, 400),
                       std::make_pair(std::multimap<std::string, std::string>{{"id", "1"}, {"bundleId", "b"}}, 400)));
 
-TEST(BrokenStorageService, AnswersEveryValidRequestWith500) {
-    BrokenStorage storage;
-    const VersionService service(storage);
-    const std::vector<ServiceRequest> requests{
-        {"POST", "/v1/apple_apps/42/versions", {}, kItemReport},
-        {"GET", "/v1/apple_apps/42/versions", {}, {}},
-        {"GET", "/lookup", {{"id", "42"}}, {}},
-        {"POST", "/v1/events", {}, R"({"name":"search","attributes":{"query":"q","results":[]}})"}};
-    for (const auto &request : requests) {
-        const auto response = service.handle(request);
-        EXPECT_EQ(response.status, 500) << request.path;
-        EXPECT_EQ(response.body.rfind(R"({"error":"storage failure: disk )", 0), 0U) << response.body;
+TEST_F(ServiceTest, AcceptsAReportOfExactlyTheVersionLimit) {
+    EXPECT_EQ(call("POST", "/v1/apple_apps/42/versions", reportWith(kDefaultMaxVersionsPerReport)).status, 200);
+}
+
+struct OutageCase {
+    const char *method;
+    const char *path;
+    std::string body;
+    int statusWhileBroken;
+    const char *errorStart;
+};
+class StorageOutage : public ServiceTest, public ::testing::WithParamInterface<OutageCase> {};
+TEST_P(StorageOutage, WritesAskForARetryAndEverythingWorksOnceTheStorageIsBack) {
+    BrokenStorage broken(*storage_);
+    const VersionService service(broken);
+    const ServiceRequest request{GetParam().method, GetParam().path, {{"id", "42"}}, GetParam().body, {}};
+    const auto failed = service.handle(request);
+    EXPECT_EQ(failed.status, GetParam().statusWhileBroken);
+    EXPECT_EQ(failed.body.rfind(GetParam().errorStart, 0), 0U) << failed.body;
+    const bool retryAfter = failed.headers == std::vector<std::pair<std::string, std::string>>{{"Retry-After", "5"}};
+    EXPECT_EQ(retryAfter, failed.status == 503);
+    broken.mend();
+    EXPECT_EQ(service.handle(request).status, 200);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Requests, StorageOutage,
+    ::testing::Values(
+        OutageCase{"POST", "/v1/apple_apps/42/versions", kItemReport, 503,
+                   R"x({"error":"the database cannot be written at the moment; try again shortly (disk full)"})x"},
+        OutageCase{"POST", "/v1/events", eventWithQuery("q"), 503, R"({"error":"the database cannot be written)"},
+        OutageCase{"GET", "/v1/apple_apps/42/versions", "", 500, R"({"error":"storage failure: disk I/O error"})"},
+        OutageCase{"GET", "/lookup", "", 500, R"({"error":"storage failure: disk I/O error"})"}));
+
+struct ConditionalCase {
+    const char *name;
+    const char *path;
+    std::multimap<std::string, std::string> query;
+    std::vector<std::string> ifNoneMatch; // "{tag}" stands for the reply's own tag
+    int status;
+};
+class ConditionalRead : public ServiceTest, public ::testing::WithParamInterface<ConditionalCase> {};
+TEST_P(ConditionalRead, CarriesAStrongTagAndAnswersAMatchWithoutABody) {
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
+    const auto plain = call("GET", GetParam().path, {}, GetParam().query);
+    std::multimap<std::string, std::string> headers;
+    for (std::string value : GetParam().ifNoneMatch) {
+        if (const auto at = value.find("{tag}"); at != std::string::npos) {
+            value.replace(at, 5, entityTagOf(plain.body));
+        }
+        headers.emplace("if-none-match", value);
     }
+    const auto response = call("GET", GetParam().path, {}, GetParam().query, headers);
+    EXPECT_EQ(response.status, GetParam().status);
+    std::vector<std::pair<std::string, std::string>> cacheHeaders{{"ETag", entityTagOf(plain.body)},
+                                                                  {"Cache-Control", "public, max-age=60"}};
+    if (response.status == 304) {
+        cacheHeaders.emplace_back("Content-Length", std::to_string(plain.body.size()));
+    }
+    if (response.status == 200 || response.status == 304) {
+        EXPECT_EQ(response.headers, cacheHeaders);
+        EXPECT_EQ(response.body, response.status == 200 ? plain.body : "");
+    } else {
+        EXPECT_TRUE(response.headers.empty());
+    }
+}
+INSTANTIATE_TEST_SUITE_P(
+    Headers, ConditionalRead,
+    ::testing::Values(
+        ConditionalCase{"VersionsWithoutCondition", "/v1/apple_apps/42/versions", {}, {}, 200},
+        ConditionalCase{"VersionsSameTag", "/v1/apple_apps/42/versions", {}, {"{tag}"}, 304},
+        ConditionalCase{"VersionsTagInAList", "/v1/apple_apps/42/versions", {}, {R"("a,b", W/"c" ,{tag})"}, 304},
+        ConditionalCase{"VersionsTagInASecondHeader", "/v1/apple_apps/42/versions", {}, {R"("other")", "{tag}"}, 304},
+        ConditionalCase{"VersionsWeakForm", "/v1/apple_apps/42/versions", {}, {"W/{tag}"}, 304},
+        ConditionalCase{"VersionsAnyTag", "/v1/apple_apps/42/versions", {}, {"*"}, 304},
+        ConditionalCase{"VersionsOtherTag", "/v1/apple_apps/42/versions", {}, {R"("0000000000000000-2")"}, 200},
+        ConditionalCase{"VersionsUnquoted", "/v1/apple_apps/42/versions", {}, {"unquoted, {tag}"}, 200},
+        ConditionalCase{"VersionsUnterminated", "/v1/apple_apps/42/versions", {}, {"\"abc"}, 200},
+        ConditionalCase{"UnknownAppSameTag", "/v1/apple_apps/43/versions", {}, {"{tag}"}, 304},
+        ConditionalCase{"LookupSameTag", "/lookup", {{"id", "42"}}, {"{tag}"}, 304},
+        ConditionalCase{"LookupOtherTag", "/lookup", {{"bundleId", "com.example.renamed"}}, {R"("x")"}, 200},
+        ConditionalCase{"ErrorsCarryNoTag", "/lookup", {{"id", "x"}}, {"*"}, 400}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST_F(ServiceTest, AReportGivesTheListANewTag) {
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kMetadataReport).status, 200);
+    const std::string oldTag = entityTagOf(versionsOf("42"));
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
+    const auto response = call("GET", "/v1/apple_apps/42/versions", {}, {}, {{"if-none-match", oldTag}});
+    EXPECT_EQ(response.status, 200);
+    EXPECT_NE(response.headers.at(0).second, oldTag);
 }
 
 } // namespace

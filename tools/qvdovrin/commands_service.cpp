@@ -42,6 +42,10 @@ struct ServeOptions {
     std::string listen{kDefaultListen};
     std::string database{kDefaultDatabase};
     std::int64_t maxEvents = qv::server::SqliteOptions::kDefaultMaxSearchEvents;
+    std::int64_t maxEventBytes = qv::server::SqliteOptions::kDefaultMaxSearchEventBytes;
+    std::int64_t maxVersionsPerApp = qv::server::SqliteOptions::kDefaultMaxVersionsPerApp;
+    std::size_t maxVersionsPerReport = qv::server::kDefaultMaxVersionsPerReport;
+    std::size_t replyCacheBytes = qv::server::kDefaultReplyCacheBytes;
 };
 
 void serve(const ServeOptions &options, Io &io) {
@@ -49,7 +53,14 @@ void serve(const ServeOptions &options, Io &io) {
     if (!address) {
         throw BadInput("--listen takes HOST:PORT with a port from 0 to 65535: " + options.listen);
     }
-    const qv::server::ServeConfig config{address->first, address->second, options.database, options.maxEvents};
+    const qv::server::ServeConfig config{address->first,
+                                         address->second,
+                                         options.database,
+                                         options.maxEvents,
+                                         options.maxEventBytes,
+                                         options.maxVersionsPerApp,
+                                         options.maxVersionsPerReport,
+                                         options.replyCacheBytes};
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
         io.out << "serving on http://" << config.host << ":" << port << "/ (database " << config.database << ")"
                << std::endl;
@@ -241,6 +252,18 @@ void registerServiceCommands(CLI::App &app, Io &io) {
     serveCommand->add_option("--max-events", serveOptions->maxEvents, "Search events kept, newest first")
         ->capture_default_str()
         ->check(CLI::PositiveNumber);
+    serveCommand->add_option("--max-event-bytes", serveOptions->maxEventBytes, "Bytes of search events kept")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    serveCommand->add_option("--max-versions-per-app", serveOptions->maxVersionsPerApp, "Versions kept per app")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    serveCommand
+        ->add_option("--max-versions-per-report", serveOptions->maxVersionsPerReport, "Versions one report may carry")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    serveCommand->add_option("--reply-cache-bytes", serveOptions->replyCacheBytes, "Memory for cached versions lists")
+        ->capture_default_str();
     serveCommand->callback([serveOptions, &io] { serve(*serveOptions, io); });
 
     auto versionsOptions = std::make_shared<VersionsOptions>();
