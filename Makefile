@@ -4,7 +4,7 @@ JOBS ?= 2
 FUZZ_SECONDS ?= 30
 QVDOVRIN := build/linux/tools/qvdovrin/qvdovrin
 
-.PHONY: bootstrap build run test test-asan test-tsan bench fuzz format format-check tidy lint clean ios package
+.PHONY: bootstrap build run test test-asan test-tsan coverage bench fuzz format format-check tidy lint clean ios package
 
 bootstrap:
 	@scripts/bootstrap.sh
@@ -28,6 +28,12 @@ test-tsan: bootstrap
 	cmake --preset tsan
 	cmake --build --preset tsan -j $(JOBS)
 	ctest --preset tsan
+
+# Line coverage of src/ and server/ by the test suite.
+coverage: bootstrap
+	cmake --preset coverage
+	cmake --build --preset coverage -j $(JOBS)
+	scripts/coverage.sh build/coverage
 
 bench: build
 	scripts/run-benchmarks.sh build/linux/bench
