@@ -77,21 +77,28 @@ Options parse(int argc, char **argv) {
     return options;
 }
 
+// A connected loopback socket, or -1.
+int connectLoopback(int port) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(port));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    if (::connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
+        ::close(socket);
+        return -1;
+    }
+    return socket;
+}
+
 // A minimal keep-alive HTTP/1.1 client: one write per request, reads until the announced body length is in, so
 // the generator itself spends as few system calls as possible and leaves the cores to the service.
 class LoopbackConnection {
   public:
-    explicit LoopbackConnection(int port) {
-        socket_ = ::socket(AF_INET, SOCK_STREAM, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        const int on = 1;
-        ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-        if (::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-            ::close(socket_);
-            socket_ = -1;
+    explicit LoopbackConnection(int port) : socket_(connectLoopback(port)) {
+        if (socket_ >= 0) {
+            const int on = 1;
+            ::setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         }
     }
     ~LoopbackConnection() {
@@ -191,19 +198,6 @@ double percentile(std::vector<double> &sorted, double fraction) {
     }
     const auto index = static_cast<std::size_t>(fraction * static_cast<double>(sorted.size() - 1));
     return sorted[index];
-}
-
-int connectLoopback(int port) {
-    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(static_cast<std::uint16_t>(port));
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (::connect(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0) {
-        ::close(socket);
-        return -1;
-    }
-    return socket;
 }
 
 // Idle connections and slow-header clients held open against the service while a phase runs.
