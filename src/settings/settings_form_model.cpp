@@ -8,6 +8,17 @@
 
 namespace qv {
 
+std::string makerProfileAddress(const std::function<bool(std::string_view scheme)> &canOpen) {
+    const std::string handle(kMakerHandle);
+    if (canOpen("tweetbot:")) {
+        return "tweetbot:///user_profile/" + handle;
+    }
+    if (canOpen("twitter:")) {
+        return "twitter://user?screen_name=" + handle;
+    }
+    return "https://mobile.twitter.com/" + handle;
+}
+
 std::string titleFromKey(std::string_view key) {
     std::string title;
     for (const char letter : key) {

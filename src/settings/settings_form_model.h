@@ -25,6 +25,14 @@ inline constexpr std::string_view kCrowdsourceFooter =
     "is used to do so the only info sent is the app version, app extrnal identifier and the bundle id. You can "
     "disable this if you would like.";
 
+// The screen's contact actions: the maker's social profile and a mail to support.
+inline constexpr std::string_view kMakerHandle = "quorvane";
+inline constexpr std::string_view kSupportMailSubject = "Verdigo Help";
+
+// Where the maker's profile opens: the first installed client that can take it ("tweetbot:", then "twitter:"),
+// else the mobile web profile.
+std::string makerProfileAddress(const std::function<bool(std::string_view scheme)> &canOpen);
+
 // A switch's title when the form gives none: the key split before each capital, its first letter capitalised.
 std::string titleFromKey(std::string_view key);
 

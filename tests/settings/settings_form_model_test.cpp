@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include <memory>
 #include <string>
 #include <vector>
@@ -112,6 +114,24 @@ TEST(SettingsForm, EachDeletionOnTheBlockedScreenTellsTheUpdateScreensOnce) {
     EXPECT_EQ(rig.notifier.posts, (std::vector<FakeNotifier::Post>{daemon, screens, daemon, screens}));
     EXPECT_EQ(blocked->rowCount(), 0U);
     EXPECT_TRUE(rig.file.files[kFile].asDictionary()->empty());
+}
+
+TEST(SettingsForm, MakerProfileOpensInTheFirstClientThatCanTakeIt) {
+    struct Case {
+        std::vector<std::string_view> installed;
+        std::string address;
+    };
+    const std::vector<Case> cases = {
+        {{}, "https://mobile.twitter.com/quorvane"},
+        {{"twitter:"}, "twitter://user?screen_name=quorvane"},
+        {{"twitter:", "tweetbot:"}, "tweetbot:///user_profile/quorvane"},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(makerProfileAddress([&](std::string_view scheme) {
+                      return std::find(c.installed.begin(), c.installed.end(), scheme) != c.installed.end();
+                  }),
+                  c.address);
+    }
 }
 
 } // namespace

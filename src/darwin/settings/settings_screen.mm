@@ -6,6 +6,8 @@
 #include "darwin/core/strings.h"
 #include "darwin/service/resources.h"
 
+#import <MessageUI/MessageUI.h>
+
 using qv::darwin::guarded;
 using qv::darwin::toNSString;
 
@@ -20,7 +22,11 @@ NSInteger switchTag(NSIndexPath *indexPath) {
 
 } // namespace
 
-@interface QVPPSettingsViewController : UITableViewController
+#ifndef QV_SUPPORT_EMAIL
+#define QV_SUPPORT_EMAIL "support@quorvane.com"
+#endif
+
+@interface QVPPSettingsViewController : UITableViewController <MFMailComposeViewControllerDelegate>
 - (instancetype)initWithModel:(std::shared_ptr<qv::SettingsFormModel>)model;
 @end
 
@@ -78,6 +84,48 @@ NSInteger switchTag(NSIndexPath *indexPath) {
 }
 
 - (void)tweetMe {
+}
+
+- (void)userLoginStatusChanged:(NSNotification *)notification {
+}
+
+- (void)paymentCompleteNotification:(NSNotification *)notification {
+}
+
+// Part of the screen, though no row or button of this form leads here.
+- (void)userTappedTwitter:(id)sender {
+    guarded([&] {
+        UIApplication *application = UIApplication.sharedApplication;
+        const std::string address = qv::makerProfileAddress([application](std::string_view scheme) {
+            NSURL *url = [NSURL URLWithString:toNSString(scheme)];
+            return url != nil && [application canOpenURL:url];
+        });
+        NSURL *url = [NSURL URLWithString:toNSString(address)];
+        if (url != nil) {
+            [application openURL:url options:@{} completionHandler:nil];
+        }
+    });
+}
+
+// Part of the screen, though no row or button of this form leads here.
+- (void)userTappedEmail:(id)sender {
+    guarded([&] {
+        Class composerClass = NSClassFromString(@"MFMailComposeViewController");
+        if (composerClass == nil || ![composerClass canSendMail]) {
+            return;
+        }
+        MFMailComposeViewController *composer = [composerClass new];
+        composer.mailComposeDelegate = self;
+        [composer setToRecipients:@[ @QV_SUPPORT_EMAIL ]];
+        [composer setSubject:toNSString(qv::kSupportMailSubject)];
+        [self presentViewController:composer animated:YES completion:nil];
+    });
+}
+
+- (void)mailComposeController:(MFMailComposeViewController *)controller
+          didFinishWithResult:(MFMailComposeResult)result
+                        error:(NSError *)error {
+    [controller dismissViewControllerAnimated:YES completion:nil];
 }
 
 - (const qv::FormRow *)rowAt:(NSIndexPath *)indexPath {
