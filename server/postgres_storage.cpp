@@ -154,6 +154,9 @@ bool isPostgresUrl(const std::string &database) {
 }
 
 std::string withoutPassword(const std::string &url) {
+    if (url.find("password=") == std::string::npos && url.find("://") == std::string::npos) {
+        return url; // a file name, or a key=value string without a password
+    }
     if (!isPostgresUrl(url)) {
         // key=value form: drop the password pair.
         std::string kept;
@@ -340,6 +343,7 @@ Result<void> migrate(PostgresStorage::Connection &db) {
 
 Result<std::vector<AppSummary>> readSummaries(const QueryResult &rows) {
     std::vector<AppSummary> apps;
+    apps.reserve(static_cast<std::size_t>(rows.rows()));
     for (int row = 0; row < rows.rows(); ++row) {
         apps.push_back(AppSummary{rows.integer(row, 0), rows.text(row, 1), rows.text(row, 2),
                                   rows.isNull(row, 3) ? std::string() : rows.text(row, 3)});
@@ -489,6 +493,7 @@ Result<std::vector<StoredVersion>> PostgresStorage::versionsOf(std::int64_t appI
         return rows.error();
     }
     std::vector<StoredVersion> versions;
+    versions.reserve(static_cast<std::size_t>((*rows)->rows()));
     for (int row = 0; row < (*rows)->rows(); ++row) {
         versions.push_back(StoredVersion{(*rows)->text(row, 0), (*rows)->integer(row, 1)});
     }

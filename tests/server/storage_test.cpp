@@ -365,6 +365,7 @@ TEST_F(PostgresOnly, InstancesStartingTogetherMigrateOnce) {
     constexpr int kInstances = 4;
     std::vector<std::string> failures(kInstances);
     std::vector<std::thread> starting;
+    starting.reserve(kInstances);
     for (int i = 0; i < kInstances; ++i) {
         starting.emplace_back([&, i] {
             auto opened = PostgresStorage::open(postgresOptions(url_));

@@ -159,6 +159,7 @@ class PostgresCluster {
                 ::_exit(126);
             }
             std::vector<char *> arguments;
+            arguments.reserve(command.size() + 1);
             for (const auto &argument : command) {
                 arguments.push_back(const_cast<char *>(argument.c_str()));
             }
