@@ -7,7 +7,7 @@ packages=(
   clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format clang-tidy
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libplist-dev libcurl4-openssl-dev libcli11-dev
-  libboost-dev zlib1g-dev libcpp-httplib-dev libsqlite3-dev sqlite3
+  libboost-dev zlib1g-dev libcpp-httplib-dev libsqlite3-dev sqlite3 libpq-dev postgresql
   dpkg-dev fakeroot curl python3
 )
 

@@ -9,10 +9,12 @@
 #include <chrono>
 #include <csignal>
 #include <filesystem>
+#include <memory>
 #include <system_error>
 #include <thread>
 
 #include "server/http_front.h"
+#include "server/postgres_storage.h"
 
 namespace qv::server {
 
@@ -64,25 +66,49 @@ std::size_t raiseDescriptorLimit() {
 // Descriptors kept back from connections: the database, its journal, the listening socket and the standard streams.
 constexpr std::size_t kReservedDescriptors = 64;
 
-} // namespace
-
-Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
+Result<std::unique_ptr<VersionStorage>> openStorage(const ServeConfig &config) {
+    if (isPostgresUrl(config.database)) {
+        PostgresOptions options;
+        options.url = config.database;
+        options.maxSearchEvents = config.maxSearchEvents;
+        options.maxSearchEventBytes = config.maxSearchEventBytes;
+        options.maxVersionsPerApp = config.maxVersionsPerApp;
+        auto storage = PostgresStorage::open(options);
+        if (!storage) {
+            return storage.error();
+        }
+        return std::unique_ptr<VersionStorage>(std::move(*storage));
+    }
     const std::filesystem::path databasePath(config.database);
     if (databasePath.has_parent_path()) {
         // A folder that cannot be made shows up as the database's own open failure below.
         std::error_code ignored;
         std::filesystem::create_directories(databasePath.parent_path(), ignored);
     }
-    SqliteOptions storageOptions;
-    storageOptions.path = config.database;
-    storageOptions.maxSearchEvents = config.maxSearchEvents;
-    storageOptions.maxSearchEventBytes = config.maxSearchEventBytes;
-    storageOptions.maxVersionsPerApp = config.maxVersionsPerApp;
-    auto storage = SqliteStorage::open(storageOptions);
+    SqliteOptions options;
+    options.path = config.database;
+    options.maxSearchEvents = config.maxSearchEvents;
+    options.maxSearchEventBytes = config.maxSearchEventBytes;
+    options.maxVersionsPerApp = config.maxVersionsPerApp;
+    auto storage = SqliteStorage::open(options);
+    if (!storage) {
+        return storage.error();
+    }
+    return std::unique_ptr<VersionStorage>(std::move(*storage));
+}
+
+} // namespace
+
+ServiceLimits serviceLimitsFor(const ServeConfig &config) {
+    return ServiceLimits{config.maxVersionsPerReport, isPostgresUrl(config.database) ? 0 : config.replyCacheBytes};
+}
+
+Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
+    auto storage = openStorage(config);
     if (!storage) {
         return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());
     }
-    VersionService service(**storage, ServiceLimits{config.maxVersionsPerReport, config.replyCacheBytes});
+    VersionService service(**storage, serviceLimitsFor(config));
     FrontLimits limits;
     const std::size_t descriptors = raiseDescriptorLimit();
     if (descriptors > kReservedDescriptors) {

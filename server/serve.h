@@ -15,7 +15,7 @@ namespace qv::server {
 struct ServeConfig {
     std::string host = "127.0.0.1";
     int port = 0; // 0: any free port
-    // The SQLite file; it and its folder are created on first start.
+    // A postgresql:// (or postgres://) URL, or else the SQLite file, which is created with its folder on first start.
     std::string database;
     std::int64_t maxSearchEvents = SqliteOptions::kDefaultMaxSearchEvents;
     std::int64_t maxSearchEventBytes = SqliteOptions::kDefaultMaxSearchEventBytes;
@@ -23,6 +23,10 @@ struct ServeConfig {
     std::size_t maxVersionsPerReport = kDefaultMaxVersionsPerReport;
     std::size_t replyCacheBytes = kDefaultReplyCacheBytes;
 };
+
+// The service's limits for the configuration. A shared PostgreSQL database gets no reply cache: another instance
+// may accept a report this one would never hear about.
+ServiceLimits serviceLimitsFor(const ServeConfig &config);
 
 // Serves until SIGINT or SIGTERM arrives, then stops and returns. onListening runs once, with the bound port,
 // before the first request is accepted. Fails with StorageFailed (the database cannot be opened or written),

@@ -43,6 +43,7 @@ class OccupiedPort {
 struct RefusalCase {
     const char *name;
     bool databaseUnderAFile; // the database's folder is a regular file
+    const char *databaseUrl; // instead of a file
     bool portTaken;
     ErrorCode code;
     const char *start; // the failure's line starts with this
@@ -57,7 +58,9 @@ TEST_P(ServeRefusal, FailsWithoutAnnouncingAPort) {
     ASSERT_NE(occupied.port(), 0);
     ServeConfig config;
     config.port = GetParam().portTaken ? occupied.port() : 0;
-    config.database = directory.file(GetParam().databaseUnderAFile ? "plain/v.sqlite" : "v.sqlite");
+    config.database = GetParam().databaseUrl != nullptr
+                          ? GetParam().databaseUrl
+                          : directory.file(GetParam().databaseUnderAFile ? "plain/v.sqlite" : "v.sqlite");
     std::optional<int> announced;
     const auto served = serveUntilSignalled(config, [&](int port) { announced = port; });
     ASSERT_FALSE(served);
@@ -66,12 +69,17 @@ TEST_P(ServeRefusal, FailsWithoutAnnouncingAPort) {
     EXPECT_FALSE(announced);
 }
 
-INSTANTIATE_TEST_SUITE_P(Causes, ServeRefusal,
-                         ::testing::Values(RefusalCase{"DatabaseCannotBeCreated", true, false, ErrorCode::StorageFailed,
-                                                       "cannot open the database: "},
-                                           RefusalCase{"PortTaken", false, true, ErrorCode::ListenFailed,
-                                                       "cannot listen on 127.0.0.1:"}),
-                         [](const auto &info) { return std::string(info.param.name); });
+INSTANTIATE_TEST_SUITE_P(
+    Causes, ServeRefusal,
+    ::testing::Values(RefusalCase{"DatabaseCannotBeCreated", true, nullptr, false, ErrorCode::StorageFailed,
+                                  "cannot open the database: "},
+                      RefusalCase{"SharedDatabaseUnreachable", false, "postgresql://u:pw@/v?host=/nonexistent-qv",
+                                  false, ErrorCode::StorageFailed,
+                                  "cannot open the database: postgresql://u@/v?host=/nonexistent-qv: "
+                                  "connection to server on socket"},
+                      RefusalCase{"PortTaken", false, nullptr, true, ErrorCode::ListenFailed,
+                                  "cannot listen on 127.0.0.1:"}),
+    [](const auto &info) { return std::string(info.param.name); });
 
 } // namespace
 } // namespace qv::server

@@ -23,6 +23,7 @@
 #include "posix/recording_http.h"
 #include "posix/thread_queues.h"
 #include "server/http_front.h"
+#include "server/postgres_storage.h"
 #include "server/request_bodies.h"
 #include "server/serve.h"
 #include "service/service_client.h"
@@ -62,8 +63,8 @@ void serve(const ServeOptions &options, Io &io) {
                                          options.maxVersionsPerReport,
                                          options.replyCacheBytes};
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
-        io.out << "serving on http://" << config.host << ":" << port << "/ (database " << config.database << ")"
-               << std::endl;
+        io.out << "serving on http://" << config.host << ":" << port << "/ (database "
+               << qv::server::withoutPassword(config.database) << ")" << std::endl;
     });
     if (!served) {
         throw BadInput(served.error().describe());
@@ -247,7 +248,10 @@ void registerServiceCommands(CLI::App &app, Io &io) {
     auto *serveCommand = app.add_subcommand("serve", "Run the version service");
     serveCommand->add_option("--listen", serveOptions->listen, "HOST:PORT to listen on (port 0: any free port)")
         ->capture_default_str();
-    serveCommand->add_option("--db", serveOptions->database, "SQLite database file (created on first start)")
+    serveCommand
+        ->add_option("--db", serveOptions->database,
+                     "SQLite database file (created on first start), or a postgresql:// URL of a database that "
+                     "several instances may share")
         ->capture_default_str();
     serveCommand->add_option("--max-events", serveOptions->maxEvents, "Search events kept, newest first")
         ->capture_default_str()

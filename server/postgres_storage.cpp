@@ -1,0 +1,608 @@
+// PostgreSQL storage of version reports and search events, shared safely by several service instances.
+#include "server/postgres_storage.h"
+
+#include <libpq-fe.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <iterator>
+#include <utility>
+
+namespace qv::server {
+
+namespace {
+
+// Every schema change, in order; the schema_version table records how many of them a database has had.
+constexpr const char *kMigrations[] = {
+    R"sql(
+CREATE TABLE apps(
+  app_id bigint PRIMARY KEY,
+  bundle_id text NOT NULL,
+  title text NOT NULL,
+  reported_at bigint NOT NULL);
+CREATE INDEX apps_by_bundle_id ON apps(bundle_id);
+CREATE TABLE versions(
+  app_id bigint NOT NULL REFERENCES apps(app_id),
+  external_id bigint NOT NULL,
+  display text NOT NULL,
+  reported_at bigint NOT NULL,
+  PRIMARY KEY(app_id, external_id));
+CREATE TABLE search_events(
+  id bigserial PRIMARY KEY,
+  query text NOT NULL,
+  body text NOT NULL,
+  bytes bigint NOT NULL,
+  received_at bigint NOT NULL);
+CREATE TABLE search_event_totals(
+  id integer PRIMARY KEY CHECK(id = 1),
+  events bigint NOT NULL,
+  bytes bigint NOT NULL);
+INSERT INTO search_event_totals(id, events, bytes) VALUES(1, 0, 0);
+CREATE TABLE service_state(
+  id integer PRIMARY KEY CHECK(id = 1),
+  opened_at bigint NOT NULL);
+)sql",
+};
+
+// Held for the length of the migration transaction, so instances starting together migrate one after another.
+constexpr const char *kMigrationLock = "SELECT pg_advisory_xact_lock(7423510982)";
+constexpr const char *kSchemaVersionTable = "CREATE TABLE IF NOT EXISTS schema_version(version integer NOT NULL)";
+constexpr const char *kSchemaVersion = "SELECT COALESCE(MAX(version), 0) FROM schema_version";
+
+struct Statement {
+    const char *name;
+    const char *sql;
+};
+
+// Prepared on every connection as it is made.
+constexpr Statement kProveWritable{"prove_writable", "INSERT INTO service_state(id, opened_at) VALUES(1, $1) "
+                                                     "ON CONFLICT(id) DO UPDATE SET opened_at = excluded.opened_at"};
+constexpr Statement kUpsertApp{"upsert_app",
+                               "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES($1, $2, $3, $4) "
+                               "ON CONFLICT(app_id) DO UPDATE SET bundle_id = excluded.bundle_id, "
+                               "title = excluded.title, reported_at = excluded.reported_at"};
+constexpr Statement kUpsertVersion{
+    "upsert_version", "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES($1, $2, $3, $4) "
+                      "ON CONFLICT(app_id, external_id) DO UPDATE SET display = excluded.display, "
+                      "reported_at = excluded.reported_at"};
+constexpr Statement kCountAppVersions{"count_app_versions", "SELECT COUNT(*) FROM versions WHERE app_id = $1"};
+constexpr Statement kSelectVersions{
+    "select_versions", "SELECT display, external_id FROM versions WHERE app_id = $1 ORDER BY external_id DESC"};
+constexpr Statement kAppsWithId{
+    "apps_with_id", "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v "
+                    "WHERE v.app_id = a.app_id ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.app_id = $1"};
+constexpr Statement kAppsWithBundleId{
+    "apps_with_bundle_id",
+    "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
+    "ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.bundle_id = $1 ORDER BY a.app_id"};
+// Taking the totals row first makes every instance's event writes queue up behind one another, so ids grow in the
+// order events are kept and the totals stay exact.
+constexpr Statement kLockEventTotals{"lock_event_totals",
+                                     "SELECT events, bytes FROM search_event_totals WHERE id = 1 FOR UPDATE"};
+constexpr Statement kInsertEvent{"insert_event",
+                                 "INSERT INTO search_events(query, body, bytes, received_at) VALUES($1, $2, $3, $4)"};
+// The newest event that has to go so that at least $1 events and $2 bytes are dropped, oldest first.
+constexpr Statement kTrimCutoff{"trim_cutoff",
+                                "SELECT id, n, dropped FROM (SELECT id, row_number() OVER (ORDER BY id) AS n, "
+                                "SUM(bytes) OVER (ORDER BY id) AS dropped FROM search_events) running "
+                                "WHERE n >= $1 AND dropped >= $2 ORDER BY id LIMIT 1"};
+constexpr Statement kDeleteEventsUpTo{"delete_events_up_to", "DELETE FROM search_events WHERE id <= $1"};
+constexpr Statement kSetEventTotals{"set_event_totals",
+                                    "UPDATE search_event_totals SET events = $1, bytes = $2 WHERE id = 1"};
+constexpr Statement kCountEvents{"count_events", "SELECT COUNT(*) FROM search_events"};
+
+constexpr Statement kStatements[] = {
+    kProveWritable,   kUpsertApp,   kUpsertVersion, kCountAppVersions, kSelectVersions, kAppsWithId, kAppsWithBundleId,
+    kLockEventTotals, kInsertEvent, kTrimCutoff,    kDeleteEventsUpTo, kSetEventTotals, kCountEvents};
+
+std::int64_t nowSeconds() {
+    return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
+Error storageFailure(std::string reason) {
+    return fail(ErrorCode::StorageFailed, std::move(reason));
+}
+
+// libpq's messages span lines ("…failed: …\n\tIs the server running…"); a log line wants them on one.
+std::string oneLine(const char *message) {
+    std::string line;
+    bool space = false;
+    for (const char *c = message; c != nullptr && *c != '\0'; ++c) {
+        const bool blank = *c == '\n' || *c == '\r' || *c == '\t' || *c == ' ';
+        if (blank) {
+            space = !line.empty();
+            continue;
+        }
+        if (space) {
+            line += ' ';
+            space = false;
+        }
+        line += *c;
+    }
+    return line.empty() ? "unknown failure" : line;
+}
+
+// A query result, cleared when it goes out of scope.
+class QueryResult {
+  public:
+    explicit QueryResult(PGresult *result) : result_(result) {}
+    ~QueryResult() { PQclear(result_); }
+    QueryResult(const QueryResult &) = delete;
+    QueryResult &operator=(const QueryResult &) = delete;
+
+    bool succeeded() const {
+        const auto status = PQresultStatus(result_);
+        return status == PGRES_COMMAND_OK || status == PGRES_TUPLES_OK;
+    }
+    int rows() const { return PQntuples(result_); }
+    std::string text(int row, int column) const { return PQgetvalue(result_, row, column); }
+    std::int64_t integer(int row, int column) const {
+        return std::strtoll(PQgetvalue(result_, row, column), nullptr, 10);
+    }
+    bool isNull(int row, int column) const { return PQgetisnull(result_, row, column) == 1; }
+
+  private:
+    PGresult *result_;
+};
+
+} // namespace
+
+bool isPostgresUrl(const std::string &database) {
+    return database.rfind("postgresql://", 0) == 0 || database.rfind("postgres://", 0) == 0;
+}
+
+std::string withoutPassword(const std::string &url) {
+    if (url.find("password=") == std::string::npos && url.find("://") == std::string::npos) {
+        return url; // a file name, or a key=value string without a password
+    }
+    if (!isPostgresUrl(url)) {
+        // key=value form: drop the password pair.
+        std::string kept;
+        std::size_t start = 0;
+        while (start < url.size()) {
+            std::size_t end = url.find(' ', start);
+            end = end == std::string::npos ? url.size() : end;
+            const std::string pair = url.substr(start, end - start);
+            if (!pair.empty() && pair.rfind("password=", 0) != 0) {
+                kept += (kept.empty() ? "" : " ") + pair;
+            }
+            start = end + 1;
+        }
+        return kept;
+    }
+    std::string redacted = url;
+    const std::size_t authority = redacted.find("://") + 3;
+    const std::size_t authorityEnd = std::min(redacted.find_first_of("/?", authority), redacted.size());
+    const std::size_t at = redacted.rfind('@', authorityEnd);
+    if (at != std::string::npos && at >= authority) {
+        const std::size_t colon = redacted.find(':', authority);
+        if (colon < at) {
+            redacted.erase(colon, at - colon);
+        }
+    }
+    const std::size_t queryStart = redacted.find('?');
+    if (queryStart == std::string::npos) {
+        return redacted;
+    }
+    std::string query;
+    std::size_t start = queryStart + 1;
+    while (start <= redacted.size()) {
+        std::size_t end = redacted.find('&', start);
+        end = end == std::string::npos ? redacted.size() : end;
+        const std::string parameter = redacted.substr(start, end - start);
+        if (!parameter.empty() && parameter.rfind("password=", 0) != 0) {
+            query += (query.empty() ? "" : "&") + parameter;
+        }
+        start = end + 1;
+    }
+    return redacted.substr(0, queryStart) + (query.empty() ? "" : "?" + query);
+}
+
+// One server connection with every statement prepared, used by one thread at a time.
+class PostgresStorage::Connection {
+  public:
+    ~Connection() { PQfinish(db_); }
+    Connection(const Connection &) = delete;
+    Connection &operator=(const Connection &) = delete;
+
+    static Result<std::unique_ptr<Connection>> open(const std::string &url) {
+        auto connection = std::unique_ptr<Connection>(new Connection(PQconnectdb(url.c_str())));
+        if (connection->db_ == nullptr) {
+            return storageFailure("out of memory");
+        }
+        if (PQstatus(connection->db_) != CONNECTION_OK) {
+            return storageFailure(connection->lastError());
+        }
+        // Notices ("already exists, skipping") are the schema work's business, not the service log's.
+        PQsetNoticeProcessor(
+            connection->db_, [](void *, const char *) {}, nullptr);
+        return connection;
+    }
+
+    // Prepares every statement; the tables they name must exist by now.
+    Result<void> prepareAll() {
+        for (const auto &statement : kStatements) {
+            const QueryResult prepared(PQprepare(db_, statement.name, statement.sql, 0, nullptr));
+            if (!prepared.succeeded()) {
+                return storageFailure(std::string(statement.name) + ": " + lastError());
+            }
+        }
+        return {};
+    }
+
+    bool lost() const { return PQstatus(db_) != CONNECTION_OK; }
+
+    Result<void> execute(const char *sql) {
+        auto result = plain(sql);
+        if (!result) {
+            return result.error();
+        }
+        return {};
+    }
+
+    // An unprepared statement's rows: for the schema work that runs before the tables exist.
+    Result<std::unique_ptr<QueryResult>> plain(const char *sql) {
+        auto result = std::make_unique<QueryResult>(PQexec(db_, sql));
+        if (!result->succeeded()) {
+            return storageFailure(lastError());
+        }
+        return result;
+    }
+
+    // Runs a prepared statement with text parameters; the result is checked by the caller.
+    std::unique_ptr<QueryResult> run(const Statement &statement, const std::vector<std::string> &parameters) {
+        std::vector<const char *> values;
+        values.reserve(parameters.size());
+        for (const auto &parameter : parameters) {
+            values.push_back(parameter.c_str());
+        }
+        return std::make_unique<QueryResult>(
+            PQexecPrepared(db_, statement.name, static_cast<int>(values.size()), values.data(), nullptr, nullptr, 0));
+    }
+
+    // The statement's rows, or StorageFailed with the server's reason.
+    Result<std::unique_ptr<QueryResult>> query(const Statement &statement, const std::vector<std::string> &parameters) {
+        auto result = run(statement, parameters);
+        if (!result->succeeded()) {
+            return storageFailure(std::string(statement.name) + ": " + lastError());
+        }
+        return result;
+    }
+
+    Result<std::int64_t> integer(const Statement &statement, const std::vector<std::string> &parameters) {
+        auto result = query(statement, parameters);
+        if (!result) {
+            return result.error();
+        }
+        if ((*result)->rows() != 1) {
+            return storageFailure(std::string(statement.name) + ": no row");
+        }
+        return (*result)->integer(0, 0);
+    }
+
+    // Undoes the open transaction; the failure that led here is the one worth reporting.
+    void rollBack() { (void)execute("ROLLBACK"); }
+
+    std::string lastError() const { return oneLine(PQerrorMessage(db_)); }
+
+  private:
+    explicit Connection(PGconn *db) : db_(db) {}
+    PGconn *db_;
+};
+
+namespace {
+
+// Brings the schema up to date and records the opening, in one transaction under the migration lock.
+Result<void> migrate(PostgresStorage::Connection &db) {
+    if (auto begun = db.execute("BEGIN"); !begun) {
+        return begun;
+    }
+    Result<void> outcome = db.execute(kMigrationLock);
+    if (outcome) {
+        outcome = db.execute(kSchemaVersionTable);
+    }
+    if (outcome) {
+        auto current = db.plain(kSchemaVersion);
+        if (!current) {
+            outcome = current.error();
+        } else {
+            const std::int64_t applied = (*current)->integer(0, 0);
+            constexpr auto kKnown = static_cast<std::int64_t>(std::size(kMigrations));
+            if (applied > kKnown) {
+                outcome = storageFailure("the database's schema (version " + std::to_string(applied) +
+                                         ") is newer than this service knows (version " + std::to_string(kKnown) + ")");
+            }
+            for (std::int64_t next = applied; outcome && next < kKnown; ++next) {
+                outcome = db.execute(kMigrations[next]);
+            }
+            if (outcome && applied < kKnown) {
+                const std::string record = "DELETE FROM schema_version; INSERT INTO schema_version(version) VALUES(" +
+                                           std::to_string(kKnown) + ")";
+                outcome = db.execute(record.c_str());
+            }
+        }
+    }
+    if (outcome) {
+        outcome = db.prepareAll();
+    }
+    if (outcome) {
+        // A real write at every open: a database that cannot take it is refused before the service listens.
+        auto proven = db.query(kProveWritable, {std::to_string(nowSeconds())});
+        outcome = proven ? Result<void>() : Result<void>(proven.error());
+    }
+    if (outcome) {
+        outcome = db.execute("COMMIT");
+    }
+    if (!outcome) {
+        db.rollBack();
+    }
+    return outcome;
+}
+
+Result<std::vector<AppSummary>> readSummaries(const QueryResult &rows) {
+    std::vector<AppSummary> apps;
+    apps.reserve(static_cast<std::size_t>(rows.rows()));
+    for (int row = 0; row < rows.rows(); ++row) {
+        apps.push_back(AppSummary{rows.integer(row, 0), rows.text(row, 1), rows.text(row, 2),
+                                  rows.isNull(row, 3) ? std::string() : rows.text(row, 3)});
+    }
+    return apps;
+}
+
+} // namespace
+
+class PostgresStorage::Lease {
+  public:
+    explicit Lease(PostgresStorage &storage) : storage_(storage), slot_(storage.acquire()) {}
+    ~Lease() { storage_.release(std::move(slot_)); }
+    Lease(const Lease &) = delete;
+    Lease &operator=(const Lease &) = delete;
+
+    // The connection, made again first when it was never made or has been lost.
+    Result<Connection *> connection() { return storage_.connected(slot_); }
+    // A connection that failed mid-call and lost its server is made afresh on its next lease.
+    void checkAfterFailure() {
+        if (slot_ && slot_->lost()) {
+            slot_.reset();
+        }
+    }
+
+  private:
+    PostgresStorage &storage_;
+    std::unique_ptr<Connection> slot_;
+};
+
+PostgresStorage::PostgresStorage(PostgresOptions options) : options_(std::move(options)) {}
+
+PostgresStorage::~PostgresStorage() = default;
+
+Result<std::unique_ptr<PostgresStorage>> PostgresStorage::open(const PostgresOptions &options) {
+    const std::string shown = withoutPassword(options.url);
+    if (options.connections == 0) {
+        return storageFailure(shown + ": no connections");
+    }
+    auto first = Connection::open(options.url);
+    if (!first) {
+        return storageFailure(shown + ": " + first.error().detail);
+    }
+    if (auto migrated = migrate(**first); !migrated) {
+        return storageFailure(shown + ": " + migrated.error().detail);
+    }
+    auto storage = std::unique_ptr<PostgresStorage>(new PostgresStorage(options));
+    storage->idle_.push_back(std::move(*first));
+    // The rest connect on first use, so a pool larger than the load costs the server nothing.
+    storage->idle_.resize(options.connections);
+    return storage;
+}
+
+std::unique_ptr<PostgresStorage::Connection> PostgresStorage::acquire() {
+    std::unique_lock<std::mutex> lock(poolMutex_);
+    connectionFree_.wait(lock, [this] { return !idle_.empty(); });
+    // Open connections sit at the front; a call takes one of those before it makes a new one.
+    auto connection = std::move(idle_.front());
+    idle_.erase(idle_.begin());
+    return connection;
+}
+
+void PostgresStorage::release(std::unique_ptr<Connection> connection) {
+    {
+        const std::lock_guard<std::mutex> lock(poolMutex_);
+        if (connection) {
+            idle_.insert(idle_.begin(), std::move(connection));
+        } else {
+            idle_.push_back(nullptr);
+        }
+    }
+    connectionFree_.notify_one();
+}
+
+Result<PostgresStorage::Connection *> PostgresStorage::connected(std::unique_ptr<Connection> &slot) {
+    if (slot && !slot->lost()) {
+        return slot.get();
+    }
+    slot.reset();
+    auto made = Connection::open(options_.url);
+    if (!made) {
+        return made.error();
+    }
+    if (auto prepared = (*made)->prepareAll(); !prepared) {
+        return prepared.error();
+    }
+    slot = std::move(*made);
+    return slot.get();
+}
+
+Result<void> PostgresStorage::recordReport(const VersionReport &report) {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    Connection &db = **connection;
+    if (auto begun = db.execute("BEGIN"); !begun) {
+        lease.checkAfterFailure();
+        return begun;
+    }
+    const std::string appId = std::to_string(report.appId);
+    const std::string now = std::to_string(nowSeconds());
+    // The app row's upsert locks it until commit, so two reports for one app, from any instance, count the
+    // versions one after the other.
+    auto app = db.query(kUpsertApp, {appId, report.bundleId, report.title, now});
+    Result<void> outcome = app ? Result<void>() : Result<void>(app.error());
+    for (const auto &version : report.versions) {
+        if (!outcome) {
+            break;
+        }
+        auto upserted = db.query(kUpsertVersion, {appId, std::to_string(version.externalId), version.display, now});
+        if (!upserted) {
+            outcome = upserted.error();
+        }
+    }
+    if (outcome) {
+        // Counted after the upserts, so versions the app already holds cost nothing.
+        const auto held = db.integer(kCountAppVersions, {appId});
+        if (!held) {
+            outcome = held.error();
+        } else if (*held > options_.maxVersionsPerApp) {
+            outcome = fail(ErrorCode::TooManyVersions, "app " + appId + " would hold " + std::to_string(*held) +
+                                                           " versions; the service keeps " +
+                                                           std::to_string(options_.maxVersionsPerApp) + " per app");
+        }
+    }
+    if (outcome) {
+        outcome = db.execute("COMMIT");
+    }
+    if (!outcome) {
+        db.rollBack();
+        lease.checkAfterFailure();
+    }
+    return outcome;
+}
+
+Result<std::vector<StoredVersion>> PostgresStorage::versionsOf(std::int64_t appId) {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    auto rows = (*connection)->query(kSelectVersions, {std::to_string(appId)});
+    if (!rows) {
+        lease.checkAfterFailure();
+        return rows.error();
+    }
+    std::vector<StoredVersion> versions;
+    versions.reserve(static_cast<std::size_t>((*rows)->rows()));
+    for (int row = 0; row < (*rows)->rows(); ++row) {
+        versions.push_back(StoredVersion{(*rows)->text(row, 0), (*rows)->integer(row, 1)});
+    }
+    return versions;
+}
+
+Result<std::vector<AppSummary>> PostgresStorage::appsWithId(std::int64_t appId) {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    auto rows = (*connection)->query(kAppsWithId, {std::to_string(appId)});
+    if (!rows) {
+        lease.checkAfterFailure();
+        return rows.error();
+    }
+    return readSummaries(**rows);
+}
+
+Result<std::vector<AppSummary>> PostgresStorage::appsWithBundleId(const std::string &bundleId) {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    auto rows = (*connection)->query(kAppsWithBundleId, {bundleId});
+    if (!rows) {
+        lease.checkAfterFailure();
+        return rows.error();
+    }
+    return readSummaries(**rows);
+}
+
+namespace {
+
+// Adds the event and drops the oldest beyond the count cap and the byte budget; runs inside the caller's
+// transaction with the totals row locked.
+Result<void> insertAndTrim(PostgresStorage::Connection &db, const SearchEvent &event, std::int64_t maxEvents,
+                           std::int64_t maxBytes) {
+    auto totals = db.query(kLockEventTotals, {});
+    if (!totals) {
+        return totals.error();
+    }
+    if ((*totals)->rows() != 1) {
+        return storageFailure("the search event totals are missing");
+    }
+    const auto added = static_cast<std::int64_t>(event.query.size() + event.bodyJson.size());
+    std::int64_t events = (*totals)->integer(0, 0) + 1;
+    std::int64_t bytes = (*totals)->integer(0, 1) + added;
+    if (auto inserted =
+            db.query(kInsertEvent, {event.query, event.bodyJson, std::to_string(added), std::to_string(nowSeconds())});
+        !inserted) {
+        return inserted.error();
+    }
+    const std::int64_t excessEvents = std::max<std::int64_t>(events - maxEvents, 0);
+    const std::int64_t excessBytes = std::max<std::int64_t>(bytes - maxBytes, 0);
+    if (excessEvents > 0 || excessBytes > 0) {
+        auto cutoff = db.query(kTrimCutoff, {std::to_string(excessEvents), std::to_string(excessBytes)});
+        if (!cutoff) {
+            return cutoff.error();
+        }
+        if ((*cutoff)->rows() == 1) {
+            if (auto dropped = db.query(kDeleteEventsUpTo, {(*cutoff)->text(0, 0)}); !dropped) {
+                return dropped.error();
+            }
+            events -= (*cutoff)->integer(0, 1);
+            bytes -= (*cutoff)->integer(0, 2);
+        }
+    }
+    auto stored = db.query(kSetEventTotals, {std::to_string(events), std::to_string(bytes)});
+    return stored ? Result<void>() : Result<void>(stored.error());
+}
+
+} // namespace
+
+Result<void> PostgresStorage::recordSearchEvent(const SearchEvent &event) {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    Connection &db = **connection;
+    if (auto begun = db.execute("BEGIN"); !begun) {
+        lease.checkAfterFailure();
+        return begun;
+    }
+    Result<void> outcome = insertAndTrim(db, event, options_.maxSearchEvents, options_.maxSearchEventBytes);
+    if (outcome) {
+        outcome = db.execute("COMMIT");
+    }
+    if (!outcome) {
+        db.rollBack();
+        lease.checkAfterFailure();
+    }
+    return outcome;
+}
+
+Result<std::int64_t> PostgresStorage::searchEventCount() {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    auto count = (*connection)->integer(kCountEvents, {});
+    if (!count) {
+        lease.checkAfterFailure();
+    }
+    return count;
+}
+
+} // namespace qv::server
