@@ -6,6 +6,25 @@
 
 #import <Foundation/Foundation.h>
 
+// A report's body goes only to the address it was made for: a redirect is followed by reads alone, and anything
+// else gets the redirect itself as its reply.
+@interface QVRedirectPolicy : NSObject <NSURLSessionTaskDelegate>
+@end
+
+@implementation QVRedirectPolicy
+
+- (void)URLSession:(NSURLSession *)session
+                          task:(NSURLSessionTask *)task
+    willPerformHTTPRedirection:(NSHTTPURLResponse *)response
+                    newRequest:(NSURLRequest *)request
+             completionHandler:(void (^)(NSURLRequest *))completionHandler {
+    NSString *method = task.originalRequest.HTTPMethod ?: @"GET";
+    const BOOL read = [method isEqualToString:@"GET"] || [method isEqualToString:@"HEAD"];
+    completionHandler(read ? request : nil);
+}
+
+@end
+
 namespace qv::darwin {
 
 namespace {
@@ -28,8 +47,13 @@ NSMutableURLRequest *urlRequest(const HttpRequest &request) {
     return made;
 }
 
-NSURLSession *freshSession() {
-    return [NSURLSession sessionWithConfiguration:NSURLSessionConfiguration.defaultSessionConfiguration];
+// One session for the process, never invalidated: a session per request would keep each one alive until exit.
+NSURLSession *sharedSession() {
+    static NSURLSession *session =
+        [NSURLSession sessionWithConfiguration:NSURLSessionConfiguration.defaultSessionConfiguration
+                                      delegate:[QVRedirectPolicy new]
+                                 delegateQueue:nil];
+    return session;
 }
 
 } // namespace
@@ -40,9 +64,9 @@ void UrlSessionHttp::send(const HttpRequest &request) {
         if (made == nil) {
             return;
         }
-        [[freshSession() dataTaskWithRequest:made
-                           completionHandler:^(NSData *, NSURLResponse *, NSError *){
-                           }] resume];
+        [[sharedSession() dataTaskWithRequest:made
+                            completionHandler:^(NSData *, NSURLResponse *, NSError *){
+                            }] resume];
     });
 }
 
@@ -59,13 +83,13 @@ HttpResult UrlSessionHttp::fetch(const HttpRequest &request) {
         __block NSData *received = nil;
         __block NSURLResponse *response = nil;
         __block NSError *failure = nil;
-        [[freshSession() dataTaskWithRequest:made
-                           completionHandler:^(NSData *data, NSURLResponse *answer, NSError *error) {
-                             received = data;
-                             response = answer;
-                             failure = error;
-                             dispatch_semaphore_signal(done);
-                           }] resume];
+        [[sharedSession() dataTaskWithRequest:made
+                            completionHandler:^(NSData *data, NSURLResponse *answer, NSError *error) {
+                              received = data;
+                              response = answer;
+                              failure = error;
+                              dispatch_semaphore_signal(done);
+                            }] resume];
         dispatch_semaphore_wait(done, DISPATCH_TIME_FOREVER);
         if (failure != nil) {
             result.error = toStdString(failure.localizedDescription).value_or("request failed");
