@@ -362,6 +362,18 @@ class PostgresStorage::Lease {
 
     // The connection, made again first when it was never made or has been lost.
     Result<Connection *> connection() { return storage_.connected(slot_); }
+    // One statement on the leased connection, outside any transaction.
+    Result<std::unique_ptr<QueryResult>> query(const Statement &statement, const std::vector<std::string> &parameters) {
+        auto leased = connection();
+        if (!leased) {
+            return leased.error();
+        }
+        auto rows = (*leased)->query(statement, parameters);
+        if (!rows) {
+            checkAfterFailure();
+        }
+        return rows;
+    }
     // A connection that failed mid-call and lost its server is made afresh on its next lease.
     void checkAfterFailure() {
         if (slot_ && slot_->lost()) {
@@ -483,13 +495,8 @@ Result<void> PostgresStorage::recordReport(const VersionReport &report) {
 
 Result<std::vector<StoredVersion>> PostgresStorage::versionsOf(std::int64_t appId) {
     Lease lease(*this);
-    auto connection = lease.connection();
-    if (!connection) {
-        return connection.error();
-    }
-    auto rows = (*connection)->query(kSelectVersions, {std::to_string(appId)});
+    auto rows = lease.query(kSelectVersions, {std::to_string(appId)});
     if (!rows) {
-        lease.checkAfterFailure();
         return rows.error();
     }
     std::vector<StoredVersion> versions;
@@ -502,13 +509,8 @@ Result<std::vector<StoredVersion>> PostgresStorage::versionsOf(std::int64_t appI
 
 Result<std::vector<AppSummary>> PostgresStorage::appsWithId(std::int64_t appId) {
     Lease lease(*this);
-    auto connection = lease.connection();
-    if (!connection) {
-        return connection.error();
-    }
-    auto rows = (*connection)->query(kAppsWithId, {std::to_string(appId)});
+    auto rows = lease.query(kAppsWithId, {std::to_string(appId)});
     if (!rows) {
-        lease.checkAfterFailure();
         return rows.error();
     }
     return readSummaries(**rows);
@@ -516,13 +518,8 @@ Result<std::vector<AppSummary>> PostgresStorage::appsWithId(std::int64_t appId) 
 
 Result<std::vector<AppSummary>> PostgresStorage::appsWithBundleId(const std::string &bundleId) {
     Lease lease(*this);
-    auto connection = lease.connection();
-    if (!connection) {
-        return connection.error();
-    }
-    auto rows = (*connection)->query(kAppsWithBundleId, {bundleId});
+    auto rows = lease.query(kAppsWithBundleId, {bundleId});
     if (!rows) {
-        lease.checkAfterFailure();
         return rows.error();
     }
     return readSummaries(**rows);
