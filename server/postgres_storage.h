@@ -8,17 +8,13 @@
 #include <string>
 #include <vector>
 
-#include "server/sqlite_storage.h"
 #include "server/storage.h"
 
 namespace qv::server {
 
-struct PostgresOptions {
+struct PostgresOptions : StorageLimits {
     std::string url; // postgresql://… or postgres://…, or libpq's key=value form
     std::size_t connections = kDefaultConnections;
-    std::int64_t maxSearchEvents = SqliteOptions::kDefaultMaxSearchEvents;
-    std::int64_t maxSearchEventBytes = SqliteOptions::kDefaultMaxSearchEventBytes;
-    std::int64_t maxVersionsPerApp = SqliteOptions::kDefaultMaxVersionsPerApp;
 
     static constexpr std::size_t kDefaultConnections = 8;
 };

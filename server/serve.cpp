@@ -67,12 +67,11 @@ std::size_t raiseDescriptorLimit() {
 constexpr std::size_t kReservedDescriptors = 64;
 
 Result<std::unique_ptr<VersionStorage>> openStorage(const ServeConfig &config) {
+    const StorageLimits limits{config.maxSearchEvents, config.maxSearchEventBytes, config.maxVersionsPerApp};
     if (isPostgresUrl(config.database)) {
         PostgresOptions options;
+        static_cast<StorageLimits &>(options) = limits;
         options.url = config.database;
-        options.maxSearchEvents = config.maxSearchEvents;
-        options.maxSearchEventBytes = config.maxSearchEventBytes;
-        options.maxVersionsPerApp = config.maxVersionsPerApp;
         auto storage = PostgresStorage::open(options);
         if (!storage) {
             return storage.error();
@@ -86,10 +85,8 @@ Result<std::unique_ptr<VersionStorage>> openStorage(const ServeConfig &config) {
         std::filesystem::create_directories(databasePath.parent_path(), ignored);
     }
     SqliteOptions options;
+    static_cast<StorageLimits &>(options) = limits;
     options.path = config.database;
-    options.maxSearchEvents = config.maxSearchEvents;
-    options.maxSearchEventBytes = config.maxSearchEventBytes;
-    options.maxVersionsPerApp = config.maxVersionsPerApp;
     auto storage = SqliteStorage::open(options);
     if (!storage) {
         return storage.error();

@@ -12,19 +12,13 @@
 
 namespace qv::server {
 
-struct SqliteOptions {
+struct SqliteOptions : StorageLimits {
     std::string path;
     std::size_t readers = kDefaultReaders;
-    std::int64_t maxSearchEvents = kDefaultMaxSearchEvents;
-    std::int64_t maxSearchEventBytes = kDefaultMaxSearchEventBytes; // query and stored JSON of every kept event
-    std::int64_t maxVersionsPerApp = kDefaultMaxVersionsPerApp;
     // How long a statement waits for another process's lock before it fails.
     int busyTimeoutMilliseconds = kDefaultBusyTimeoutMilliseconds;
 
     static constexpr std::size_t kDefaultReaders = 8;
-    static constexpr std::int64_t kDefaultMaxSearchEvents = 100000;
-    static constexpr std::int64_t kDefaultMaxSearchEventBytes = std::int64_t{256} * 1024 * 1024;
-    static constexpr std::int64_t kDefaultMaxVersionsPerApp = 5000;
     static constexpr int kDefaultBusyTimeoutMilliseconds = 5000;
 };
 

@@ -35,6 +35,17 @@ struct AppSummary {
     std::string newestDisplay; // display text of the highest external identifier known
 };
 
+// What a storage keeps at most, whatever the database behind it.
+struct StorageLimits {
+    std::int64_t maxSearchEvents = kDefaultMaxSearchEvents;
+    std::int64_t maxSearchEventBytes = kDefaultMaxSearchEventBytes; // query and stored JSON of every kept event
+    std::int64_t maxVersionsPerApp = kDefaultMaxVersionsPerApp;
+
+    static constexpr std::int64_t kDefaultMaxSearchEvents = 100000;
+    static constexpr std::int64_t kDefaultMaxSearchEventBytes = std::int64_t{256} * 1024 * 1024;
+    static constexpr std::int64_t kDefaultMaxVersionsPerApp = 5000;
+};
+
 struct SearchEvent {
     std::string query;
     std::string bodyJson; // the event's known fields, in compact JSON
