@@ -15,6 +15,7 @@
 
 #include "server/http_front.h"
 #include "server/postgres_storage.h"
+#include "server/sqlite_storage.h"
 
 namespace qv::server {
 

@@ -7,7 +7,7 @@
 #include <string>
 
 #include "base/result.h"
-#include "server/sqlite_storage.h"
+#include "server/storage.h"
 #include "server/version_service.h"
 
 namespace qv::server {
@@ -17,9 +17,9 @@ struct ServeConfig {
     int port = 0; // 0: any free port
     // A postgresql:// (or postgres://) URL, or else the SQLite file, which is created with its folder on first start.
     std::string database;
-    std::int64_t maxSearchEvents = SqliteOptions::kDefaultMaxSearchEvents;
-    std::int64_t maxSearchEventBytes = SqliteOptions::kDefaultMaxSearchEventBytes;
-    std::int64_t maxVersionsPerApp = SqliteOptions::kDefaultMaxVersionsPerApp;
+    std::int64_t maxSearchEvents = StorageLimits::kDefaultMaxSearchEvents;
+    std::int64_t maxSearchEventBytes = StorageLimits::kDefaultMaxSearchEventBytes;
+    std::int64_t maxVersionsPerApp = StorageLimits::kDefaultMaxVersionsPerApp;
     std::size_t maxVersionsPerReport = kDefaultMaxVersionsPerReport;
     std::size_t replyCacheBytes = kDefaultReplyCacheBytes;
 };

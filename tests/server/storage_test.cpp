@@ -32,12 +32,6 @@ class PostgresClusterEnvironment : public ::testing::Environment {
 [[maybe_unused]] const auto *const kClusterEnvironment =
     ::testing::AddGlobalTestEnvironment(new PostgresClusterEnvironment);
 
-struct StorageLimits {
-    std::int64_t maxEvents = SqliteOptions::kDefaultMaxSearchEvents;
-    std::int64_t maxBytes = SqliteOptions::kDefaultMaxSearchEventBytes;
-    std::int64_t maxVersionsPerApp = SqliteOptions::kDefaultMaxVersionsPerApp;
-};
-
 // One database that storages can be opened on again and again, as a restarted service would.
 class Database {
   public:
@@ -54,9 +48,7 @@ class SqliteDatabase : public Database {
         SqliteOptions options;
         options.path = directory_.file("v.sqlite");
         options.readers = 1;
-        options.maxSearchEvents = limits.maxEvents;
-        options.maxSearchEventBytes = limits.maxBytes;
-        options.maxVersionsPerApp = limits.maxVersionsPerApp;
+        static_cast<StorageLimits &>(options) = limits;
         auto opened = SqliteStorage::open(options);
         if (!opened) {
             return opened.error();
@@ -72,9 +64,7 @@ PostgresOptions postgresOptions(const std::string &url, const StorageLimits &lim
     PostgresOptions options;
     options.url = url;
     options.connections = 1;
-    options.maxSearchEvents = limits.maxEvents;
-    options.maxSearchEventBytes = limits.maxBytes;
-    options.maxVersionsPerApp = limits.maxVersionsPerApp;
+    static_cast<StorageLimits &>(options) = limits;
     return options;
 }
 
@@ -178,8 +168,8 @@ struct BudgetCase {
 using SearchEventBudget = OnEachBackend<BudgetCase>;
 TEST_P(SearchEventBudget, KeepsTheNewestWithinBothCaps) {
     StorageLimits limits;
-    limits.maxEvents = testCase().maxEvents;
-    limits.maxBytes = testCase().maxBytes;
+    limits.maxSearchEvents = testCase().maxEvents;
+    limits.maxSearchEventBytes = testCase().maxBytes;
     auto storage = database_->open(limits);
     ASSERT_TRUE(storage) << storage.error().describe();
     for (int i = 0; i < testCase().recorded; ++i) {

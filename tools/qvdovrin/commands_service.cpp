@@ -42,9 +42,9 @@ constexpr int kFirstClientError = 400;
 struct ServeOptions {
     std::string listen{kDefaultListen};
     std::string database{kDefaultDatabase};
-    std::int64_t maxEvents = qv::server::SqliteOptions::kDefaultMaxSearchEvents;
-    std::int64_t maxEventBytes = qv::server::SqliteOptions::kDefaultMaxSearchEventBytes;
-    std::int64_t maxVersionsPerApp = qv::server::SqliteOptions::kDefaultMaxVersionsPerApp;
+    std::int64_t maxEvents = qv::server::StorageLimits::kDefaultMaxSearchEvents;
+    std::int64_t maxEventBytes = qv::server::StorageLimits::kDefaultMaxSearchEventBytes;
+    std::int64_t maxVersionsPerApp = qv::server::StorageLimits::kDefaultMaxVersionsPerApp;
     std::size_t maxVersionsPerReport = qv::server::kDefaultMaxVersionsPerReport;
     std::size_t replyCacheBytes = qv::server::kDefaultReplyCacheBytes;
 };
