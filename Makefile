@@ -43,14 +43,25 @@ fuzz: bootstrap
 	cmake --build --preset fuzz -j $(JOBS)
 	scripts/run-fuzzers.sh build/fuzz/tests/fuzz $(FUZZ_SECONDS)
 
-# The phone library (rootful and rootless arm64 dylibs) cross-built against the iOS SDK; see README "The phone library".
+# The phone library (rootful and rootless fat arm64 + arm64e dylibs) cross-built against the iOS SDK; see README
+# "The phone library". ARCHS=arm64 builds the arm64 slice only, which needs no arm64e linker.
+ARCHS ?= arm64 arm64e
+comma := ,
+empty :=
+space := $(empty) $(empty)
+DEVICE_ARCHS = $(subst $(space),;,$(strip $(subst $(comma), ,$(subst ;, ,$(ARCHS)))))
+# What the phone build lacks, in one line; it stops the build before CMake says it at length.
+device_toolchain_missing = $(shell scripts/device-toolchain.sh '$(DEVICE_ARCHS)')
+
 ios: bootstrap
-	cmake --preset ios
+	$(if $(device_toolchain_missing),$(error make $@: $(device_toolchain_missing)))
+	cmake --preset ios '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)'
 	cmake --build --preset ios -j $(JOBS)
 
 # Both .deb packages in build/packages, then scripts/check-packages.sh inspects them.
 package: bootstrap
-	cmake --preset package
+	$(if $(device_toolchain_missing),$(error make $@: $(device_toolchain_missing)))
+	cmake --preset package '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)'
 	cmake --build --preset package -j $(JOBS)
 
 format:

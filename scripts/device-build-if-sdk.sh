@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
-# Builds the phone library and both packages when an iOS SDK is present; says so in one line when it is not.
+# Builds the fat phone library and both packages when the iOS SDK and the arm64e linker are here; else says in one
+# line what is missing.
 set -euo pipefail
-sdk="${SDKROOT:-${THEOS:-$HOME/theos}/sdks/iPhoneOS15.6.sdk}"
-if [ ! -d "$sdk" ]; then
-  echo "device build skipped: no iOS SDK at $sdk"
+cd "$(dirname "$0")/.."
+if ! missing=$(scripts/device-toolchain.sh "arm64;arm64e"); then
+  echo "device build skipped: $missing"
   exit 0
 fi
 make package
