@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Inspects the built .deb packages: file lists, control fields, the preinst, and the phone library's Mach-O slices
-# and load commands.
+# Inspects the built .deb packages: file lists, control fields, the preinst, and each slice of the phone library:
+# architecture, minimum iOS, pointer format, signature and load commands.
 # usage: check-packages.sh PACKAGE_DIR VERSION [ARCHS]   (ARCHS: the slices the build made, "arm64" or "arm64,arm64e")
 set -euo pipefail
 
@@ -9,8 +9,10 @@ version=${2:?version}
 IFS=',; ' read -r -a archs <<< "${3:-arm64}"
 scripts=$(dirname "$0")
 package_id=com.quorvane.qvdovrinkit
-otool=${OTOOL:-llvm-otool-14}
-objdump=${OBJDUMP:-llvm-objdump-14}
+otool=${OTOOL:-llvm-otool-22}
+objdump=${OBJDUMP:-llvm-objdump-22}
+lipo=${LIPO:-llvm-lipo-22}
+nm=${NM:-llvm-nm-22}
 failures=0
 work=$(mktemp -d "${TMPDIR:-/tmp}/verdigo-check.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -46,10 +48,11 @@ check() {
   expect_field "$deb" Section Tweaks
   expect_field "$deb" Depends mobilesubstrate
   [ -n "$(dpkg-deb -f "$deb" Maintainer)" ] || fail "$layout: no Maintainer"
-  dpkg-deb -f "$deb" Description | tr '\n' ' ' | grep -q 'arm64e devices (A12 *and newer) the App Store processes cannot load it yet' ||
-    fail "$layout: Description does not say that arm64e devices cannot load it"
+  dpkg-deb -f "$deb" Description | tr '\n' ' ' | tr -s ' ' |
+    grep -q 'arm64 devices (A8-A11) from iOS 11 and on arm64e devices (A12 and newer) from iOS 14' ||
+    fail "$layout: Description does not say which devices and iOS versions load it"
 
-  # The preinst stops the install on arm64e devices; it must run, so it must be there and executable.
+  # The preinst stops the install on arm64e devices below iOS 14; it must run, so it must be there and executable.
   local control="$work/$layout.control" shell=/bin/sh
   [ "$layout" = rootless ] && shell=/var/jb/bin/sh
   dpkg-deb -e "$deb" "$control"
@@ -74,20 +77,54 @@ check() {
   local root="$work/$layout"
   dpkg-deb -x "$deb" "$root"
   local dylib="$root$lib/Verdigo.dylib"
-  grep -q 'Mach-O 64-bit arm64.* dynamically linked shared library' <<< "$(file -b "$dylib")" ||
-    fail "$layout: not an arm64 Mach-O dylib: $(file -b "$dylib")"
-  local required=()
-  for arch in "${archs[@]}"; do required+=(--require "$arch"); done
-  python3 "$scripts/check-macho-arch.py" "${required[@]}" "$dylib" > /dev/null || fail "$layout: CPU slices"
+  grep -q 'Mach-O.* dynamically linked shared library' <<< "$(file -b "$dylib")" ||
+    fail "$layout: not a Mach-O dylib: $(file -b "$dylib")"
   grep -q '"com.apple.AppStore"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.AppStore"
   grep -q '"com.apple.itunesstored"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.itunesstored"
+  check_slices "$layout" "$dylib"
+  local arch
+  for arch in "${archs[@]}"; do
+    [ -f "$work/$layout.$arch.dylib" ] && check_load_commands "$layout" "$arch" "$work/$layout.$arch.dylib"
+  done
+  [ "$failures" -ne "$failures_before" ] || echo "ok $layout: $(basename "$deb")"
+}
 
+# The minimum iOS each slice is built for: arm64 keeps the project's target, arm64e starts where its ABI does.
+minimum_ios() {
+  case "$1" in
+    arm64) echo 11.0 ;;
+    arm64e) echo 14.0 ;;
+  esac
+}
+
+# check_slices LAYOUT DYLIB: exactly the built slices, each as its devices' loader accepts it (subtype, minimum iOS,
+# pointer format, signature); leaves each slice thin in $work/LAYOUT.ARCH.dylib for the checks that read one slice.
+check_slices() {
+  local layout=$1 dylib=$2
+  local info expected arch specs=()
+  info=$("$lipo" -info "$dylib" 2>&1) || { fail "$layout: lipo cannot read the library: $info"; return; }
+  echo "$layout: ${info//$dylib/Verdigo.dylib}"
+  expected=$(printf '%s\n' "${archs[@]}" | sort | tr '\n' ' ')
+  [ "$(sed 's/.*: //' <<< "$info" | tr ' ' '\n' | grep . | sort | tr '\n' ' ')" = "$expected" ] ||
+    fail "$layout: slices are not ${archs[*]}: $info"
+  for arch in "${archs[@]}"; do
+    specs+=(--slice "$arch:$(minimum_ios "$arch")")
+    if [ ${#archs[@]} -eq 1 ]; then
+      cp "$dylib" "$work/$layout.$arch.dylib"
+    else
+      "$lipo" "$dylib" -thin "$arch" -output "$work/$layout.$arch.dylib" 2> /dev/null || rm -f "$work/$layout.$arch.dylib"
+    fi
+  done
+  python3 "$scripts/check-macho-slices.py" "${specs[@]}" "$dylib" | sed "s|^ok $dylib |$layout |" ||
+    fail "$layout: slices"
+}
+
+# check_load_commands LAYOUT ARCH SLICE: install name, dependencies, run paths and exports of one thin slice.
+check_load_commands() {
+  local layout=$1 dylib=$3 label="$1 $2"
   local headers libs
   headers=$("$objdump" --macho --private-headers "$dylib")
   libs=$("$otool" -L "$dylib" | tail -n +2 | sed 's/^[[:space:]]*//')
-  grep -q 'cmd LC_CODE_SIGNATURE' <<< "$headers" || fail "$layout: not signed (no LC_CODE_SIGNATURE)"
-  grep -A3 -E 'cmd LC_(VERSION_MIN_IPHONEOS|BUILD_VERSION)' <<< "$headers" | grep -qE '(version|minos) 11\.0' ||
-    fail "$layout: deployment target is not iOS 11.0"
 
   local substrate install_name
   if [ "$layout" = rootful ]; then
@@ -97,9 +134,9 @@ check() {
     substrate=@rpath/CydiaSubstrate.framework/CydiaSubstrate
     install_name=@rpath/Verdigo.dylib
   fi
-  [ "$(head -1 <<< "$libs" | awk '{print $1}')" = "$install_name" ] || fail "$layout: install name is not $install_name"
+  [ "$(head -1 <<< "$libs" | awk '{print $1}')" = "$install_name" ] || fail "$label: install name is not $install_name"
   grep -A2 'cmd LC_LOAD_WEAK_DYLIB' <<< "$headers" | grep -qF "name $substrate " ||
-    fail "$layout: $substrate is not a weak load"
+    fail "$label: $substrate is not a weak load"
   # Nothing but the system, libobjc, libc++ and the substrate may be linked.
   tail -n +2 <<< "$libs" | awk '{print $1}' | while read -r dep; do
     case "$dep" in
@@ -107,20 +144,19 @@ check() {
         /usr/lib/libSystem.B.dylib) ;;
       *) echo "unexpected dependency $dep" ;;
     esac
-  done > "$work/$layout.deps"
-  [ ! -s "$work/$layout.deps" ] || fail "$layout: $(tr '\n' ' ' < "$work/$layout.deps")"
+  done > "$work/deps"
+  [ ! -s "$work/deps" ] || fail "$label: $(tr '\n' ' ' < "$work/deps")"
 
   local rpaths
   rpaths=$(grep -A2 'cmd LC_RPATH' <<< "$headers" | awk '/ path /{print $2}' || true)
   if [ "$layout" = rootless ]; then
-    expect_line "rootless rpaths" "$rpaths" /var/jb/Library/Frameworks
-    expect_line "rootless rpaths" "$rpaths" /var/jb/usr/lib
+    expect_line "$label rpaths" "$rpaths" /var/jb/Library/Frameworks
+    expect_line "$label rpaths" "$rpaths" /var/jb/usr/lib
   else
-    [ -z "$rpaths" ] || fail "rootful: unexpected rpaths $rpaths"
+    [ -z "$rpaths" ] || fail "$label: unexpected rpaths $rpaths"
   fi
   # Symbols stay hidden: a hook library exports nothing.
-  [ -z "$(llvm-nm-14 -gU "$dylib" 2>/dev/null)" ] || fail "$layout: exports symbols"
-  [ "$failures" -ne "$failures_before" ] || echo "ok $layout: $(basename "$deb")"
+  [ -z "$("$nm" -gU "$dylib" 2>/dev/null)" ] || fail "$label: exports symbols"
 }
 
 check rootful iphoneos-arm ""
