@@ -55,7 +55,7 @@ template <class Function, std::size_t... Index> constexpr bool callableWith(std:
 
 // A method body takes its receiver and selector, then one argument per ':' of the row's selector.
 template <HookBody Body, class Function>
-concept FitsSelectorOf = std::is_pointer_v<Function> &&
+concept FitsSelectorOf = FunctionPointer<Function> &&
     callableWith<Function>(std::make_index_sequence<selectorArgumentCount(hookRow(Body).selector) + 2>());
 
 template <HookBody Body>
@@ -64,7 +64,7 @@ concept ReplacesMethod = isReplacement(hookRow(Body).kind);
 template <HookBody Body>
 concept AddsMethod = !isReplacement(hookRow(Body).kind);
 
-template <auto Function> MethodImplementation implementationOf() {
+template <FunctionPointer auto Function> MethodImplementation implementationOf() {
     return reinterpret_cast<MethodImplementation>(Function);
 }
 

@@ -2,13 +2,18 @@
 #pragma once
 
 #include <string>
+#include <type_traits>
 
 namespace qv {
 
 // Opaque handle of a class (or of a class object, for class methods); nullptr means "no such class".
 using ClassHandle = const void *;
-// Opaque method implementation; the adapter casts it to and from the runtime's own type.
+// Opaque method implementation, a function pointer like the runtime's own; bodies are cast to it and back only as
+// function pointers, which keeps a signed (arm64e) pointer valid.
 using MethodImplementation = void (*)();
+
+template <class Pointer>
+concept FunctionPointer = std::is_pointer_v<Pointer> && std::is_function_v<std::remove_pointer_t<Pointer>>;
 
 class Runtime {
   public:

@@ -5,7 +5,19 @@
 
 #import <objc/runtime.h>
 
+#include <type_traits>
+
+// On arm64e every C function pointer, IMP and objc_msgSend included, is signed with the same key and no type
+// discriminator, so a cast between function pointer types keeps a pointer valid and libobjc and the substrate accept
+// the library's IMPs. A compiler that discriminates by type would re-sign at each cast in a way they reject.
+#if __has_feature(ptrauth_function_pointer_type_discrimination)
+#error "IMPs shared with libobjc and the substrate need function pointers signed without a type discriminator"
+#endif
+
 namespace qv::darwin {
+
+// The port's opaque implementation is the runtime's own IMP, so it reaches libobjc and the substrate uncast.
+static_assert(std::is_same_v<MethodImplementation, IMP>);
 
 class ObjcRuntime final : public Runtime {
   public:
@@ -29,10 +41,12 @@ inline Class classFromHandle(ClassHandle handle) {
 inline ClassHandle handleFromClass(Class cls) {
     return (__bridge ClassHandle)cls;
 }
-template <class Function> MethodImplementation implementation(Function function) {
+// A method body as an IMP, and an IMP back as the method's own type: function pointer to function pointer only, never
+// through an integer or a data pointer, which would strip or skip the signature.
+template <FunctionPointer Function> MethodImplementation implementation(Function function) {
     return reinterpret_cast<MethodImplementation>(function);
 }
-template <class Function> Function callable(MethodImplementation orig) {
+template <FunctionPointer Function> Function callable(MethodImplementation orig) {
     return reinterpret_cast<Function>(orig);
 }
 

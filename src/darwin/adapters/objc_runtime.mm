@@ -35,8 +35,8 @@ bool ObjcRuntime::instancesRespondToSelector(ClassHandle cls, const std::string 
 
 bool ObjcRuntime::addMethod(ClassHandle cls, const std::string &selector, MethodImplementation implementation,
                             const std::string &typeSignature) {
-    return class_addMethod(classFromHandle(cls), sel_registerName(selector.c_str()),
-                           reinterpret_cast<IMP>(implementation), typeSignature.c_str());
+    return class_addMethod(classFromHandle(cls), sel_registerName(selector.c_str()), implementation,
+                           typeSignature.c_str());
 }
 
 void ObjcRuntime::replaceMethod(ClassHandle cls, const std::string &selector, MethodImplementation implementation,
@@ -45,8 +45,7 @@ void ObjcRuntime::replaceMethod(ClassHandle cls, const std::string &selector, Me
     if (&MSHookMessageEx == nullptr) {
         return;
     }
-    MSHookMessageEx(classFromHandle(cls), sel_registerName(selector.c_str()), reinterpret_cast<IMP>(implementation),
-                    reinterpret_cast<IMP *>(orig));
+    MSHookMessageEx(classFromHandle(cls), sel_registerName(selector.c_str()), implementation, orig);
 }
 
 void ObjcRuntime::loadFramework(const std::string &path) {

@@ -42,10 +42,12 @@
 namespace qv::darwin {
 namespace {
 
-// Where this library was loaded from; a rootless install finds its jailbreak root from it.
+// Where this library was loaded from; a rootless install finds its jailbreak root from it. Asked with the address of
+// data in the library: a function's address is a signed pointer on arm64e, not a plain address.
 std::string loadedLibraryPath() {
+    static const char inThisLibrary = 0;
     Dl_info info{};
-    if (dladdr(reinterpret_cast<const void *>(&loadedLibraryPath), &info) == 0 || info.dli_fname == nullptr) {
+    if (dladdr(&inThisLibrary, &info) == 0 || info.dli_fname == nullptr) {
         return {};
     }
     return info.dli_fname;
