@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cstdio>
 #include <exception>
 #include <thread>
 #include <vector>
@@ -110,8 +111,10 @@ ServiceResponse answer(const Shared &shared, const http::request<http::string_bo
 // requests get their replies in the order they came.
 class Connection : public std::enable_shared_from_this<Connection> {
   public:
+    // The read buffer never grows past the header limit: a chunked body's trailer must sit in it whole before the
+    // parser takes it, and the parser itself puts no bound on a trailer.
     Connection(tcp::socket socket, std::shared_ptr<Shared> shared)
-        : stream_(std::move(socket)), shared_(std::move(shared)) {}
+        : stream_(std::move(socket)), buffer_(shared->limits.maxHeaderBytes), shared_(std::move(shared)) {}
     ~Connection() { --shared_->open; }
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
@@ -128,7 +131,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
             return;
         }
         stream_.expires_after(limits().idleTimeout);
-        stream_.async_read_some(buffer_.prepare(kFirstReadBytes),
+        stream_.async_read_some(buffer_.prepare(firstReadBytes()),
                                 [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
                                     if (error) {
                                         self->close();
@@ -138,6 +141,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
                                     self->readHeader();
                                 });
     }
+
+    std::size_t firstReadBytes() const { return std::min(kFirstReadBytes, buffer_.max_size() - buffer_.size()); }
 
     void readHeader() {
         parser_.emplace();
@@ -192,6 +197,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
             write(errorResponse(fail(ErrorCode::PayloadTooLarge)), false);
         } else if (error == http::error::header_limit) {
             write(errorResponse(kHeaderFieldsTooLarge, "the request header is too large"), false);
+        } else if (error == http::error::buffer_overflow) {
+            write(errorResponse(kHeaderFieldsTooLarge, "the request's trailer is too large"), false);
         } else if (error == beast::error::timeout || error == http::error::end_of_stream || error == net::error::eof ||
                    error == net::error::connection_reset || error == net::error::operation_aborted) {
             close();
@@ -246,7 +253,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     void drain() {
-        stream_.async_read_some(buffer_.prepare(kFirstReadBytes),
+        stream_.async_read_some(buffer_.prepare(firstReadBytes()),
                                 [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
                                     self->drained_ += bytes;
                                     if (error || self->drained_ > self->limits().maxBodyBytes * 2) {
@@ -326,11 +333,17 @@ struct HttpFront::State {
         std::make_shared<Connection>(std::move(socket), shared)->start();
     }
 
+    void connectionFailed(const char *what) {
+        ++failedConnections;
+        std::fprintf(stderr, "qvdovrin serve: closed a connection after an internal failure: %s\n", what);
+    }
+
     net::io_context io;
     tcp::acceptor acceptor;
     net::steady_timer retry;
     std::shared_ptr<Shared> shared;
     std::atomic<bool> serving{false};
+    std::atomic<std::size_t> failedConnections{0};
 };
 
 HttpFront::HttpFront(VersionService &service, FrontLimits limits)
@@ -382,13 +395,18 @@ bool HttpFront::serve() {
     const int threads = std::max(1, state_->shared->limits.threads);
     std::vector<std::thread> workers;
     workers.reserve(static_cast<std::size_t>(threads - 1));
-    std::atomic<bool> anyFailed{false};
-    const auto run = [this, &anyFailed] {
-        try {
-            state_->io.run();
-        } catch (const std::exception &) {
-            anyFailed = true;
-            state_->io.stop();
+    // A handler that throws unwinds only its own operation, and with it the one connection that owned it; the loop
+    // goes on serving every other connection.
+    const auto run = [this] {
+        while (true) {
+            try {
+                state_->io.run();
+                return;
+            } catch (const std::exception &failure) {
+                state_->connectionFailed(failure.what());
+            } catch (...) {
+                state_->connectionFailed("an unknown exception");
+            }
         }
     };
     for (int i = 1; i < threads; ++i) {
@@ -401,7 +419,7 @@ bool HttpFront::serve() {
     beast::error_code ignored;
     state_->acceptor.close(ignored);
     state_->serving = false;
-    return !anyFailed;
+    return true;
 }
 
 void HttpFront::stop() {
@@ -411,6 +429,10 @@ void HttpFront::stop() {
 
 bool HttpFront::running() const {
     return state_->serving;
+}
+
+std::size_t HttpFront::failedConnections() const {
+    return state_->failedConnections;
 }
 
 std::optional<std::pair<std::string, int>> parseListenAddress(const std::string &text) {

@@ -42,10 +42,13 @@ class HttpFront {
 
     // Binds the address (port 0 picks a free port); the bound port, or nothing when binding failed.
     std::optional<int> bind(const std::string &host, int port);
-    // Serves until stop() is called, also when stop() came first; false when the server could not run.
+    // Serves until stop() is called, also when stop() came first; false when the server could not run. A failure
+    // inside one connection closes that connection only.
     bool serve();
     void stop();
     bool running() const;
+    // Connections closed because something threw while serving them; each is also logged on stderr.
+    std::size_t failedConnections() const;
 
   private:
     struct State;

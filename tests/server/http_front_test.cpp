@@ -1,18 +1,13 @@
 // The HTTP front over raw sockets: strict framing, limits, deadlines, the connection cap and pipelining.
 #include "server/http_front.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/time.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "support/raw_http.h"
 
 namespace {
 
@@ -30,81 +25,13 @@ ServiceResponse echo(const ServiceRequest &request) {
     return {200, request.method + " " + request.path + " " + query + " " + std::to_string(request.body.size()), {}};
 }
 
-class RunningFront {
+// The front under test, answering with echo.
+class RunningFront : public qv::test::RunningFront {
   public:
-    explicit RunningFront(FrontLimits limits) : front_(echo, limits) {
-        port_ = front_.bind("127.0.0.1", 0).value_or(0);
-        thread_ = std::thread([this] { front_.serve(); });
-    }
-    ~RunningFront() {
-        front_.stop();
-        thread_.join();
-    }
-    RunningFront(const RunningFront &) = delete;
-    RunningFront &operator=(const RunningFront &) = delete;
-    int port() const { return port_; }
-
-  private:
-    HttpFront front_;
-    int port_ = 0;
-    std::thread thread_;
+    explicit RunningFront(FrontLimits limits) : qv::test::RunningFront(echo, limits) {}
 };
 
-class Client {
-  public:
-    explicit Client(int port) : socket_(::socket(AF_INET, SOCK_STREAM, 0)) {
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_port = htons(static_cast<std::uint16_t>(port));
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        // A front that never answers fails the test instead of hanging it.
-        timeval wait{5, 0};
-        ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &wait, sizeof wait);
-        connected_ = ::connect(socket_, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
-    }
-    ~Client() { ::close(socket_); }
-    Client(const Client &) = delete;
-    Client &operator=(const Client &) = delete;
-
-    bool connected() const { return connected_; }
-    void send(const std::string &bytes) const { (void)::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL); }
-
-    // Everything until the front closes the connection (or the wait runs out).
-    std::string readToClose() const {
-        std::string all;
-        char chunk[4096];
-        ssize_t got = 0;
-        while ((got = ::recv(socket_, chunk, sizeof chunk, 0)) > 0) {
-            all.append(chunk, static_cast<std::size_t>(got));
-        }
-        return all;
-    }
-
-    // Reads until `count` occurrences of the marker have arrived.
-    std::string readUntil(const std::string &marker, int count) const {
-        std::string all;
-        char chunk[4096];
-        auto occurrences = [&] {
-            int found = 0;
-            for (auto at = all.find(marker); at != std::string::npos; at = all.find(marker, at + 1)) {
-                ++found;
-            }
-            return found;
-        };
-        while (occurrences() < count) {
-            const ssize_t got = ::recv(socket_, chunk, sizeof chunk, 0);
-            if (got <= 0) {
-                break;
-            }
-            all.append(chunk, static_cast<std::size_t>(got));
-        }
-        return all;
-    }
-
-  private:
-    int socket_;
-    bool connected_ = false;
-};
+using Client = qv::test::RawClient;
 
 FrontLimits smallLimits() {
     FrontLimits limits;
