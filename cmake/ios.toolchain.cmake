@@ -51,11 +51,15 @@ else()
   find_program(QV_LLD ld64.lld-14 REQUIRED NO_CMAKE_FIND_ROOT_PATH)
   set(qv_linker "${QV_LLD}")
 endif()
-# The driver runs `ld` and `lipo` (which joins the slices) from its -B directory. Links rather than flags, so that
-# the linker follows the machine at every configure while the cached flags stay the same.
+# The driver runs `ld` and `lipo` (which joins the slices) from its -B directory. Written there rather than named in
+# flags, so that the linker follows the machine at every configure while the cached flags stay the same. `ld` execs
+# the linker under its own name: lld picks its Mach-O flavour from that name.
 set(qv_tools "${CMAKE_BINARY_DIR}/CMakeFiles/ios-tools")
 file(MAKE_DIRECTORY "${qv_tools}")
-file(CREATE_LINK "${qv_linker}" "${qv_tools}/ld" SYMBOLIC)
+file(REMOVE "${qv_tools}/ld")
+file(WRITE "${qv_tools}/ld" "#!/bin/sh\nexec '${qv_linker}' \"$@\"\n")
+file(CHMOD "${qv_tools}/ld" FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ
+     WORLD_EXECUTE)
 file(CREATE_LINK "${QV_LIPO}" "${qv_tools}/lipo" SYMBOLIC)
 
 # Full paths: languages enabled after project() would otherwise be searched for inside the SDK.
