@@ -41,9 +41,12 @@ struct Options {
     int connections = 4;
     double seconds = 10;
     long maxRequests = 1000000;
-    int idle = 0; // connections opened and left silent during the phase
-    int slow = 0; // clients that send one header byte every few seconds during the phase
-    int pid = 0;  // the service's process, whose memory the bomb phase reads
+    int idle = 0;           // connections opened and left silent during the phase
+    int slow = 0;           // clients that send one header byte every few seconds during the phase
+    int pid = 0;            // the service's process, whose memory the bomb and idle-memory phases read
+    int posters = 0;        // clients posting large reports throughout a GET phase
+    int reportVersions = 0; // versions in each of their reports
+    int clients = 300;      // idle-memory: clients that read the large list and then sit idle
 };
 
 Options parse(int argc, char **argv) {
@@ -72,6 +75,12 @@ Options parse(int argc, char **argv) {
             options.slow = std::atoi(value);
         } else if (key == "--pid") {
             options.pid = std::atoi(value);
+        } else if (key == "--posters") {
+            options.posters = std::atoi(value);
+        } else if (key == "--report-versions") {
+            options.reportVersions = std::atoi(value);
+        } else if (key == "--clients") {
+            options.clients = std::atoi(value);
         }
     }
     return options;
@@ -135,6 +144,7 @@ class LoopbackConnection {
             }
             if (headerEnd != std::string::npos && buffer_.size() >= total) {
                 const int status = buffer_.size() > 12 ? std::atoi(buffer_.c_str() + 9) : 0;
+                lastBodyBytes_ = total - headerEnd - 4;
                 closing_ = buffer_.substr(0, headerEnd).find("Connection: close") != std::string::npos;
                 buffer_.erase(0, total);
                 return status;
@@ -149,9 +159,11 @@ class LoopbackConnection {
     }
 
     bool closing() const { return closing_; }
+    std::size_t lastBodyBytes() const { return lastBodyBytes_; }
 
   private:
     int socket_ = -1;
+    std::size_t lastBodyBytes_ = 0;
     bool closing_ = false;
     std::string buffer_;
 };
@@ -162,6 +174,57 @@ std::string reportBody(std::int64_t appId, int version) {
            R"(","title":"Load )" + std::to_string(appId) + R"(","versions":[{"display":"1.)" + std::to_string(version) +
            R"(","externalId":)" + std::to_string(externalId) + "}]}";
 }
+
+// A report of `count` versions numbered from `firstVersion`, each with a display text of `displayLength` characters.
+std::string largeReportBody(std::int64_t appId, int firstVersion, int count, std::size_t displayLength) {
+    std::string body = R"({"bundle_id":"com.load.large)" + std::to_string(appId) + R"(","identifier":")" +
+                       std::to_string(appId) + R"(","title":"Large","versions":[)";
+    for (int i = 0; i < count; ++i) {
+        std::string display = "1." + std::to_string(firstVersion + i) + ".";
+        display.resize(std::max(displayLength, display.size()), '0');
+        body += std::string(i == 0 ? "" : ",") + R"({"display":")" + display + R"(","externalId":)" +
+                std::to_string(kFirstExternalId + firstVersion + i) + "}";
+    }
+    return body + "]}";
+}
+
+// Clients that post large reports, one after another, to apps of their own for as long as they live.
+class Posters {
+  public:
+    Posters(int port, int count, int versions, std::int64_t firstAppId) {
+        for (int i = 0; i < count; ++i) {
+            threads_.emplace_back([this, port, versions, appId = firstAppId + i] {
+                const std::string body = largeReportBody(appId, 0, versions, 8);
+                const std::string path = "/v1/apple_apps/" + std::to_string(appId) + "/versions";
+                auto connection = std::make_unique<LoopbackConnection>(port);
+                while (!stopping_) {
+                    const int status = connection->request("POST", path, body);
+                    if (status == 0 || connection->closing()) {
+                        connection = std::make_unique<LoopbackConnection>(port);
+                    }
+                    if (status == kHttpOk) {
+                        ++posted_;
+                    }
+                }
+            });
+        }
+    }
+    ~Posters() {
+        stopping_ = true;
+        for (auto &thread : threads_) {
+            thread.join();
+        }
+    }
+    Posters(const Posters &) = delete;
+    Posters &operator=(const Posters &) = delete;
+
+    long posted() const { return posted_; }
+
+  private:
+    std::vector<std::thread> threads_;
+    std::atomic<bool> stopping_{false};
+    std::atomic<long> posted_{0};
+};
 
 int seed(const Options &options) {
     qv::server::SqliteOptions storageOptions;
@@ -370,8 +433,52 @@ int serveConstant(const Options &options) {
     return front.serve() ? 0 : 1;
 }
 
+// Fills one app with a versions list of about 1.5 MB, lets `clients` connections read it and sit idle, and says how
+// much more memory the service holds while they do.
+int idleMemory(const Options &options) {
+    constexpr std::int64_t kLargeApp = 7;
+    constexpr int kReports = 3;
+    constexpr int kVersionsPerReport = 1666;
+    constexpr std::size_t kDisplayLength = 256;
+    const std::string path = "/v1/apple_apps/" + std::to_string(kLargeApp) + "/versions";
+    {
+        LoopbackConnection filler(options.port);
+        for (int report = 0; report < kReports; ++report) {
+            const std::string body =
+                largeReportBody(kLargeApp, report * kVersionsPerReport, kVersionsPerReport, kDisplayLength);
+            if (filler.request("POST", path, body) != kHttpOk) {
+                std::fprintf(stderr, "service_load: the large list could not be stored\n");
+                return 1;
+            }
+        }
+        filler.request("GET", path, ""); // the list is answered once before anyone is measured
+    }
+    const double before = serviceMemoryMiB(options.pid, "VmRSS");
+    std::vector<std::unique_ptr<LoopbackConnection>> idle;
+    idle.reserve(static_cast<std::size_t>(std::max(options.clients, 0)));
+    std::size_t replyBytes = 0;
+    for (int i = 0; i < options.clients; ++i) {
+        idle.push_back(std::make_unique<LoopbackConnection>(options.port));
+        if (idle.back()->request("GET", path, "") != kHttpOk) {
+            std::fprintf(stderr, "service_load: a client could not read the large list\n");
+            return 1;
+        }
+        replyBytes = idle.back()->lastBodyBytes();
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    const double after = serviceMemoryMiB(options.pid, "VmRSS");
+    constexpr double kBytesPerMib = 1024.0 * 1024.0;
+    std::printf("memory held by %d idle clients after a %.2f MiB reply: %+.1f MiB (goal: under 50 MB)\n",
+                options.clients, static_cast<double>(replyBytes) / kBytesPerMib, after - before);
+    return 0;
+}
+
 int drive(const Options &options, bool post) {
     const Crowd crowd(options.port, options.idle, options.slow);
+    const std::unique_ptr<Posters> posters =
+        options.posters > 0 ? std::make_unique<Posters>(options.port, options.posters, options.reportVersions,
+                                                        kFirstAppId + options.apps)
+                            : nullptr;
     std::atomic<long> issued{0};
     std::atomic<long> failures{0};
     const auto deadline = Clock::now() + std::chrono::duration<double>(options.seconds);
@@ -419,6 +526,10 @@ int drive(const Options &options, bool post) {
         std::printf("with %zu idle connections and %d slow-header clients held open:\n", crowd.idleHeld(),
                     options.slow);
     }
+    if (posters) {
+        std::printf("while %d clients post %d-version reports (%ld accepted):\n", options.posters,
+                    options.reportVersions, posters->posted());
+    }
     std::printf("%-13s %8zu requests in %5.2f s  %9.0f req/s  p50 %6.3f ms  p99 %6.3f ms  failures %ld\n",
                 post ? "POST reports" : "GET versions", all.size(), elapsed, static_cast<double>(all.size()) / elapsed,
                 percentile(all, kPercentP50) / kMicrosPerMilli, percentile(all, kPercentP99) / kMicrosPerMilli,
@@ -437,6 +548,9 @@ int main(int argc, char **argv) {
     if (options.mode == "bomb" && options.port > 0) {
         return bomb(options);
     }
+    if (options.mode == "idle-memory" && options.port > 0) {
+        return idleMemory(options);
+    }
     if (options.mode == "seed" && !options.db.empty()) {
         return seed(options);
     }
@@ -445,7 +559,8 @@ int main(int argc, char **argv) {
     }
     std::fprintf(stderr, "usage: service_load seed --db PATH [--apps N] [--versions N]\n"
                          "       service_load get|post --port PORT [--apps N] [--connections N] [--seconds S] "
-                         "[--max-requests N] [--idle N] [--slow N]\n"
+                         "[--max-requests N] [--idle N] [--slow N] [--posters N --report-versions N]\n"
+                         "       service_load idle-memory --port PORT --pid SERVICE_PID [--clients N]\n"
                          "       service_load bomb --port PORT [--pid SERVICE_PID]\n"
                          "       service_load constant [--port PORT] [--connections THREADS]\n");
     return 2;

@@ -13,8 +13,11 @@
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <condition_variable>
 #include <cstdio>
+#include <deque>
 #include <exception>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -38,6 +41,8 @@ constexpr std::size_t kFirstReadBytes = 4096;
 constexpr std::chrono::milliseconds kAcceptRetry{50};
 constexpr std::chrono::seconds kLingerTime{2};
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
+constexpr std::string_view kHeaderEnd = "\r\n\r\n";
+constexpr int kExpectationFailed = 417;
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') {
@@ -71,10 +76,88 @@ std::string percentDecoded(std::string_view text, bool plusIsSpace) {
     return decoded;
 }
 
-// What every connection shares: the handler, the limits and the count of open connections.
+// A fixed set of threads taking jobs from a bounded queue; a job offered to a full queue is declined at once.
+class WorkerPool {
+  public:
+    WorkerPool(int threads, std::size_t maxQueued) : threads_(threads), maxQueued_(maxQueued) {}
+    ~WorkerPool() { stop(); }
+    WorkerPool(const WorkerPool &) = delete;
+    WorkerPool &operator=(const WorkerPool &) = delete;
+
+    bool enabled() const { return threads_ > 0; }
+
+    void start() {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = false;
+        for (int i = 0; i < threads_; ++i) {
+            workers_.emplace_back([this] { work(); });
+        }
+    }
+
+    // Joins the threads; jobs still queued are dropped, and with them the connections they would have answered.
+    void stop() {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            stopping_ = true;
+        }
+        ready_.notify_all();
+        for (auto &worker : workers_) {
+            worker.join();
+        }
+        workers_.clear();
+        const std::lock_guard<std::mutex> lock(mutex_);
+        jobs_.clear();
+    }
+
+    bool offer(std::function<void()> job) {
+        {
+            const std::lock_guard<std::mutex> lock(mutex_);
+            if (stopping_ || jobs_.size() >= maxQueued_) {
+                return false;
+            }
+            jobs_.push_back(std::move(job));
+        }
+        ready_.notify_one();
+        return true;
+    }
+
+  private:
+    void work() {
+        while (true) {
+            std::function<void()> job;
+            {
+                std::unique_lock<std::mutex> lock(mutex_);
+                ready_.wait(lock, [this] { return stopping_ || !jobs_.empty(); });
+                if (stopping_) {
+                    return;
+                }
+                job = std::move(jobs_.front());
+                jobs_.pop_front();
+            }
+            job();
+        }
+    }
+
+    const int threads_;
+    const std::size_t maxQueued_;
+    std::mutex mutex_;
+    std::condition_variable ready_;
+    std::deque<std::function<void()>> jobs_;
+    std::vector<std::thread> workers_;
+    bool stopping_ = false;
+};
+
+// What every connection shares: the handlers, the limits, the worker pools and the count of open connections.
 struct Shared {
+    explicit Shared(const FrontLimits &frontLimits)
+        : limits(frontLimits), readers(frontLimits.readWorkers, frontLimits.maxQueuedRequests),
+          writers(frontLimits.writeWorkers, frontLimits.maxQueuedRequests) {}
+
     RequestHandler handler;
+    MemoryHandler fromMemory;
     FrontLimits limits;
+    WorkerPool readers;
+    WorkerPool writers;
     std::atomic<std::size_t> open{0};
 };
 
@@ -83,6 +166,16 @@ std::optional<ServiceResponse> refusalForHeader(const http::request_parser<http:
     if (header.version() >= kHttp11 && header.find(http::field::host) == header.end()) {
         return errorResponse(status::kBadRequest, "an HTTP/1.1 request needs a Host header");
     }
+    if (header.count(http::field::host) > 1) {
+        return errorResponse(status::kBadRequest, "a request has one Host header");
+    }
+    // Anything but plain chunked leaves the body's end to interpretation, and a body read as the next request is
+    // a request smuggled past whatever stands in front of the service.
+    const auto codings = header.count(http::field::transfer_encoding);
+    if (codings > 1 ||
+        (codings == 1 && !beast::iequals(header.find(http::field::transfer_encoding)->value(), "chunked"))) {
+        return errorResponse(status::kBadRequest, "the only transfer coding accepted is chunked");
+    }
     const auto encoding = header.find(http::field::content_encoding);
     if (encoding != header.end() && !beast::iequals(encoding->value(), "identity")) {
         return errorResponse(kUnsupportedMediaType, "request bodies must not be compressed");
@@ -90,21 +183,33 @@ std::optional<ServiceResponse> refusalForHeader(const http::request_parser<http:
     return std::nullopt;
 }
 
-ServiceResponse answer(const Shared &shared, const http::request<http::string_body> &request) {
+ServiceRequest serviceRequestOf(http::request<http::string_body> &&request) {
     auto [path, query] = splitTarget(std::string_view(request.target().data(), request.target().size()));
     ServiceRequest serviceRequest{
-        std::string(request.method_string()), std::move(path), std::move(query), request.body(), {}};
+        std::string(request.method_string()), std::move(path), std::move(query), std::move(request.body()), {}};
     for (const auto &field : request) {
         std::string name(field.name_string());
         std::transform(name.begin(), name.end(), name.begin(),
                        [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
         serviceRequest.headers.emplace(std::move(name), std::string(field.value()));
     }
+    return serviceRequest;
+}
+
+ServiceResponse answer(const Shared &shared, const ServiceRequest &request) {
     try {
-        return shared.handler(serviceRequest);
+        return shared.handler(request);
     } catch (const std::exception &failure) {
         return errorResponse(status::kInternalError, std::string("internal error: ") + failure.what());
+    } catch (...) {
+        return errorResponse(status::kInternalError, "internal error");
     }
+}
+
+ServiceResponse busy() {
+    ServiceResponse reply = errorResponse(status::kServiceUnavailable, "the service is busy; try again in a moment");
+    reply.headers.emplace_back("Retry-After", "1");
+    return reply;
 }
 
 // One client connection: reads one request at a time under its deadlines and answers in order, so pipelined
@@ -124,13 +229,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
   private:
     const FrontLimits &limits() const { return shared_->limits; }
 
-    // An idle connection waits under the idle timeout; the header deadline starts with the request's first byte.
+    // A new connection has the header deadline from its accept to send a whole header, so silent sockets cannot
+    // sit on connection slots; a kept-alive one waits under the idle timeout, and its header deadline starts with
+    // the next request's first byte.
     void awaitRequest() {
+        scanned_ = 0;
         if (buffer_.size() > 0) {
-            readHeader();
+            stream_.expires_after(limits().headerDeadline);
+            collectHeader();
             return;
         }
-        stream_.expires_after(limits().idleTimeout);
+        stream_.expires_after(answered_ == 0 ? limits().headerDeadline : limits().idleTimeout);
         stream_.async_read_some(buffer_.prepare(firstReadBytes()),
                                 [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
                                     if (error) {
@@ -138,17 +247,50 @@ class Connection : public std::enable_shared_from_this<Connection> {
                                         return;
                                     }
                                     self->buffer_.commit(bytes);
-                                    self->readHeader();
+                                    if (self->answered_ > 0) {
+                                        self->stream_.expires_after(self->limits().headerDeadline);
+                                    }
+                                    self->collectHeader();
                                 });
     }
 
     std::size_t firstReadBytes() const { return std::min(kFirstReadBytes, buffer_.max_size() - buffer_.size()); }
 
-    void readHeader() {
+    // The end of the header in the buffer, or npos; resumes where the last search stopped.
+    std::size_t headerEnd() {
+        const std::string_view held(static_cast<const char *>(buffer_.data().data()), buffer_.size());
+        const auto end = held.find(kHeaderEnd, scanned_);
+        scanned_ = held.size() < kHeaderEnd.size() ? 0 : held.size() - kHeaderEnd.size() + 1;
+        return end;
+    }
+
+    // Reads until the whole header is in the buffer (or the buffer is full), so that its raw lines can be checked
+    // before the parser, which would quietly join folded lines, sees them.
+    void collectHeader() {
+        const std::size_t end = headerEnd();
+        if (end != std::string_view::npos || buffer_.size() >= buffer_.max_size()) {
+            readHeader(end);
+            return;
+        }
+        stream_.async_read_some(buffer_.prepare(firstReadBytes()),
+                                [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
+                                    if (error) {
+                                        self->close();
+                                        return;
+                                    }
+                                    self->buffer_.commit(bytes);
+                                    self->collectHeader();
+                                });
+    }
+
+    void readHeader(std::size_t end) {
+        if (end != std::string_view::npos && hasFoldedLine(end)) {
+            write(errorResponse(status::kBadRequest, "folded header lines are not accepted"), false);
+            return;
+        }
         parser_.emplace();
         parser_->header_limit(static_cast<std::uint32_t>(limits().maxHeaderBytes));
         parser_->body_limit(limits().maxBodyBytes);
-        stream_.expires_after(limits().headerDeadline);
         http::async_read_header(stream_, buffer_, *parser_,
                                 [self = shared_from_this()](beast::error_code error, std::size_t) {
                                     if (error) {
@@ -159,6 +301,17 @@ class Connection : public std::enable_shared_from_this<Connection> {
                                 });
     }
 
+    // A line that starts with a space or tab continues the one before: two parsers could read it two ways.
+    bool hasFoldedLine(std::size_t end) const {
+        const std::string_view header(static_cast<const char *>(buffer_.data().data()), end);
+        for (auto at = header.find("\r\n"); at != std::string_view::npos; at = header.find("\r\n", at + 2)) {
+            if (at + 2 < header.size() && (header[at + 2] == ' ' || header[at + 2] == '\t')) {
+                return true;
+            }
+        }
+        return false;
+    }
+
     void continueToBody() {
         const auto &header = parser_->get();
         if (auto refusal = refusalForHeader(header)) {
@@ -166,7 +319,12 @@ class Connection : public std::enable_shared_from_this<Connection> {
             return;
         }
         const auto expect = header.find(http::field::expect);
-        if (expect == header.end() || !beast::iequals(expect->value(), "100-continue") || parser_->is_done()) {
+        if (expect != header.end() && !beast::iequals(expect->value(), "100-continue")) {
+            write(errorResponse(kExpectationFailed, "the only expectation understood is 100-continue"), false,
+                  header.version());
+            return;
+        }
+        if (expect == header.end() || parser_->is_done()) {
             readBody();
             return;
         }
@@ -208,20 +366,52 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     void respond() {
-        const http::request<http::string_body> request = parser_->release();
+        http::request<http::string_body> request = parser_->release();
         parser_.reset();
-        ServiceResponse reply = answer(*shared_, request);
-        write(std::move(reply), request.keep_alive(), request.version());
+        const bool keepAlive = request.keep_alive();
+        const unsigned version = request.version();
+        const bool read = request.method() == http::verb::get || request.method() == http::verb::head;
+        const bool headOnly = request.method() == http::verb::head;
+        ServiceRequest serviceRequest = serviceRequestOf(std::move(request));
+        if (shared_->fromMemory) {
+            if (auto reply = shared_->fromMemory(serviceRequest)) {
+                write(std::move(*reply), keepAlive, version, headOnly);
+                return;
+            }
+        }
+        WorkerPool &pool = read ? shared_->readers : shared_->writers;
+        if (!pool.enabled()) {
+            write(answer(*shared_, serviceRequest), keepAlive, version, headOnly);
+            return;
+        }
+        // The reply comes back to this connection's strand, where all of its socket work runs.
+        auto job = [self = shared_from_this(), serviceRequest = std::move(serviceRequest), keepAlive, version,
+                    headOnly]() mutable {
+            ServiceResponse reply = answer(*self->shared_, serviceRequest);
+            auto executor = self->stream_.get_executor();
+            net::post(executor, [self = std::move(self), reply = std::move(reply), keepAlive, version,
+                                 headOnly]() mutable { self->write(std::move(reply), keepAlive, version, headOnly); });
+        };
+        if (!pool.offer(std::move(job))) {
+            write(busy(), keepAlive, version, headOnly);
+        }
     }
 
-    void write(ServiceResponse reply, bool keepAlive, unsigned version = kHttp11) {
+    // A reply to HEAD states the length of the body a GET would get and sends none of it.
+    void write(ServiceResponse reply, bool keepAlive, unsigned version = kHttp11, bool headOnly = false) {
         response_ = {};
         response_.version(version);
         response_.result(static_cast<unsigned>(reply.status));
         response_.set(http::field::content_type, beast::string_view(kJsonType.data(), kJsonType.size()));
-        response_.body() = std::move(reply.body);
+        const std::size_t bodyBytes = reply.body.size();
+        if (!headOnly) {
+            response_.body() = std::move(reply.body);
+        }
         response_.keep_alive(keepAlive);
         response_.prepare_payload();
+        if (headOnly) {
+            response_.content_length(bodyBytes);
+        }
         // After the framing: a 304 states the length of the body it stands for, which the framing would drop.
         for (const auto &[name, value] : reply.headers) {
             response_.set(name, value);
@@ -229,6 +419,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
         stream_.expires_after(limits().writeDeadline);
         http::async_write(stream_, response_,
                           [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+                              self->releaseReply();
+                              ++self->answered_;
                               if (error) {
                                   self->close();
                                   return;
@@ -239,6 +431,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
                               }
                               self->awaitRequest();
                           });
+    }
+
+    // An idle connection keeps nothing of its last reply. Moving an empty message over it would not do: a string
+    // that takes a short one keeps its old buffer.
+    void releaseReply() {
+        std::string().swap(response_.body());
+        response_ = {};
     }
 
     // After the last reply the client may still be sending a body nobody will read. Closing with unread input would
@@ -276,6 +475,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     http::response<http::string_body> response_;
     std::shared_ptr<Shared> shared_;
     std::size_t drained_ = 0;
+    std::size_t answered_ = 0;
+    std::size_t scanned_ = 0;
 };
 
 std::string refusalText() {
@@ -300,10 +501,10 @@ void refuse(tcp::socket socket) {
 } // namespace
 
 struct HttpFront::State {
-    explicit State(RequestHandler handler, FrontLimits limits)
-        : io(std::max(1, limits.threads)), acceptor(io), retry(io), shared(std::make_shared<Shared>()) {
+    State(RequestHandler handler, FrontLimits limits, MemoryHandler fromMemory)
+        : io(std::max(1, limits.threads)), acceptor(io), retry(io), shared(std::make_shared<Shared>(limits)) {
         shared->handler = std::move(handler);
-        shared->limits = limits;
+        shared->fromMemory = std::move(fromMemory);
     }
 
     void accept() {
@@ -347,10 +548,11 @@ struct HttpFront::State {
 };
 
 HttpFront::HttpFront(VersionService &service, FrontLimits limits)
-    : HttpFront([&service](const ServiceRequest &request) { return service.handle(request); }, limits) {}
+    : HttpFront([&service](const ServiceRequest &request) { return service.handle(request); }, limits,
+                [&service](const ServiceRequest &request) { return service.answerFromMemory(request); }) {}
 
-HttpFront::HttpFront(RequestHandler handler, FrontLimits limits)
-    : state_(std::make_shared<State>(std::move(handler), limits)) {}
+HttpFront::HttpFront(RequestHandler handler, FrontLimits limits, MemoryHandler fromMemory)
+    : state_(std::make_shared<State>(std::move(handler), limits, std::move(fromMemory))) {}
 
 HttpFront::~HttpFront() {
     stop();
@@ -391,6 +593,8 @@ bool HttpFront::serve() {
         return false;
     }
     state_->serving = true;
+    state_->shared->readers.start();
+    state_->shared->writers.start();
     state_->accept();
     const int threads = std::max(1, state_->shared->limits.threads);
     std::vector<std::thread> workers;
@@ -416,6 +620,8 @@ bool HttpFront::serve() {
     for (auto &worker : workers) {
         worker.join();
     }
+    state_->shared->readers.stop();
+    state_->shared->writers.stop();
     beast::error_code ignored;
     state_->acceptor.close(ignored);
     state_->serving = false;

@@ -25,17 +25,25 @@ struct FrontLimits {
     std::chrono::milliseconds writeDeadline{std::chrono::seconds(30)};
     std::size_t maxHeaderBytes = std::size_t{16} * 1024;
     std::size_t maxBodyBytes = kMaxBodyBytes;
-    // Threads that run the event loop and the handler; a handler call that waits for the database holds one.
+    // Threads that run the event loop: they read and write sockets and never wait for the database.
     int threads = 4;
+    // Threads that run the handler for reads (GET, HEAD) and for everything else, each fed by its own queue, so
+    // that reads never wait behind writes. With 0 the handler runs on the socket threads.
+    int readWorkers = 4;
+    int writeWorkers = 2;
+    // Requests waiting for a worker of one kind; the next one is answered 503 at once.
+    std::size_t maxQueuedRequests = 256;
 };
 
 using RequestHandler = std::function<ServiceResponse(const ServiceRequest &)>;
+// Answers a request from memory without waiting for anything, or declines it; runs on the socket threads.
+using MemoryHandler = std::function<std::optional<ServiceResponse>(const ServiceRequest &)>;
 
 class HttpFront {
   public:
     explicit HttpFront(VersionService &service, FrontLimits limits = {});
     // Any handler: the benchmarks put a constant reply behind the same front to measure the front alone.
-    explicit HttpFront(RequestHandler handler, FrontLimits limits = {});
+    explicit HttpFront(RequestHandler handler, FrontLimits limits = {}, MemoryHandler fromMemory = {});
     ~HttpFront();
     HttpFront(const HttpFront &) = delete;
     HttpFront &operator=(const HttpFront &) = delete;

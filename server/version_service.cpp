@@ -255,6 +255,27 @@ ServiceResponse VersionService::handle(const ServiceRequest &request) const {
         fail(ErrorCode::NotFound, std::string(errorMessage(ErrorCode::NotFound)) + ": " + request.path));
 }
 
+std::optional<ServiceResponse> VersionService::answerFromMemory(const ServiceRequest &request) const {
+    if (!isGet(request.method) || !request.body.empty()) {
+        return std::nullopt;
+    }
+    const auto appIdText = versionsRouteId(request.path);
+    const auto appId = appIdText ? identifierFrom(std::string_view(*appIdText)) : std::nullopt;
+    if (!appId) {
+        return std::nullopt;
+    }
+    for (const auto &[key, value] : request.query) {
+        if (!isCleanText(key) || !isCleanText(value)) {
+            return std::nullopt;
+        }
+    }
+    auto cached = cache_.find(*appId);
+    if (!cached) {
+        return std::nullopt;
+    }
+    return taggedResponse(request, std::move(*cached));
+}
+
 ServiceResponse VersionService::versions(const ServiceRequest &request, const std::string &appIdText) const {
     const bool post = request.method == "POST";
     if (!post && !isGet(request.method)) {

@@ -108,6 +108,9 @@ class VersionService {
         : storage_(storage), limits_(limits), cache_(limits.replyCacheBytes) {}
 
     ServiceResponse handle(const ServiceRequest &request) const;
+    // The reply handle() would give, when it can come from the reply cache alone; nothing otherwise. Never waits
+    // for the database, so a socket thread may call it.
+    std::optional<ServiceResponse> answerFromMemory(const ServiceRequest &request) const;
 
   private:
     ServiceResponse versions(const ServiceRequest &request, const std::string &appIdText) const;

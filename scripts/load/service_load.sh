@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Load test of the version service on loopback: seed 10,000 apps x 20 versions, serve on 2 cores, and measure
-# GET versions plain and with 1,000 idle and 8 slow-header clients held open, POST reports, a compression bomb,
-# and the same front answering a constant body; every phase is bounded in time and count.
+# GET versions plain, with 1,000 idle and 8 slow-header clients held open and while 16 clients post 2,000-version
+# reports, POST reports, a compression bomb, the memory 300 idle clients hold after a 1.5 MB reply, and the same
+# front answering a constant body; every phase is bounded in time and count.
 set -euo pipefail
 build=${BUILD_DIR:-build/linux}
 load=$build/bench/service_load
@@ -54,6 +55,8 @@ get=(get --apps 10000 --connections 2 --seconds "$seconds" --max-requests 200000
 "${pin[@]}" "$load" post --port "$port" --apps 10000 --connections 4 --seconds "$((seconds / 2 > 0 ? seconds / 2 : 1))" \
   --max-requests 500000
 "$load" bomb --port "$port" --pid "$service_pid"
+"${pin[@]}" "$load" "${get[@]}" --port "$port" --posters 16 --report-versions 2000 | tee "$work/get-posting.txt"
+"$load" idle-memory --port "$port" --pid "$service_pid" --clients 300
 
 start "$work/constant.out" "$load" constant --port 0 --connections 4
 constant_port=$started_port
@@ -61,5 +64,8 @@ echo "the same front answering a constant body:"
 "${pin[@]}" "$load" "${get[@]}" --port "$constant_port" | tee "$work/constant.txt"
 service_rate=$(rate <"$work/get.txt")
 constant_rate=$(rate <"$work/constant.txt")
+posting_rate=$(rate <"$work/get-posting.txt")
+awk -v s="$service_rate" -v p="$posting_rate" \
+  'BEGIN { if (s > 0) printf "GET versions while 16 clients post 2,000-version reports: %d req/s, %.2f of %d req/s without them (goal: at least 0.50)\n", p, p / s, s }'
 awk -v s="$service_rate" -v c="$constant_rate" \
   'BEGIN { if (c > 0) printf "GET versions throughput: service %d req/s, constant body %d req/s, ratio %.2f\n", s, c, s / c }'

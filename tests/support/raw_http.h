@@ -67,6 +67,20 @@ class RawClient {
         return all;
     }
 
+    // Reads until at least `bytes` bytes have arrived (or the connection ends).
+    std::string readBytes(std::size_t bytes) const {
+        std::string all;
+        char chunk[65536];
+        while (all.size() < bytes) {
+            const ssize_t got = ::recv(socket_, chunk, sizeof chunk, 0);
+            if (got <= 0) {
+                break;
+            }
+            all.append(chunk, static_cast<std::size_t>(got));
+        }
+        return all;
+    }
+
     // Reads until `count` occurrences of the marker have arrived.
     std::string readUntil(const std::string &marker, int count) const {
         std::string all;
