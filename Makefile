@@ -43,6 +43,13 @@ fuzz: bootstrap
 	cmake --build --preset fuzz -j $(JOBS)
 	scripts/run-fuzzers.sh build/fuzz/tests/fuzz $(FUZZ_SECONDS)
 
+# Where the phone library sends its requests, from make variables or the environment
+# (make package QV_API_BASE_URL=https://…/); an unset one takes the built-in default, which a package refuses while it
+# is loopback unless QV_ALLOW_LOOPBACK=1.
+PHONE_ADDRESSES = $(if $(QV_API_BASE_URL),-DQV_API_BASE_URL='$(QV_API_BASE_URL)',-UQV_API_BASE_URL) \
+	$(if $(QV_PHONE_LOOKUP_URL),-DQV_PHONE_LOOKUP_URL='$(QV_PHONE_LOOKUP_URL)',-UQV_PHONE_LOOKUP_URL) \
+	-DQV_ALLOW_LOOPBACK=$(if $(filter 1,$(QV_ALLOW_LOOPBACK)),ON,OFF)
+
 # The phone library (rootful and rootless fat arm64 + arm64e dylibs) cross-built against the iOS SDK; see README
 # "The phone library". ARCHS=arm64 builds the arm64 slice only, which needs no arm64e linker.
 ARCHS ?= arm64 arm64e
@@ -55,13 +62,13 @@ device_toolchain_missing = $(shell scripts/device-toolchain.sh '$(DEVICE_ARCHS)'
 
 ios: bootstrap
 	$(if $(device_toolchain_missing),$(error make $@: $(device_toolchain_missing)))
-	cmake --preset ios '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)'
+	cmake --preset ios '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)' $(PHONE_ADDRESSES)
 	cmake --build --preset ios -j $(JOBS)
 
 # Both .deb packages in build/packages, then scripts/check-packages.sh inspects them.
 package: bootstrap
 	$(if $(device_toolchain_missing),$(error make $@: $(device_toolchain_missing)))
-	cmake --preset package '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)'
+	cmake --preset package '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)' $(PHONE_ADDRESSES)
 	cmake --build --preset package -j $(JOBS)
 
 format:

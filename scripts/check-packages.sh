@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Inspects the built .deb packages: file lists, control fields, the preinst, and each slice of the phone library:
-# architecture, minimum iOS, pointer format, signature and load commands.
+# architecture, minimum iOS, pointer format, signature, load commands; and the service address the library holds.
 # usage: check-packages.sh PACKAGE_DIR VERSION [ARCHS]   (ARCHS: the slices the build made, "arm64" or "arm64,arm64e")
+# QV_ALLOW_LOOPBACK=1 in the environment accepts a library built to talk to a service on the phone itself.
 set -euo pipefail
 
 dir=${1:?package directory}
@@ -30,6 +31,14 @@ expect_field() { # deb field expected
 
 expect_line() { # label haystack needle
   grep -qxF -- "$3" <<< "$2" || fail "$1: missing '$3'"
+}
+
+# A library for people must reach a real service; only a build that asked for loopback may carry it.
+check_service_address() { # layout dylib
+  [ "${QV_ALLOW_LOOPBACK:-}" = 1 ] && return
+  if grep -qaF -e 127.0.0.1 -e //localhost "$2"; then
+    fail "$1: the library holds a loopback address (127.0.0.1 or localhost); build with QV_API_BASE_URL=https://…/"
+  fi
 }
 
 # check LAYOUT ARCH PREFIX
@@ -82,6 +91,7 @@ check() {
   grep -q '"com.apple.AppStore"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.AppStore"
   grep -q '"com.apple.itunesstored"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.itunesstored"
   check_slices "$layout" "$dylib"
+  check_service_address "$layout" "$dylib"
   local arch
   for arch in "${archs[@]}"; do
     [ -f "$work/$layout.$arch.dylib" ] && check_load_commands "$layout" "$arch" "$work/$layout.$arch.dylib"

@@ -30,6 +30,7 @@ namespace qv {
     X(TooManyVersions, "the app already holds as many versions as the service keeps")                                  \
     X(StorageUnavailable, "the database cannot be written at the moment; try again shortly")                           \
     X(NotFound, "no such resource")                                                                                    \
+    X(NotServiceAddress, "not an absolute http or https URL ending in \"/\"")                                          \
     X(MethodNotAllowed, "method not allowed")                                                                          \
     X(ListenFailed, "cannot listen on the address")                                                                    \
     X(ServerFailed, "the server stopped with an error")

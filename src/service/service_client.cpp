@@ -175,8 +175,18 @@ ServiceClient::ServiceClient(Http &http, Queues &queues, const Preferences &pref
     : http_(http), queues_(queues), preferences_(preferences), endpoints_(std::move(endpoints)),
       workQueue_(queues.makeSerial(std::string(kWorkQueueLabel))) {}
 
+std::string ServiceClient::apiBaseUrl() const {
+    const auto chosen = preferences_.valueForKey(std::string(kServiceAddressKey));
+    const std::string *address = chosen ? chosen->asString() : nullptr;
+    // A stored text that is no address (an older build's, a hand-edited file) must not take the service away.
+    if (address != nullptr && !address->empty() && checkServiceAddress(*address)) {
+        return *address;
+    }
+    return endpoints_.apiBaseUrl;
+}
+
 void ServiceClient::postWithParameters(const Value &parameters) {
-    postWithPath(http_, kEventsPath, endpoints_.apiBaseUrl, parameters);
+    postWithPath(http_, kEventsPath, apiBaseUrl(), parameters);
 }
 
 bool ServiceClient::appCachingDisabled() const {
@@ -207,7 +217,7 @@ ReportOutcome ServiceClient::cacheAppWithInfo(const Value &item) {
         versions.push_back(version);
     }
     const Value body = versionReport(bundleId, identifier, name, std::move(versions));
-    postWithPath(http_, versionsPath(textOf(identifier)), endpoints_.apiBaseUrl, body);
+    postWithPath(http_, versionsPath(textOf(identifier)), apiBaseUrl(), body);
     return ReportOutcome::Sent;
 }
 
@@ -237,7 +247,7 @@ ReportOutcome ServiceClient::cacheAppWithMetadata(const Value &metadata) {
     }
     Array versions{Value(Dictionary{{"display", display}, {"externalId", externalId}})};
     const Value body = versionReport(bundleId, itemId, itemName, std::move(versions));
-    postWithPath(http_, versionsPath(textOf(itemId)), endpoints_.apiBaseUrl, body);
+    postWithPath(http_, versionsPath(textOf(itemId)), apiBaseUrl(), body);
     return ReportOutcome::Sent;
 }
 

@@ -56,7 +56,11 @@ class ServiceClient {
   public:
     ServiceClient(Http &http, Queues &queues, const Preferences &preferences, ServiceEndpoints endpoints);
 
+    // The built-in addresses.
     const ServiceEndpoints &endpoints() const { return endpoints_; }
+    // Where requests to the service go: the address the user set on the settings screen when there is one (read at
+    // each request, so a change applies at once), else the built-in one.
+    std::string apiBaseUrl() const;
 
     // POST to "v1/events" at the API base URL.
     void postWithParameters(const Value &parameters);

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/result.h"
 #include "base/value.h"
 
 // Build-time defaults; a deployment passes its own through CMake (QV_API_BASE_URL, QV_LOOKUP_URL).
@@ -24,6 +25,14 @@ struct ServiceEndpoints {
     // Endpoints with a trailing "/" added where it is missing, so paths can be appended as text.
     static ServiceEndpoints make(std::string apiBaseUrl, std::string lookupBaseUrl);
 };
+
+// Where the address of a person's own service is kept, beside the settings; absent or "" means the built-in one.
+inline constexpr std::string_view kServiceAddressKey = "serviceAddress_QV";
+
+// Whether the text can serve as the service's API base URL: an absolute http or https URL with a host name or IP
+// address (and at most a port), ending in "/", all printable ASCII, without spaces, user, query or fragment. The
+// failure says what is wrong in one line.
+Result<void> checkServiceAddress(std::string_view address);
 
 inline constexpr std::string_view kEventsPath = "v1/events";
 

@@ -36,8 +36,9 @@ std::string titleFromKey(std::string_view key) {
 }
 
 SettingsFormModel::SettingsFormModel(Ui &ui, SettingsModel &settings, Notifier &notifier,
-                                     BlockedListFactory makeBlockedList)
-    : ui_(ui), settings_(settings), notifier_(notifier), makeBlockedList_(std::move(makeBlockedList)) {
+                                     BlockedListFactory makeBlockedList, std::string builtInServiceAddress)
+    : ui_(ui), settings_(settings), notifier_(notifier), makeBlockedList_(std::move(makeBlockedList)),
+      builtInServiceAddress_(std::move(builtInServiceAddress)) {
     rebuild();
 }
 
@@ -67,6 +68,17 @@ void SettingsFormModel::rebuild() {
         {"Update Blocking Options",
          {switchRow(Setting::DisableUpdateBlocker, titleFromKey(settingName(Setting::DisableUpdateBlocker)))},
          std::string("Disable the update blocking feature.")});
+
+    // A person who runs the version service for themselves points the phone at it here.
+    FormRow address;
+    address.kind = FormRow::Kind::Text;
+    address.title = std::string(kServiceAddressTitle);
+    address.text = settings_.serviceAddress();
+    address.placeholder = builtInServiceAddress_;
+    sections_.push_back({"Service Options",
+                         {address},
+                         "Where the known versions come from. Leave it empty for the built-in service, or give the "
+                         "address of your own: an http or https URL ending in \"/\"."});
 }
 
 void SettingsFormModel::appeared() {
@@ -88,6 +100,24 @@ Result<void> SettingsFormModel::setSwitch(std::size_t section, std::size_t row, 
     FormRow &changed = sections_[section].rows[row];
     changed.on = on;
     return settings_.set(*changed.setting, on);
+}
+
+Result<void> SettingsFormModel::setText(std::size_t section, std::size_t row, std::string_view text) {
+    if (section >= sections_.size() || row >= sections_[section].rows.size() ||
+        sections_[section].rows[row].kind != FormRow::Kind::Text) {
+        return fail(ErrorCode::NotFound,
+                    "no text field at section " + std::to_string(section) + " row " + std::to_string(row));
+    }
+    Result<void> kept = settings_.setServiceAddress(text);
+    if (!kept && kept.error().code == ErrorCode::NotServiceAddress) {
+        Dialog refusal;
+        refusal.title = std::string(kServiceAddressTitle);
+        refusal.message = "\"" + std::string(text) + "\" cannot be used: " + kept.error().describe() + ".";
+        refusal.buttons = {{"OK", ButtonRole::Cancel}};
+        ui_.presentDialog(refusal, [](const DialogAnswer &) {});
+    }
+    sections_[section].rows[row].text = settings_.serviceAddress();
+    return kept;
 }
 
 void SettingsFormModel::tapRow(std::size_t section, std::size_t row) {

@@ -13,6 +13,7 @@
 #include "base/result.h"
 #include "platform/notifier.h"
 #include "platform/ui.h"
+#include "service/service_endpoints.h"
 #include "settings/settings_model.h"
 
 namespace qv {
@@ -36,14 +37,18 @@ std::string makerProfileAddress(const std::function<bool(std::string_view scheme
 // A switch's title when the form gives none: the key split before each capital, its first letter capitalised.
 std::string titleFromKey(std::string_view key);
 
+inline constexpr std::string_view kServiceAddressTitle = "Service address";
+
 struct FormRow {
-    enum class Kind { Action, Switch };
+    enum class Kind { Action, Switch, Text };
     Kind kind = Kind::Switch;
     std::string title;
     std::optional<Setting> setting; // switches: the setting they show and change
     bool on = false;                // switches: the setting's value when the form was built
     std::string action;             // action rows: the selector the row sends
     bool disclosure = false;        // action rows: a disclosure indicator, text left-aligned
+    std::string text;               // text rows: the kept text
+    std::string placeholder;        // text rows: what an empty field stands for
 };
 
 struct FormSection {
@@ -58,7 +63,8 @@ class SettingsFormModel final : public ScreenModel {
     // refers to this form, which must outlive what it pushes (the settings screen lives as long as the process).
     using BlockedListFactory = std::function<std::shared_ptr<ScreenModel>(std::function<void()> deletedUpdate)>;
 
-    SettingsFormModel(Ui &ui, SettingsModel &settings, Notifier &notifier, BlockedListFactory makeBlockedList);
+    SettingsFormModel(Ui &ui, SettingsModel &settings, Notifier &notifier, BlockedListFactory makeBlockedList,
+                      std::string builtInServiceAddress = ServiceEndpoints().apiBaseUrl);
 
     ScreenKind kind() const override { return ScreenKind::SettingsForm; }
 
@@ -73,6 +79,9 @@ class SettingsFormModel final : public ScreenModel {
 
     // A switch changed by the user; returns the settings' flush.
     Result<void> setSwitch(std::size_t section, std::size_t row, bool on);
+    // A text field's editing ended. Text the row cannot take is refused with an alert saying why, and the row keeps
+    // what it had; either way the screen redraws the row from sections().
+    Result<void> setText(std::size_t section, std::size_t row, std::string_view text);
     // An action row tapped: pushes the blocked-updates screen.
     void tapRow(std::size_t section, std::size_t row);
     // After a blocked record was deleted: the store's update screens must reload.
@@ -85,6 +94,7 @@ class SettingsFormModel final : public ScreenModel {
     SettingsModel &settings_;
     Notifier &notifier_;
     BlockedListFactory makeBlockedList_;
+    std::string builtInServiceAddress_;
     std::string title_;
     std::vector<FormSection> sections_;
 };

@@ -4,6 +4,7 @@
 #include <algorithm>
 
 #include "base/text.h"
+#include "service/service_endpoints.h"
 
 namespace qv {
 
@@ -57,6 +58,27 @@ void SettingsModel::load() {
             values_[static_cast<std::size_t>(*setting)] = lenientBool(*stored);
         }
     }
+}
+
+std::string SettingsModel::serviceAddress() const {
+    const auto stored = preferences_.valueForKey(std::string(kServiceAddressKey));
+    const std::string *address = stored ? stored->asString() : nullptr;
+    return address != nullptr ? *address : std::string();
+}
+
+Result<void> SettingsModel::setServiceAddress(std::string_view address) {
+    constexpr std::string_view kWhiteSpace = " \t\r\n";
+    const auto first = address.find_first_not_of(kWhiteSpace);
+    address = first == std::string_view::npos
+                  ? std::string_view()
+                  : address.substr(first, address.find_last_not_of(kWhiteSpace) - first + 1);
+    if (!address.empty()) {
+        if (Result<void> checked = checkServiceAddress(address); !checked) {
+            return checked;
+        }
+    }
+    preferences_.setValue(std::string(kServiceAddressKey), Value(std::string(address)));
+    return preferences_.flush();
 }
 
 Result<void> SettingsModel::set(Setting setting, bool on) {

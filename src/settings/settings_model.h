@@ -79,6 +79,12 @@ class SettingsModel {
     // disableUpdateBlocker then tells the store daemon, whether or not the flush worked. Returns the flush.
     Result<void> set(Setting setting, bool on);
 
+    // The address of the person's own version service, "" while the built-in one serves.
+    std::string serviceAddress() const;
+    // Keeps the address with surrounding white space dropped ("" goes back to the built-in one) and flushes. Text
+    // that is no service address (see checkServiceAddress) is refused and the kept address stays as it was.
+    Result<void> setServiceAddress(std::string_view address);
+
     // The settings screen flushes again when it goes away.
     Result<void> flush() { return preferences_.flush(); }
 

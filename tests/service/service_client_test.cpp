@@ -79,6 +79,72 @@ INSTANTIATE_TEST_SUITE_P(Values, BodyWithoutJsonForm,
                                            Value(Dictionary{{"when", Value(Date{1})}}),
                                            Value(Array{Value(std::numeric_limits<double>::quiet_NaN())})));
 
+// ---- the service address a person may set ----
+
+struct AddressCase {
+    const char *name;
+    const char *address;
+    const char *refusal; // part of the one-line reason, or nullptr when the address is taken
+};
+class ServiceAddress : public ::testing::TestWithParam<AddressCase> {};
+TEST_P(ServiceAddress, IsAnAbsoluteHttpUrlEndingInASlash) {
+    const Result<void> checked = checkServiceAddress(GetParam().address);
+    if (GetParam().refusal == nullptr) {
+        EXPECT_TRUE(checked.ok()) << checked.error().describe();
+        return;
+    }
+    ASSERT_FALSE(checked.ok());
+    EXPECT_EQ(checked.error().code, ErrorCode::NotServiceAddress);
+    EXPECT_NE(checked.error().describe().find(GetParam().refusal), std::string::npos) << checked.error().describe();
+}
+INSTANTIATE_TEST_SUITE_P(
+    Addresses, ServiceAddress,
+    ::testing::Values(AddressCase{"Https", "https://versions.example.org/", nullptr},
+                      AddressCase{"HttpPortAndPath", "http://192.168.1.20:8080/verdigo/", nullptr},
+                      AddressCase{"UpperCaseScheme", "HTTPS://Versions.Example.org/", nullptr},
+                      AddressCase{"Ipv6WithPort", "http://[fd00::1]:8080/", nullptr},
+                      AddressCase{"Empty", "", "start with http:// or https://"},
+                      AddressCase{"OtherScheme", "ftp://versions.example.org/", "start with http:// or https://"},
+                      AddressCase{"Relative", "versions.example.org/", "start with http:// or https://"},
+                      AddressCase{"NoTrailingSlash", "https://versions.example.org", "end in \"/\""},
+                      AddressCase{"PathWithoutTrailingSlash", "https://versions.example.org/api", "end in \"/\""},
+                      AddressCase{"NoHost", "https:///", "names no host"},
+                      AddressCase{"EmptyPort", "https://versions.example.org:/", "port"},
+                      AddressCase{"PortZero", "https://versions.example.org:0/", "1 to 65535"},
+                      AddressCase{"PortTooLarge", "https://versions.example.org:65536/", "1 to 65535"},
+                      AddressCase{"PortNotANumber", "https://versions.example.org:80a/", "1 to 65535"},
+                      AddressCase{"Space", "https://versions.example.org/my service/", "spaces"},
+                      AddressCase{"NonAscii", "https://b\xC3\xA9ta.example/", "non-ASCII"},
+                      AddressCase{"Query", "https://versions.example.org/?v=1/", "query"},
+                      AddressCase{"Fragment", "https://versions.example.org/#/", "fragment"},
+                      AddressCase{"User", "https://me@versions.example.org/", "user"},
+                      AddressCase{"UnderscoreInHost", "https://my_host/", "the host may hold only"},
+                      AddressCase{"OpenIpv6", "http://[fd00::1/", "not closed"},
+                      AddressCase{"JunkAfterIpv6", "http://[fd00::1]x/", "only a port"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+struct ChosenBaseCase {
+    const char *name;
+    std::optional<Value> stored;
+    const char *base;
+};
+class ChosenBase : public ServiceClientTest, public ::testing::WithParamInterface<ChosenBaseCase> {};
+TEST_P(ChosenBase, IsTheStoredAddressWhenItIsOneElseTheBuiltIn) {
+    if (GetParam().stored) {
+        preferences.set(std::string(kServiceAddressKey), *GetParam().stored);
+    }
+    EXPECT_EQ(client.apiBaseUrl(), GetParam().base);
+    client.postWithParameters(Value(Dictionary{{"name", Value("search")}}));
+    EXPECT_EQ(http.sent().at(0).url, std::string(GetParam().base) + "v1/events");
+}
+INSTANTIATE_TEST_SUITE_P(
+    Stored, ChosenBase,
+    ::testing::Values(ChosenBaseCase{"Nothing", std::nullopt, kBase}, ChosenBaseCase{"Empty", Value(""), kBase},
+                      ChosenBaseCase{"OwnService", Value("http://10.0.0.2:8080/"), "http://10.0.0.2:8080/"},
+                      ChosenBaseCase{"NoAddress", Value("http://10.0.0.2:8080"), kBase},
+                      ChosenBaseCase{"NoText", Value(1), kBase}),
+    [](const auto &info) { return std::string(info.param.name); });
+
 // ---- version report from a store item ----
 
 const char *const kStoreItem = R"({"bundleId":"com.example.app","id":284882215,"name":"Example",

@@ -54,7 +54,7 @@ struct SectionCase {
     std::optional<std::string> footer;
 };
 
-TEST(SettingsForm, FourSectionsInOrderOneRowEach) {
+TEST(SettingsForm, FiveSectionsInOrderOneRowEach) {
     FormRig rig;
     const std::vector<SectionCase> expected = {
         {"Update Block Options", "Manage Blocked/Hidden Updates", FormRow::Kind::Action, std::nullopt, std::nullopt},
@@ -63,7 +63,10 @@ TEST(SettingsForm, FourSectionsInOrderOneRowEach) {
         {"Crowdsource Options", "Disable App Caching", FormRow::Kind::Switch, Setting::DisableAppCaching,
          std::string(kCrowdsourceFooter)},
         {"Update Blocking Options", "Disable Update Blocker", FormRow::Kind::Switch, Setting::DisableUpdateBlocker,
-         "Disable the update blocking feature."}};
+         "Disable the update blocking feature."},
+        {"Service Options", "Service address", FormRow::Kind::Text, std::nullopt,
+         "Where the known versions come from. Leave it empty for the built-in service, or give the address of your "
+         "own: an http or https URL ending in \"/\"."}};
     const auto &sections = rig.form->sections();
     ASSERT_EQ(sections.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
@@ -95,6 +98,47 @@ TEST(SettingsForm, SwitchesWriteThroughAppearingShowsChangesLeavingFlushes) {
     ASSERT_TRUE(rig.form->disappearing().ok());
     EXPECT_EQ(rig.form->title(), "");
     EXPECT_EQ(rig.preferences.flushes, flushes + 1);
+}
+
+struct AddressEntry {
+    const char *name;
+    const char *typed;
+    const char *shown;   // the row's text afterwards, starting from an empty one
+    const char *refusal; // the alert's message, or nullptr when the address is taken
+};
+
+TEST(SettingsForm, ServiceAddressRowKeepsAnAddressAndRefusesTheRestWithAMessage) {
+    const std::vector<AddressEntry> cases = {
+        {"own service", " http://10.0.0.2:8080/ ", "http://10.0.0.2:8080/", nullptr},
+        {"no trailing slash", "http://10.0.0.2:8080", "",
+         "\"http://10.0.0.2:8080\" cannot be used: the address must end in \"/\"."},
+        {"not a URL", "my server", "",
+         "\"my server\" cannot be used: the address must start with http:// or https://."},
+    };
+    for (const AddressEntry &c : cases) {
+        SCOPED_TRACE(c.name);
+        FormRig rig;
+        const FormRow &row = rig.form->sections()[4].rows[0];
+        EXPECT_EQ(row.placeholder, ServiceEndpoints().apiBaseUrl); // an empty field stands for the built-in one
+        EXPECT_EQ(rig.form->setText(4, 0, c.typed).ok(), c.refusal == nullptr);
+        EXPECT_EQ(rig.form->sections()[4].rows[0].text, c.shown);
+        EXPECT_EQ(rig.settings->serviceAddress(), c.shown);
+        if (c.refusal == nullptr) {
+            EXPECT_TRUE(rig.ui.dialogs.empty());
+            continue;
+        }
+        ASSERT_EQ(rig.ui.dialogs.size(), 1U);
+        EXPECT_EQ(rig.ui.dialogs[0].title, "Service address");
+        EXPECT_EQ(rig.ui.dialogs[0].message, c.refusal);
+        EXPECT_EQ(rig.ui.titles(), std::vector<std::string>{"OK"});
+    }
+}
+
+TEST(SettingsForm, OnlyTheTextRowTakesText) {
+    FormRig rig;
+    EXPECT_EQ(rig.form->setText(1, 0, "https://versions.example.org/").error().code, ErrorCode::NotFound);
+    EXPECT_EQ(rig.form->setText(9, 0, "https://versions.example.org/").error().code, ErrorCode::NotFound);
+    EXPECT_EQ(rig.settings->serviceAddress(), "");
 }
 
 TEST(SettingsForm, EachDeletionOnTheBlockedScreenTellsTheUpdateScreensOnce) {

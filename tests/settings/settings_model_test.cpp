@@ -8,6 +8,7 @@
 
 #include "fakes/fake_notifier.h"
 #include "fakes/fake_preferences.h"
+#include "service/service_endpoints.h"
 
 namespace qv {
 namespace {
@@ -107,6 +108,41 @@ TEST(SettingsChange, AFailedFlushIsReportedAndTheDaemonIsStillTold) {
     EXPECT_EQ(model.set(Setting::DisableUpdateBlocker, true).error().code, ErrorCode::FileUnwritable);
     EXPECT_EQ(notifier.posts.size(), 1U);
 }
+
+struct AddressChange {
+    const char *name;
+    const char *typed;
+    const char *kept; // what the model keeps afterwards, starting from kOwnService
+    bool accepted;
+};
+const char *const kOwnService = "http://10.0.0.2:8080/";
+
+class ServiceAddressChange : public testing::TestWithParam<AddressChange> {};
+
+TEST_P(ServiceAddressChange, KeepsAnAddressOrNothingAndRefusesTheRest) {
+    const AddressChange &c = GetParam();
+    FakePreferences preferences;
+    preferences.set(std::string(kServiceAddressKey), Value(kOwnService));
+    FakeNotifier notifier;
+    SettingsModel model(preferences, notifier);
+    const Result<void> changed = model.setServiceAddress(c.typed);
+    EXPECT_EQ(changed.ok(), c.accepted);
+    EXPECT_EQ(model.serviceAddress(), c.kept);
+    // Only a change that was kept is written; a refused one leaves the stored file alone.
+    EXPECT_EQ(preferences.flushes, c.accepted ? 1 : 0);
+    EXPECT_TRUE(notifier.posts.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, ServiceAddressChange,
+    testing::Values(AddressChange{"Another", "https://versions.example.org/", "https://versions.example.org/", true},
+                    AddressChange{"SurroundingSpaceDropped", "  https://versions.example.org/\n",
+                                  "https://versions.example.org/", true},
+                    AddressChange{"EmptyMeansBuiltIn", "", "", true},
+                    AddressChange{"OnlySpaceMeansBuiltIn", " \t", "", true},
+                    AddressChange{"NoTrailingSlashRefused", "https://versions.example.org", kOwnService, false},
+                    AddressChange{"NotAUrlRefused", "my server", kOwnService, false}),
+    [](const auto &info) { return std::string(info.param.name); });
 
 } // namespace
 } // namespace qv

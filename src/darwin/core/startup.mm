@@ -120,8 +120,8 @@ DowngradeFlows &downgradeFlows() {
     static auto *const flows = new DowngradeFlows{
         ui(),
         [](const std::string &storeIdentifier) {
-            static const VersionsSource source =
-                serviceVersionsSource(http(), queues(), serviceClient().endpoints().apiBaseUrl);
+            // Asked each time a list opens: the person may have pointed the phone at their own service since.
+            const VersionsSource source = serviceVersionsSource(http(), queues(), serviceClient().apiBaseUrl());
             return std::make_shared<VersionsListModel>(ui(), source, storeIdentifier);
         },
         [] { return settings().value(Setting::DisableUpdateBlocker); },

@@ -20,13 +20,18 @@ NSInteger switchTag(NSIndexPath *indexPath) {
     return (indexPath.section << kRowBits) | indexPath.row;
 }
 
+std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
+    return {static_cast<std::size_t>(tag >> kRowBits),
+            static_cast<std::size_t>(tag & ((NSInteger{1} << kRowBits) - 1))};
+}
+
 } // namespace
 
 #ifndef QV_SUPPORT_EMAIL
 #define QV_SUPPORT_EMAIL "support@quorvane.com"
 #endif
 
-@interface QVPPSettingsViewController : UITableViewController <MFMailComposeViewControllerDelegate>
+@interface QVPPSettingsViewController : UITableViewController <MFMailComposeViewControllerDelegate, UITextFieldDelegate>
 - (instancetype)initWithModel:(std::shared_ptr<qv::SettingsFormModel>)model;
 @end
 
@@ -173,6 +178,24 @@ NSInteger switchTag(NSIndexPath *indexPath) {
             row->disclosure ? UITableViewCellAccessoryDisclosureIndicator : UITableViewCellAccessoryNone;
         return cell;
     }
+    if (row->kind == qv::FormRow::Kind::Text) {
+        UITextField *field =
+            [[UITextField alloc] initWithFrame:CGRectMake(0, 0, tableView.bounds.size.width * 0.6, 30)];
+        field.text = toNSString(row->text);
+        field.placeholder = toNSString(row->placeholder);
+        field.textAlignment = NSTextAlignmentRight;
+        field.keyboardType = UIKeyboardTypeURL;
+        field.autocapitalizationType = UITextAutocapitalizationTypeNone;
+        field.autocorrectionType = UITextAutocorrectionTypeNo;
+        field.clearButtonMode = UITextFieldViewModeWhileEditing;
+        field.returnKeyType = UIReturnKeyDone;
+        field.delegate = self;
+        field.tag = switchTag(indexPath);
+        [field addTarget:self action:@selector(textEnded:) forControlEvents:UIControlEventEditingDidEnd];
+        cell.accessoryView = field;
+        cell.selectionStyle = UITableViewCellSelectionStyleNone;
+        return cell;
+    }
     UISwitch *toggle = [UISwitch new];
     toggle.on = row->on ? YES : NO;
     toggle.tag = switchTag(indexPath);
@@ -183,9 +206,22 @@ NSInteger switchTag(NSIndexPath *indexPath) {
 }
 
 - (void)switchChanged:(UISwitch *)toggle {
-    const auto section = static_cast<std::size_t>(toggle.tag >> kRowBits);
-    const auto row = static_cast<std::size_t>(toggle.tag & ((NSInteger{1} << kRowBits) - 1));
-    guarded([&] { static_cast<void>(_model->setSwitch(section, row, toggle.on == YES)); });
+    const auto where = rowOfTag(toggle.tag);
+    guarded([&] { static_cast<void>(_model->setSwitch(where.first, where.second, toggle.on == YES)); });
+}
+
+- (BOOL)textFieldShouldReturn:(UITextField *)field {
+    [field resignFirstResponder];
+    return NO;
+}
+
+// The model keeps the text or refuses it with an alert; the row then shows what is kept.
+- (void)textEnded:(UITextField *)field {
+    const auto where = rowOfTag(field.tag);
+    guarded([&] {
+        static_cast<void>(_model->setText(where.first, where.second, qv::darwin::toStdStringOrEmpty(field.text)));
+    });
+    [self.tableView reloadData];
 }
 
 - (void)tableView:(UITableView *)tableView didSelectRowAtIndexPath:(NSIndexPath *)indexPath {
