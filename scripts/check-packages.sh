@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Inspects the built .deb packages: file lists, control fields, the preinst, and each slice of the phone library:
-# architecture, minimum iOS, pointer format, signature, load commands; and the service address the library holds.
+# Inspects the built .deb packages: file lists, control fields, the preinst, the resource folder, and each slice of
+# the phone library: architecture, minimum iOS, pointer format, signature, load commands; and the service address
+# the library holds.
 # usage: check-packages.sh PACKAGE_DIR VERSION [ARCHS]   (ARCHS: the slices the build made, "arm64" or "arm64,arm64e")
 # QV_ALLOW_LOOPBACK=1 in the environment accepts a library built to talk to a service on the phone itself.
 set -euo pipefail
@@ -31,6 +32,19 @@ expect_field() { # deb field expected
 
 expect_line() { # label haystack needle
   grep -qxF -- "$3" <<< "$2" || fail "$1: missing '$3'"
+}
+
+# The resource override answers every bundle of the store processes that asks for a name lying at the top of the
+# resource folder, so only names the library itself asks for may lie there: its settings defaults, its two images
+# and the string tables' folders. An Info.plist there would answer for the store's own.
+check_resource_names() { # layout file-list resource-folder
+  local name
+  while read -r name; do
+    case "$name" in
+      DefaultPreferences.plist | settings.png | settings@[23]x.png | share.png | share@[23]x.png | *.lproj) ;;
+      *) fail "$1: $name lies at the top of the resource folder; every bundle asking for that name would get ours" ;;
+    esac
+  done < <(sed -n "s#^$3/\([^/]*\)\$#\1#p" <<< "$2")
 }
 
 # A library for people must reach a real service; only a build that asked for loopback may carry it.
@@ -73,10 +87,11 @@ check() {
 
   local files
   files=$(dpkg-deb -c "$deb" | awk '{print $6}' | sed 's#^\.##; s#/$##')
-  for path in "$lib/Verdigo.dylib" "$lib/Verdigo.plist" "$res/DefaultPreferences.plist" "$res/Info.plist" \
+  for path in "$lib/Verdigo.dylib" "$lib/Verdigo.plist" "$res/DefaultPreferences.plist" \
     "$res/en.lproj/Localizable.strings" "$res/settings.png" "$res/share.png"; do
     expect_line "$layout files" "$files" "$path"
   done
+  check_resource_names "$layout" "$files" "$res"
   if [ "$layout" = rootless ]; then
     local outside
     outside=$(grep -v -E '^(/var|/var/jb(/.*)?)?$' <<< "$files" || true)
