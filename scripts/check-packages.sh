@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Inspects the built .deb packages: file lists, control fields, the preinst, the resource folder, and each slice of
-# the phone library: architecture, minimum iOS, pointer format, signature, load commands; and the service address
-# the library holds.
+# the phone library: architecture, minimum iOS, pointer format, signature, load commands, imports against the iOS
+# SDKs' stubs and exports; and the service address the library holds.
 # usage: check-packages.sh PACKAGE_DIR VERSION [ARCHS]   (ARCHS: the slices the build made, "arm64" or "arm64,arm64e")
 # QV_ALLOW_LOOPBACK=1 in the environment accepts a library built to talk to a service on the phone itself.
 set -euo pipefail
@@ -45,6 +45,18 @@ check_resource_names() { # layout file-list resource-folder
       *) fail "$1: $name lies at the top of the resource folder; every bundle asking for that name would get ours" ;;
     esac
   done < <(sed -n "s#^$3/\([^/]*\)\$#\1#p" <<< "$2")
+}
+
+# Every symbol one slice binds without weak import must exist in each iOS SDK's stubs from the slice's deployment
+# target up, or the store processes stop at launch on that iOS; nothing may be exported into their namespace.
+check_load_safety() { # layout dylib arch
+  local output
+  if output=$(python3 "$scripts/check-load-safety.py" --arch "$3" "$2" 2>&1); then
+    sed "s/^/$1 /" <<< "$output"
+  else
+    sed "s/^/$1 /" <<< "$output" >&2
+    fail "$1: the $3 slice is not safe to load"
+  fi
 }
 
 # A library for people must reach a real service; only a build that asked for loopback may carry it.
@@ -109,7 +121,10 @@ check() {
   check_service_address "$layout" "$dylib"
   local arch
   for arch in "${archs[@]}"; do
-    [ -f "$work/$layout.$arch.dylib" ] && check_load_commands "$layout" "$arch" "$work/$layout.$arch.dylib"
+    if [ -f "$work/$layout.$arch.dylib" ]; then
+      check_load_commands "$layout" "$arch" "$work/$layout.$arch.dylib"
+      check_load_safety "$layout" "$work/$layout.$arch.dylib" "$arch"
+    fi
   done
   [ "$failures" -ne "$failures_before" ] || echo "ok $layout: $(basename "$deb")"
 }
