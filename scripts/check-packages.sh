@@ -119,11 +119,11 @@ check() {
   grep -q '"com.apple.itunesstored"' "$root$lib/Verdigo.plist" || fail "$layout: filter lacks com.apple.itunesstored"
   check_slices "$layout" "$dylib"
   check_service_address "$layout" "$dylib"
-  local arch
-  for arch in "${archs[@]}"; do
-    if [ -f "$work/$layout.$arch.dylib" ]; then
-      check_load_commands "$layout" "$arch" "$work/$layout.$arch.dylib"
-      check_load_safety "$layout" "$work/$layout.$arch.dylib" "$arch"
+  local slice
+  for slice in "${archs[@]}"; do
+    if [ -f "$work/$layout.$slice.dylib" ]; then
+      check_load_commands "$layout" "$slice" "$work/$layout.$slice.dylib"
+      check_load_safety "$layout" "$work/$layout.$slice.dylib" "$slice"
     fi
   done
   [ "$failures" -ne "$failures_before" ] || echo "ok $layout: $(basename "$deb")"
