@@ -64,18 +64,20 @@ constexpr Statement kUpsertApp{"upsert_app",
                                "title = excluded.title, reported_at = excluded.reported_at"};
 constexpr Statement kUpsertVersion{
     "upsert_version", "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES($1, $2, $3, $4) "
-                      "ON CONFLICT(app_id, external_id) DO UPDATE SET display = excluded.display, "
+                      "ON CONFLICT(app_id, external_id) DO UPDATE SET "
+                      "display = CASE WHEN excluded.display = '' THEN versions.display ELSE excluded.display END, "
                       "reported_at = excluded.reported_at"};
 constexpr Statement kCountAppVersions{"count_app_versions", "SELECT COUNT(*) FROM versions WHERE app_id = $1"};
 constexpr Statement kSelectVersions{
     "select_versions", "SELECT display, external_id FROM versions WHERE app_id = $1 ORDER BY external_id DESC"};
 constexpr Statement kAppsWithId{
     "apps_with_id", "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v "
-                    "WHERE v.app_id = a.app_id ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.app_id = $1"};
+                    "WHERE v.app_id = a.app_id AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a "
+                    "WHERE a.app_id = $1"};
 constexpr Statement kAppsWithBundleId{
     "apps_with_bundle_id",
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
-    "ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.bundle_id = $1 ORDER BY a.app_id"};
+    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.bundle_id = $1 ORDER BY a.app_id"};
 // Taking the totals row first makes every instance's event writes queue up behind one another, so ids grow in the
 // order events are kept and the totals stay exact.
 constexpr Statement kLockEventTotals{"lock_event_totals",

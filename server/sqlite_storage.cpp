@@ -50,12 +50,14 @@ constexpr const char *kUpsertApp =
     "reported_at = excluded.reported_at";
 constexpr const char *kUpsertVersion =
     "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES(?1, ?2, ?3, ?4) "
-    "ON CONFLICT(app_id, external_id) DO UPDATE SET display = excluded.display, reported_at = excluded.reported_at";
+    "ON CONFLICT(app_id, external_id) DO UPDATE SET "
+    "display = CASE WHEN excluded.display = '' THEN versions.display ELSE excluded.display END, "
+    "reported_at = excluded.reported_at";
 constexpr const char *kSelectVersions =
     "SELECT display, external_id FROM versions WHERE app_id = ?1 ORDER BY external_id DESC";
 constexpr const char *kSelectAppSummary =
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
-    "ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
+    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
 constexpr const char *kCountAppVersions = "SELECT COUNT(*) FROM versions WHERE app_id = ?1";
 constexpr const char *kInsertEvent = "INSERT INTO search_events(query, body, received_at) VALUES(?1, ?2, ?3)";
 constexpr const char *kCountCutoff = "SELECT MAX(id) - ?1 FROM search_events";

@@ -32,7 +32,7 @@ struct AppSummary {
     std::int64_t appId = 0;
     std::string bundleId;
     std::string title;
-    std::string newestDisplay; // display text of the highest external identifier known
+    std::string newestDisplay; // display text of the highest external identifier whose display is known
 };
 
 // What a storage keeps at most, whatever the database behind it.
@@ -61,8 +61,9 @@ class VersionStorage {
     virtual ~VersionStorage() = default;
 
     // Records the report atomically: the app's names become the report's, each version is added or its display
-    // text replaced. Fails with TooManyVersions, recording nothing, when the app would then hold more versions than
-    // the storage keeps per app.
+    // text replaced. An empty display text means "not known yet": it is stored for a new version but never replaces
+    // a known one, so a later report with the text fills it in. Fails with TooManyVersions, recording nothing, when the
+    // app would then hold more versions than the storage keeps per app.
     virtual Result<void> recordReport(const VersionReport &report) = 0;
     // Every known version of the app, highest external identifier first.
     virtual Result<std::vector<StoredVersion>> versionsOf(std::int64_t appId) = 0;

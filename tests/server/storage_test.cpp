@@ -241,6 +241,41 @@ TEST_P(EachBackend, ReportsMergeAndTheLatestNamesWin) {
     EXPECT_TRUE((*storage)->appsWithId(8)->empty());
 }
 
+// An empty display text stands for a version whose text is not known yet.
+struct DisplayCase {
+    const char *name;
+    std::vector<std::vector<ReportedVersion>> reports; // recorded one after another
+    const char *listed;                                // versionsOf, "id=display " newest first
+    const char *newestDisplay;                         // what the lookup shows for the app
+};
+using UnknownDisplays = OnEachBackend<DisplayCase>;
+TEST_P(UnknownDisplays, AreKeptWithoutEverHidingAKnownText) {
+    auto storage = database_->open({});
+    ASSERT_TRUE(storage) << storage.error().describe();
+    for (const auto &versions : testCase().reports) {
+        ASSERT_TRUE((*storage)->recordReport(VersionReport{9, "com.x", "X", versions}));
+    }
+    const auto versions = (*storage)->versionsOf(9);
+    ASSERT_TRUE(versions);
+    std::string listed;
+    for (const auto &version : *versions) {
+        listed += std::to_string(version.externalId) + "=" + version.display + " ";
+    }
+    EXPECT_EQ(listed, testCase().listed);
+    EXPECT_EQ((*storage)->appsWithId(9)->at(0).newestDisplay, testCase().newestDisplay);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Storage, UnknownDisplays,
+    ::testing::Combine(
+        kBackends,
+        ::testing::Values(DisplayCase{"StoredWhenNew", {{{2, ""}, {1, "1.0"}}}, "2= 1=1.0 ", "1.0"},
+                          DisplayCase{"NeverOverwritesAKnownText", {{{1, "1.0"}}, {{1, ""}}}, "1=1.0 ", "1.0"},
+                          DisplayCase{"FilledInByALaterReport", {{{1, ""}}, {{1, "1.0"}}}, "1=1.0 ", "1.0"},
+                          DisplayCase{"KnownThenUnknownInOneReport", {{{1, "1.0"}, {1, ""}}}, "1=1.0 ", "1.0"},
+                          DisplayCase{"UnknownThenKnownInOneReport", {{{1, ""}, {1, "1.0"}}}, "1=1.0 ", "1.0"},
+                          DisplayCase{"OnlyUnknown", {{{5, ""}, {3, ""}}}, "5= 3= ", ""})),
+    [](const auto &info) { return backendAndCaseName(info); });
+
 // Another process's exclusive lock: a real write failure that passes once the lock is gone, as root too.
 class ForeignLock {
   public:

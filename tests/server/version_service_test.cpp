@@ -85,6 +85,21 @@ TEST_F(ServiceTest, AReportReplacesAnAlreadyAnsweredList) {
     EXPECT_EQ(versionsOf("42").find(R"({"bundle_version":"2.0","external_identifier":"1000"})"), 1U);
 }
 
+TEST_F(ServiceTest, VersionsWithoutADisplayAreListedInOrderAndFilledInLater) {
+    ASSERT_EQ(
+        call(
+            "POST", "/v1/apple_apps/42/versions",
+            R"({"bundle_id":"com.example.app","identifier":42,"title":"E","versions":[{"display":"","externalId":9},{"display":"","externalId":1000}]})")
+            .status,
+        200);
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kMetadataReport).status, 200);
+    EXPECT_EQ(versionsOf("42"), R"([{"bundle_version":"","external_identifier":"1000"},)"
+                                R"({"bundle_version":"1.2.0","external_identifier":"900"},)"
+                                R"({"bundle_version":"","external_identifier":"9"}])");
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
+    EXPECT_EQ(versionsOf("42").find(R"([{"bundle_version":"2.0","external_identifier":"1000"})"), 0U);
+}
+
 TEST(VersionsReplyCache, AReplyReadBeforeAReportIsNotKept) {
     VersionsReplyCache cache;
     const auto staleTicket = cache.ticket();
