@@ -6,7 +6,7 @@ packages=(
   build-essential cmake ninja-build pkg-config git file
   clang-14 lld-14 llvm-14 libclang-rt-14-dev clang-format clang-tidy
   libgtest-dev libgmock-dev libbenchmark-dev
-  libicu-dev libplist-dev libcurl4-openssl-dev libcli11-dev
+  libicu-dev libplist-dev libzip-dev libcurl4-openssl-dev libcli11-dev
   libboost-dev zlib1g-dev libcpp-httplib-dev libsqlite3-dev sqlite3 libpq-dev postgresql
   dpkg-dev fakeroot curl python3 python3-yaml
   # The phone library: clang-22 compiles both slices; building the arm64e linker (README "The phone library") also

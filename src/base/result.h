@@ -20,6 +20,7 @@ namespace qv {
     X(MalformedPropertyList, "not a well-formed property list")                                                        \
     X(MalformedArchive, "not a keyed archive of the expected shape")                                                   \
     X(UnencodableValue, "the value cannot be archived")                                                                \
+    X(MalformedAppArchive, "not a readable app archive")                                                               \
     X(ContainerUnknown, "the App Store app's data container is unknown")                                               \
     X(StorageFailed, "the database failed")                                                                            \
     X(BadRequest, "bad request")                                                                                       \
