@@ -119,6 +119,77 @@ std::string_view describe(ReportOutcome outcome) {
     return "unknown outcome";
 }
 
+BuiltReport reportFromStoreItem(const Value &item) {
+    // A missing key and an explicit null read the same: both are absent to the platform.
+    const Value &offers = item["offers"];
+    if (offers[0]["version"].isNull()) {
+        return {ReportOutcome::MissingVersion, std::nullopt};
+    }
+    const Value &bundleId = item["bundleId"];
+    const Value &identifier = item["id"];
+    const Value &name = item["name"];
+    if (bundleId.isNull() || identifier.isNull() || name.isNull()) {
+        return {ReportOutcome::MissingField, std::nullopt};
+    }
+    Array versions;
+    for (const auto &offer : *offers.asArray()) {
+        const Value &version = offer["version"];
+        if (version.isNull()) {
+            return {ReportOutcome::MissingField, std::nullopt};
+        }
+        versions.push_back(version);
+    }
+    return {ReportOutcome::Sent,
+            VersionReportRequest{textOf(identifier), versionReport(bundleId, identifier, name, std::move(versions))}};
+}
+
+BuiltReport reportFromMetadata(const Value &metadata) {
+    const Value &shortVersion = metadata["bundleShortVersionString"];
+    const Value &externalId = metadata["softwareVersionExternalIdentifier"];
+    if (shortVersion.isNull() || externalId.isNull()) {
+        return {ReportOutcome::MissingVersion, std::nullopt};
+    }
+    const Value &bundleId = metadata["softwareVersionBundleId"];
+    const Value &itemId = metadata["itemId"];
+    const Value &itemName = metadata["itemName"];
+    if (itemName.isNull() || itemId.isNull() || bundleId.isNull()) {
+        return {ReportOutcome::MissingField, std::nullopt};
+    }
+
+    // The lower of bundle version and short version is shown, but only a dotted bundle version counts: a bare
+    // build number says nothing about the marketing version.
+    const Value &bundleVersion = metadata["bundleVersion"];
+    const std::string candidate = textOf(bundleVersion.isNull() ? shortVersion : bundleVersion);
+    const bool candidateIsLower = candidate.find('.') != std::string::npos &&
+                                  isOlderThanVersion(candidate, std::string_view(textOf(shortVersion)));
+    Array versions{
+        Value(Dictionary{{"display", candidateIsLower ? Value(candidate) : shortVersion}, {"externalId", externalId}})};
+    return {ReportOutcome::Sent,
+            VersionReportRequest{textOf(itemId), versionReport(bundleId, itemId, itemName, std::move(versions))}};
+}
+
+BuiltReport reportFromArchiveMetadata(const Value &metadata) {
+    BuiltReport report = reportFromMetadata(metadata);
+    if (!report.request) {
+        return report;
+    }
+    Array versions = *report.request->body["versions"].asArray();
+    // The version the metadata describes may carry its identifier as text or as a number.
+    std::set<std::string, std::less<>> named;
+    for (const auto &version : versions) {
+        named.insert(textOf(version["externalId"]));
+    }
+    const Array *listed = metadata["softwareVersionExternalIdentifiers"].asArray();
+    for (const Value &identifier : listed != nullptr ? *listed : Array()) {
+        const std::int64_t *number = identifier.asInteger();
+        if (number != nullptr && *number >= 0 && named.insert(std::to_string(*number)).second) {
+            versions.push_back(Value(Dictionary{{"display", ""}, {"externalId", *number}}));
+        }
+    }
+    report.request->body.asDictionary()->set("versions", Value(std::move(versions)));
+    return report;
+}
+
 std::optional<std::string> jsonBody(const Value &parameters) {
     const bool container = parameters.asArray() != nullptr || parameters.asDictionary() != nullptr;
     if (!container || !hasJsonForm(parameters)) {
@@ -197,58 +268,21 @@ ReportOutcome ServiceClient::cacheAppWithInfo(const Value &item) {
     if (appCachingDisabled()) {
         return ReportOutcome::CachingDisabled;
     }
-    // A missing key and an explicit null read the same: both are absent to the platform.
-    const Value &offers = item["offers"];
-    if (offers[0]["version"].isNull()) {
-        return ReportOutcome::MissingVersion;
-    }
-    const Value &bundleId = item["bundleId"];
-    const Value &identifier = item["id"];
-    const Value &name = item["name"];
-    if (bundleId.isNull() || identifier.isNull() || name.isNull()) {
-        return ReportOutcome::MissingField;
-    }
-    Array versions;
-    for (const auto &offer : *offers.asArray()) {
-        const Value &version = offer["version"];
-        if (version.isNull()) {
-            return ReportOutcome::MissingField;
-        }
-        versions.push_back(version);
-    }
-    const Value body = versionReport(bundleId, identifier, name, std::move(versions));
-    postWithPath(http_, versionsPath(textOf(identifier)), apiBaseUrl(), body);
-    return ReportOutcome::Sent;
+    return post(reportFromStoreItem(item));
 }
 
 ReportOutcome ServiceClient::cacheAppWithMetadata(const Value &metadata) {
     if (appCachingDisabled()) {
         return ReportOutcome::CachingDisabled;
     }
-    const Value &shortVersion = metadata["bundleShortVersionString"];
-    const Value &externalId = metadata["softwareVersionExternalIdentifier"];
-    if (shortVersion.isNull() || externalId.isNull()) {
-        return ReportOutcome::MissingVersion;
-    }
-    const Value &bundleId = metadata["softwareVersionBundleId"];
-    const Value &itemId = metadata["itemId"];
-    const Value &itemName = metadata["itemName"];
+    return post(reportFromMetadata(metadata));
+}
 
-    // The lower of bundle version and short version is shown, but only a dotted bundle version counts: a bare
-    // build number says nothing about the marketing version.
-    const Value &bundleVersion = metadata["bundleVersion"];
-    const std::string candidate = textOf(bundleVersion.isNull() ? shortVersion : bundleVersion);
-    const bool candidateIsLower = candidate.find('.') != std::string::npos &&
-                                  isOlderThanVersion(candidate, std::string_view(textOf(shortVersion)));
-    const Value display = candidateIsLower ? Value(candidate) : shortVersion;
-
-    if (itemName.isNull() || itemId.isNull() || bundleId.isNull()) {
-        return ReportOutcome::MissingField;
+ReportOutcome ServiceClient::post(const BuiltReport &report) {
+    if (report.request) {
+        postWithPath(http_, versionsPath(report.request->storeIdentifier), apiBaseUrl(), report.request->body);
     }
-    Array versions{Value(Dictionary{{"display", display}, {"externalId", externalId}})};
-    const Value body = versionReport(bundleId, itemId, itemName, std::move(versions));
-    postWithPath(http_, versionsPath(textOf(itemId)), apiBaseUrl(), body);
-    return ReportOutcome::Sent;
+    return report.outcome;
 }
 
 void ServiceClient::cacheAppWithPurchaseDictionary(const Value &purchase) {

@@ -33,6 +33,27 @@ enum class ReportOutcome {
 };
 std::string_view describe(ReportOutcome outcome);
 
+// A version report ready to go: the store identifier whose versions resource takes it, and the body.
+struct VersionReportRequest {
+    std::string storeIdentifier;
+    Value body;
+};
+// A built report (outcome Sent: ready to send), or why none can be built.
+struct BuiltReport {
+    ReportOutcome outcome = ReportOutcome::Sent;
+    std::optional<VersionReportRequest> request; // set exactly when outcome is Sent
+};
+
+// The report of an installed app's metadata: bundle id, store id, name and one version, and nothing else the
+// metadata holds (it also carries the buyer's account). The switch is not consulted here.
+BuiltReport reportFromMetadata(const Value &metadata);
+// The metadata's report plus every external version identifier the store lists for the app
+// ("softwareVersionExternalIdentifiers") that the report does not already name, each as a version whose display
+// text is not known yet (""). The list holds integers; any other entry is left out.
+BuiltReport reportFromArchiveMetadata(const Value &metadata);
+// The report of a store item: bundle id, id, name and every offer's version. The switch is not consulted here.
+BuiltReport reportFromStoreItem(const Value &item);
+
 // Compact JSON for a request body, or nothing when the value has no JSON form (top level not an array or
 // dictionary, a non-text key, bytes, a date or a non-finite number).
 std::optional<std::string> jsonBody(const Value &parameters);
@@ -103,6 +124,7 @@ class ServiceClient {
                 std::function<void(LookupReply)> completion);
     void sendSearchEvent(const std::string &html);
     bool appCachingDisabled() const;
+    ReportOutcome post(const BuiltReport &report);
 
     Http &http_;
     Queues &queues_;
