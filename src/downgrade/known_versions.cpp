@@ -54,6 +54,13 @@ KnownVersions versionsFromReply(const HttpResult &reply) {
 
 } // namespace
 
+std::string shownVersionText(const QVVersion &version) {
+    if (!version.bundle_version) {
+        return {};
+    }
+    return version.bundle_version->empty() ? std::string(kUnknownVersionText) : *version.bundle_version;
+}
+
 std::optional<std::vector<QVVersion>> versionsFromJson(const Value &json) {
     const Array *objects = json.asArray();
     if (objects == nullptr) {

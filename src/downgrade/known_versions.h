@@ -22,6 +22,13 @@ struct QVVersion {
     friend bool operator==(const QVVersion &, const QVVersion &) = default;
 };
 
+// What a version whose display text the service does not know yet (an empty "bundle_version") is shown as.
+inline constexpr std::string_view kUnknownVersionText = "Unknown version";
+
+// The version's text as a list shows it: its display text, kUnknownVersionText when the service sent it empty, and
+// blank when the service left it out.
+std::string shownVersionText(const QVVersion &version);
+
 // Maps a reply that is an array of objects onto records; nothing when the reply has another shape or a
 // property holds something other than text, a number or null.
 std::optional<std::vector<QVVersion>> versionsFromJson(const Value &json);

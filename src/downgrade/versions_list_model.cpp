@@ -40,7 +40,7 @@ void VersionsListModel::loaded(KnownVersions reply) {
     versions_ = failure ? std::vector<QVVersion>() : std::move(reply).value();
     rows_.clear();
     for (const QVVersion &version : versions_) {
-        rows_.push_back({version.bundle_version.value_or(""), version.external_identifier.value_or("")});
+        rows_.push_back({shownVersionText(version), version.external_identifier.value_or("")});
     }
     refreshing_ = false;
     changed();

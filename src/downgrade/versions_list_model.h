@@ -34,7 +34,7 @@ VersionsSource serviceVersionsSource(Http &http, Queues &queues, std::string api
 class VersionsListModel final : public ScreenModel, public std::enable_shared_from_this<VersionsListModel> {
   public:
     struct Row {
-        std::string text;       // the version as users see it; empty when the service left it out
+        std::string text;       // the version as users see it (shownVersionText)
         std::string detailText; // the external version identifier; empty when left out
     };
 

@@ -14,7 +14,8 @@ namespace {
 struct ListRig {
     ScriptedUi ui;
     int loads = 0;
-    KnownVersions reply{std::vector<QVVersion>{{"2.0", "900"}, {std::nullopt, "800"}, {"0.9", std::nullopt}}};
+    KnownVersions reply{
+        std::vector<QVVersion>{{"2.0", "900"}, {std::nullopt, "800"}, {"0.9", std::nullopt}, {"", "700"}}};
     std::vector<std::optional<std::string>> chosen;
     int cancelled = 0;
     std::shared_ptr<VersionsListModel> model = std::make_shared<VersionsListModel>(
@@ -38,9 +39,12 @@ TEST(VersionsList, LoadsOnFirstAppearanceAndOnRefreshOnly) {
     EXPECT_EQ(rig.loads, 1);
     rig.model->refresh();
     EXPECT_EQ(rig.loads, 2);
-    ASSERT_EQ(rig.model->rows().size(), 3U);
+    ASSERT_EQ(rig.model->rows().size(), 4U);
     EXPECT_EQ(rig.model->rows()[1].text, "");
     EXPECT_EQ(rig.model->rows()[1].detailText, "800");
+    // A version the service knows only by its identifier can still be chosen.
+    EXPECT_EQ(rig.model->rows()[3].text, "Unknown version");
+    EXPECT_EQ(rig.model->rows()[3].detailText, "700");
     EXPECT_FALSE(rig.model->refreshing());
 }
 

@@ -19,6 +19,7 @@
 #include "base/json.h"
 #include "server/http_front.h"
 #include "server/sqlite_storage.h"
+#include "support/app_archives.h"
 #include "support/cli_runner.h"
 #include "support/temp_dir.h"
 #include "support/unprivileged_child.h"
@@ -94,6 +95,21 @@ TEST_F(LiveService, ReportThenVersionsThenLookup) {
     EXPECT_EQ(test::runBinary("versions 7001" + server).out, "VERSION  EXTERNAL ID\n2.0      1000\n1.2.0    900\n");
     EXPECT_EQ(test::runBinary("lookup 7001" + server).out, "com.example.live\n");
     EXPECT_EQ(test::runBinary("lookup --bundle-id com.example.live" + server).out, "7001\n");
+}
+
+TEST_F(LiveService, AnImportedArchiveListsItsVersionsWithAndWithoutDisplay) {
+    const std::string archive = directory_->path() + "/Notes.ipa";
+    ASSERT_TRUE(test::writeZip(
+        archive, {{"Payload/Notes.app/Info.plist", "<plist/>"},
+                  {"iTunesMetadata.plist", test::metadataPlist("7002", "2.1", "820", {"800", "810", "820"})}}));
+    const std::string server = " --server " + serverUrl();
+    const auto imported = test::runBinary("import " + archive + server);
+    EXPECT_EQ(imported.exitCode, 0) << imported.out;
+    EXPECT_EQ(imported.out, "imported 1 app: 1 version, 2 ids without display; 0 files skipped\n");
+    EXPECT_EQ(test::runBinary("versions 7002" + server).out, "VERSION          EXTERNAL ID\n"
+                                                             "2.1              820\n"
+                                                             "Unknown version  810\n"
+                                                             "Unknown version  800\n");
 }
 
 struct DowngradeCase {

@@ -19,6 +19,7 @@ int run(int argc, const char *const *argv, Io &io) {
     registerHooksCommand(app, io);
     registerDowngradeCommand(app, io);
     registerSettingsCommand(app, io);
+    registerImportCommand(app, io);
     try {
         app.parse(argc, argv);
     } catch (const CLI::CallForHelp &) {
@@ -34,6 +35,8 @@ int run(int argc, const char *const *argv, Io &io) {
         }
         io.err << "qvdovrin: " << error.what() << "\n";
         return kExitBadUsage;
+    } catch (const ExitWithoutMessage &exit) {
+        return exit.exitCode();
     } catch (const BadInput &error) {
         io.err << "qvdovrin: " << error.what() << "\n";
         return kExitBadInput;

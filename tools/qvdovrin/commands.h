@@ -25,6 +25,17 @@ class BadInput : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
+// Thrown by a command that has already written all it has to say and only sets the exit code.
+class ExitWithoutMessage : public std::exception {
+  public:
+    explicit ExitWithoutMessage(int exitCode) : exitCode_(exitCode) {}
+    int exitCode() const { return exitCode_; }
+    const char *what() const noexcept override { return "exit without message"; }
+
+  private:
+    int exitCode_;
+};
+
 // The value of a successful result; a failure becomes BadInput with the failure's one line.
 template <class T> T valueOrBadInput(qv::Result<T> result) {
     if (!result) {
@@ -47,6 +58,7 @@ void registerServiceCommands(CLI::App &app, Io &io);  // serve, versions, lookup
 void registerHooksCommand(CLI::App &app, Io &io);     // hooks
 void registerDowngradeCommand(CLI::App &app, Io &io); // downgrade
 void registerSettingsCommand(CLI::App &app, Io &io);  // settings
+void registerImportCommand(CLI::App &app, Io &io);    // import
 
 // Parses and runs one command line; returns the process exit code. Never throws.
 int run(int argc, const char *const *argv, Io &io);

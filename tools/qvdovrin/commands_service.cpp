@@ -7,12 +7,14 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
 #include <iomanip>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
 #include "base/json.h"
@@ -49,6 +51,16 @@ struct ServeOptions {
     std::size_t replyCacheBytes = qv::server::kDefaultReplyCacheBytes;
 };
 
+// The database as a person finds it: the SQLite file's full path, or the PostgreSQL URL without its password.
+std::string whereDataLives(const std::string &database) {
+    if (qv::server::isPostgresUrl(database)) {
+        return "the PostgreSQL database " + qv::server::withoutPassword(database);
+    }
+    std::error_code error;
+    const auto absolute = std::filesystem::absolute(database, error);
+    return error ? database : absolute.lexically_normal().string();
+}
+
 void serve(const ServeOptions &options, Io &io) {
     const auto address = qv::server::parseListenAddress(options.listen);
     if (!address) {
@@ -63,8 +75,11 @@ void serve(const ServeOptions &options, Io &io) {
                                          options.maxVersionsPerReport,
                                          options.replyCacheBytes};
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
-        io.out << "serving on http://" << config.host << ":" << port << "/ (database "
-               << qv::server::withoutPassword(config.database) << ")" << std::endl;
+        const std::string url = "http://" + config.host + ":" + std::to_string(port) + "/";
+        io.out << "serving on " << url << " (database " << qv::server::withoutPassword(config.database) << ")\n"
+               << "  feed it versions from app archives and metadata files you have, e.g.:\n"
+               << "    qvdovrin import ~/Downloads/SomeApp.ipa --server " << url << "\n"
+               << "  the data lives in " << whereDataLives(config.database) << std::endl;
     });
     if (!served) {
         throw BadInput(served.error().describe());
@@ -100,12 +115,12 @@ void versions(const VersionsOptions &options, Io &io) {
     }
     std::size_t width = std::string("VERSION").size();
     for (const auto &version : list) {
-        width = std::max(width, version.bundle_version.value_or("").size());
+        width = std::max(width, qv::shownVersionText(version).size());
     }
     io.out << std::left << std::setw(static_cast<int>(width)) << "VERSION"
            << "  EXTERNAL ID\n";
     for (const auto &version : list) {
-        io.out << std::setw(static_cast<int>(width)) << version.bundle_version.value_or("") << "  "
+        io.out << std::setw(static_cast<int>(width)) << qv::shownVersionText(version) << "  "
                << version.external_identifier.value_or("") << "\n";
     }
 }
