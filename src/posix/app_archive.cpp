@@ -37,8 +37,11 @@ std::string zipErrorText(int code) {
 }
 
 Error openFailure(int code) {
-    if (code == ZIP_ER_NOZIP || code == ZIP_ER_INCONS) {
-        return broken("not a zip archive (" + zipErrorText(code) + ")");
+    if (code == ZIP_ER_NOZIP) {
+        return broken("not a zip archive");
+    }
+    if (code == ZIP_ER_INCONS) {
+        return broken("a damaged zip archive (" + zipErrorText(code) + ")");
     }
     return fail(ErrorCode::FileUnreadable, zipErrorText(code));
 }
