@@ -183,10 +183,10 @@ std::optional<ServiceResponse> refusalForHeader(const http::request_parser<http:
     return std::nullopt;
 }
 
-ServiceRequest serviceRequestOf(http::request<http::string_body> &&request) {
+ServiceRequest serviceRequestOf(http::request<http::string_body> &&request, const std::string &peer) {
     auto [path, query] = splitTarget(std::string_view(request.target().data(), request.target().size()));
     ServiceRequest serviceRequest{
-        std::string(request.method_string()), std::move(path), std::move(query), std::move(request.body()), {}};
+        std::string(request.method_string()), std::move(path), std::move(query), std::move(request.body()), {}, peer};
     for (const auto &field : request) {
         std::string name(field.name_string());
         std::transform(name.begin(), name.end(), name.begin(),
@@ -224,7 +224,14 @@ class Connection : public std::enable_shared_from_this<Connection> {
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
-    void start() { awaitRequest(); }
+    void start() {
+        beast::error_code error;
+        const auto remote = stream_.socket().remote_endpoint(error);
+        if (!error) {
+            peer_ = remote.address().to_string();
+        }
+        awaitRequest();
+    }
 
   private:
     const FrontLimits &limits() const { return shared_->limits; }
@@ -372,7 +379,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
         const unsigned version = request.version();
         const bool read = request.method() == http::verb::get || request.method() == http::verb::head;
         const bool headOnly = request.method() == http::verb::head;
-        ServiceRequest serviceRequest = serviceRequestOf(std::move(request));
+        ServiceRequest serviceRequest = serviceRequestOf(std::move(request), peer_);
         if (shared_->fromMemory) {
             if (auto reply = shared_->fromMemory(serviceRequest)) {
                 write(std::move(*reply), keepAlive, version, headOnly);
@@ -477,6 +484,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::size_t drained_ = 0;
     std::size_t answered_ = 0;
     std::size_t scanned_ = 0;
+    std::string peer_;
 };
 
 std::string refusalText() {

@@ -9,6 +9,8 @@
 #include <iterator>
 #include <utility>
 
+#include "server/clients.h"
+
 namespace qv::server {
 
 namespace {
@@ -43,6 +45,30 @@ CREATE TABLE service_state(
   id integer PRIMARY KEY CHECK(id = 1),
   opened_at bigint NOT NULL);
 )sql",
+    // Who reported what, the bytes kept and the key senders' addresses are hashed with. Versions stored before
+    // senders were counted get one anonymous sender, so they do not look less supported than anything new.
+    R"sql(
+CREATE TABLE version_sources(
+  app_id bigint NOT NULL,
+  external_id bigint NOT NULL,
+  client text NOT NULL,
+  PRIMARY KEY(app_id, external_id, client));
+CREATE TABLE app_sources(
+  app_id bigint NOT NULL,
+  client text NOT NULL,
+  PRIMARY KEY(app_id, client));
+INSERT INTO version_sources(app_id, external_id, client) SELECT app_id, external_id, '' FROM versions;
+INSERT INTO app_sources(app_id, client) SELECT app_id, '' FROM apps;
+CREATE TABLE version_bytes(
+  id integer PRIMARY KEY CHECK(id = 1),
+  total bigint NOT NULL);
+INSERT INTO version_bytes(id, total) SELECT 1,
+  (SELECT COALESCE(SUM(octet_length(bundle_id) + octet_length(title) + 64), 0) FROM apps) +
+  (SELECT COALESCE(SUM(octet_length(display) + 64), 0) FROM versions);
+CREATE TABLE client_key(
+  id integer PRIMARY KEY CHECK(id = 1),
+  secret text NOT NULL);
+)sql",
 };
 
 // Held for the length of the migration transaction, so instances starting together migrate one after another.
@@ -58,10 +84,39 @@ struct Statement {
 // Prepared on every connection as it is made.
 constexpr Statement kProveWritable{"prove_writable", "INSERT INTO service_state(id, opened_at) VALUES(1, $1) "
                                                      "ON CONFLICT(id) DO UPDATE SET opened_at = excluded.opened_at"};
+constexpr Statement kMakeClientKey{"make_client_key", "INSERT INTO client_key(id, secret) VALUES(1, $1) "
+                                                      "ON CONFLICT(id) DO NOTHING"};
+constexpr Statement kClientKey{"client_key", "SELECT secret FROM client_key WHERE id = 1"};
+// The names stay as the first report gave them; the row lock it takes orders two reports of one app, from any
+// instance, one after the other.
 constexpr Statement kUpsertApp{"upsert_app",
                                "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES($1, $2, $3, $4) "
-                               "ON CONFLICT(app_id) DO UPDATE SET bundle_id = excluded.bundle_id, "
-                               "title = excluded.title, reported_at = excluded.reported_at"};
+                               "ON CONFLICT(app_id) DO UPDATE SET reported_at = excluded.reported_at "
+                               "RETURNING bundle_id, xmax = 0"};
+constexpr Statement kCountAppSource{"count_app_source",
+                                    "INSERT INTO app_sources(app_id, client) SELECT $1, $2 "
+                                    "WHERE (SELECT COUNT(*) FROM app_sources WHERE app_id = $1) < $3 "
+                                    "ON CONFLICT DO NOTHING"};
+constexpr Statement kCountVersionSource{
+    "count_version_source",
+    "INSERT INTO version_sources(app_id, external_id, client) SELECT $1, $2, $3 "
+    "WHERE (SELECT COUNT(*) FROM version_sources WHERE app_id = $1 AND external_id = $2) < $4 ON CONFLICT DO NOTHING"};
+constexpr Statement kAppBytes{
+    "app_bytes", "SELECT (SELECT COALESCE(SUM(octet_length(display) + 64), 0) FROM versions WHERE app_id = $1) + "
+                 "(SELECT COALESCE(SUM(octet_length(bundle_id) + octet_length(title) + 64), 0) FROM apps "
+                 "WHERE app_id = $1)"};
+constexpr Statement kEvictLeastSupported{
+    "evict_least_supported",
+    "DELETE FROM versions WHERE app_id = $1 AND external_id IN (SELECT v.external_id FROM versions v "
+    "WHERE v.app_id = $1 ORDER BY (SELECT COUNT(*) FROM version_sources s WHERE s.app_id = v.app_id AND "
+    "s.external_id = v.external_id), v.reported_at, v.external_id LIMIT $2)"};
+constexpr Statement kDropOrphanSources{
+    "drop_orphan_sources", "DELETE FROM version_sources s WHERE s.app_id = $1 AND NOT EXISTS "
+                           "(SELECT 1 FROM versions v WHERE v.app_id = $1 AND v.external_id = s.external_id)"};
+// Taking the totals row orders every instance's version writes, so the total stays exact.
+constexpr Statement kLockVersionBytes{"lock_version_bytes", "SELECT total FROM version_bytes WHERE id = 1 FOR UPDATE"};
+constexpr Statement kVersionBytes{"version_bytes", "SELECT total FROM version_bytes WHERE id = 1"};
+constexpr Statement kSetVersionBytes{"set_version_bytes", "UPDATE version_bytes SET total = $1 WHERE id = 1"};
 constexpr Statement kUpsertVersion{
     "upsert_version", "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES($1, $2, $3, $4) "
                       "ON CONFLICT(app_id, external_id) DO UPDATE SET "
@@ -77,7 +132,8 @@ constexpr Statement kAppsWithId{
 constexpr Statement kAppsWithBundleId{
     "apps_with_bundle_id",
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
-    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.bundle_id = $1 ORDER BY a.app_id"};
+    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.bundle_id = $1 ORDER BY "
+    "(SELECT COUNT(*) FROM app_sources s WHERE s.app_id = a.app_id) DESC, a.app_id LIMIT 1"};
 // Taking the totals row first makes every instance's event writes queue up behind one another, so ids grow in the
 // order events are kept and the totals stay exact.
 constexpr Statement kLockEventTotals{"lock_event_totals",
@@ -94,9 +150,12 @@ constexpr Statement kSetEventTotals{"set_event_totals",
                                     "UPDATE search_event_totals SET events = $1, bytes = $2 WHERE id = 1"};
 constexpr Statement kCountEvents{"count_events", "SELECT COUNT(*) FROM search_events"};
 
-constexpr Statement kStatements[] = {
-    kProveWritable,   kUpsertApp,   kUpsertVersion, kCountAppVersions, kSelectVersions, kAppsWithId, kAppsWithBundleId,
-    kLockEventTotals, kInsertEvent, kTrimCutoff,    kDeleteEventsUpTo, kSetEventTotals, kCountEvents};
+constexpr Statement kStatements[] = {kProveWritable,      kUpsertApp,     kUpsertVersion,       kCountAppVersions,
+                                     kSelectVersions,     kAppsWithId,    kAppsWithBundleId,    kLockEventTotals,
+                                     kInsertEvent,        kTrimCutoff,    kDeleteEventsUpTo,    kSetEventTotals,
+                                     kCountEvents,        kMakeClientKey, kClientKey,           kCountAppSource,
+                                     kCountVersionSource, kAppBytes,      kEvictLeastSupported, kDropOrphanSources,
+                                     kLockVersionBytes,   kVersionBytes,  kSetVersionBytes};
 
 std::int64_t nowSeconds() {
     return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
@@ -330,6 +389,10 @@ Result<void> migrate(PostgresStorage::Connection &db) {
         outcome = db.prepareAll();
     }
     if (outcome) {
+        auto made = db.query(kMakeClientKey, {randomSecret()});
+        outcome = made ? Result<void>() : Result<void>(made.error());
+    }
+    if (outcome) {
         // A real write at every open: a database that cannot take it is refused before the service listens.
         auto proven = db.query(kProveWritable, {std::to_string(nowSeconds())});
         outcome = proven ? Result<void>() : Result<void>(proven.error());
@@ -404,7 +467,12 @@ Result<std::unique_ptr<PostgresStorage>> PostgresStorage::open(const PostgresOpt
     if (auto migrated = migrate(**first); !migrated) {
         return storageFailure(shown + ": " + migrated.error().detail);
     }
+    auto key = (*first)->query(kClientKey, {});
+    if (!key || (*key)->rows() != 1) {
+        return storageFailure(shown + ": the client key is missing");
+    }
     auto storage = std::unique_ptr<PostgresStorage>(new PostgresStorage(options));
+    storage->clientKey_ = (*key)->text(0, 0);
     storage->idle_.push_back(std::move(*first));
     // The rest connect on first use, so a pool larger than the load costs the server nothing.
     storage->idle_.resize(options.connections);
@@ -448,7 +516,92 @@ Result<PostgresStorage::Connection *> PostgresStorage::connected(std::unique_ptr
     return slot.get();
 }
 
+namespace {
+
+Result<std::int64_t> singleInteger(Result<std::unique_ptr<QueryResult>> rows) {
+    if (!rows) {
+        return rows.error();
+    }
+    if ((*rows)->rows() != 1) {
+        return storageFailure("no row");
+    }
+    return (*rows)->integer(0, 0);
+}
+
+// The report's writes inside the caller's transaction; see recordReport.
+Result<void> recordInTransaction(PostgresStorage::Connection &db, const VersionReport &report,
+                                 const StorageLimits &limits) {
+    const std::string appId = std::to_string(report.appId);
+    const std::string now = std::to_string(nowSeconds());
+    auto app = db.query(kUpsertApp, {appId, report.bundleId, report.title, now});
+    if (!app) {
+        return app.error();
+    }
+    if ((*app)->rows() != 1) {
+        return storageFailure("upsert_app: no row");
+    }
+    if ((*app)->text(0, 0) != report.bundleId) {
+        return fail(ErrorCode::Conflict, "app " + appId + " is " + (*app)->text(0, 0) + ", not " + report.bundleId);
+    }
+    // Measured with the app's row locked, so a report of the same app from another instance is either all in it or
+    // not at all; a row this report made counts as growth.
+    const bool inserted = (*app)->text(0, 1) == "t";
+    const auto measured = singleInteger(db.query(kAppBytes, {appId}));
+    if (!measured) {
+        return measured.error();
+    }
+    const std::int64_t before =
+        *measured -
+        (inserted ? static_cast<std::int64_t>(report.bundleId.size() + report.title.size()) + StorageLimits::kRowBytes
+                  : 0);
+    const std::string counted = std::to_string(StorageLimits::kCountedClients);
+    if (auto source = db.query(kCountAppSource, {appId, report.client, counted}); !source) {
+        return source.error();
+    }
+    for (const auto &version : report.versions) {
+        const std::string externalId = std::to_string(version.externalId);
+        if (auto upserted = db.query(kUpsertVersion, {appId, externalId, version.display, now}); !upserted) {
+            return upserted.error();
+        }
+        if (auto source = db.query(kCountVersionSource, {appId, externalId, report.client, counted}); !source) {
+            return source.error();
+        }
+    }
+    // Counted after the upserts, so versions the app already holds cost nothing.
+    const auto held = db.integer(kCountAppVersions, {appId});
+    if (!held) {
+        return held.error();
+    }
+    if (*held > limits.maxVersionsPerApp) {
+        if (auto evicted = db.query(kEvictLeastSupported, {appId, std::to_string(*held - limits.maxVersionsPerApp)});
+            !evicted) {
+            return evicted.error();
+        }
+        if (auto dropped = db.query(kDropOrphanSources, {appId}); !dropped) {
+            return dropped.error();
+        }
+    }
+    const auto after = singleInteger(db.query(kAppBytes, {appId}));
+    const auto total = after ? singleInteger(db.query(kLockVersionBytes, {})) : Result<std::int64_t>(after.error());
+    if (!total) {
+        return total.error();
+    }
+    const std::int64_t grown = *after - before;
+    if (grown > 0 && *total + grown > limits.maxVersionBytes) {
+        return fail(ErrorCode::StorageFull, "the service keeps " + std::to_string(limits.maxVersionBytes) +
+                                                " bytes of versions and holds " + std::to_string(*total));
+    }
+    auto stored = db.query(kSetVersionBytes, {std::to_string(*total + grown)});
+    return stored ? Result<void>() : Result<void>(stored.error());
+}
+
+} // namespace
+
 Result<void> PostgresStorage::recordReport(const VersionReport &report) {
+    if (static_cast<std::int64_t>(report.versions.size()) > options_.maxVersionsPerApp) {
+        return fail(ErrorCode::TooManyVersions,
+                    "a report carries at most " + std::to_string(options_.maxVersionsPerApp) + " versions here");
+    }
     Lease lease(*this);
     auto connection = lease.connection();
     if (!connection) {
@@ -459,32 +612,7 @@ Result<void> PostgresStorage::recordReport(const VersionReport &report) {
         lease.checkAfterFailure();
         return begun;
     }
-    const std::string appId = std::to_string(report.appId);
-    const std::string now = std::to_string(nowSeconds());
-    // The app row's upsert locks it until commit, so two reports for one app, from any instance, count the
-    // versions one after the other.
-    auto app = db.query(kUpsertApp, {appId, report.bundleId, report.title, now});
-    Result<void> outcome = app ? Result<void>() : Result<void>(app.error());
-    for (const auto &version : report.versions) {
-        if (!outcome) {
-            break;
-        }
-        auto upserted = db.query(kUpsertVersion, {appId, std::to_string(version.externalId), version.display, now});
-        if (!upserted) {
-            outcome = upserted.error();
-        }
-    }
-    if (outcome) {
-        // Counted after the upserts, so versions the app already holds cost nothing.
-        const auto held = db.integer(kCountAppVersions, {appId});
-        if (!held) {
-            outcome = held.error();
-        } else if (*held > options_.maxVersionsPerApp) {
-            outcome = fail(ErrorCode::TooManyVersions, "app " + appId + " would hold " + std::to_string(*held) +
-                                                           " versions; the service keeps " +
-                                                           std::to_string(options_.maxVersionsPerApp) + " per app");
-        }
-    }
+    Result<void> outcome = recordInTransaction(db, report, options_);
     if (outcome) {
         outcome = db.execute("COMMIT");
     }
@@ -589,6 +717,15 @@ Result<void> PostgresStorage::recordSearchEvent(const SearchEvent &event) {
         lease.checkAfterFailure();
     }
     return outcome;
+}
+
+Result<std::int64_t> PostgresStorage::versionBytes() {
+    Lease lease(*this);
+    return singleInteger(lease.query(kVersionBytes, {}));
+}
+
+std::string PostgresStorage::clientKey() const {
+    return clientKey_;
 }
 
 Result<std::int64_t> PostgresStorage::searchEventCount() {

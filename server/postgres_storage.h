@@ -38,6 +38,8 @@ class PostgresStorage : public VersionStorage {
     Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override;
     Result<void> recordSearchEvent(const SearchEvent &event) override;
     Result<std::int64_t> searchEventCount() override;
+    Result<std::int64_t> versionBytes() override;
+    std::string clientKey() const override;
 
     class Connection;
 
@@ -51,6 +53,7 @@ class PostgresStorage : public VersionStorage {
     Result<Connection *> connected(std::unique_ptr<Connection> &slot);
 
     const PostgresOptions options_;
+    std::string clientKey_;
     std::mutex poolMutex_;
     std::condition_variable connectionFree_;
     // Null entries are connections not (or no longer) open; they are made on the next lease.

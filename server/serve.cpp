@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cctype>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -68,7 +69,11 @@ std::size_t raiseDescriptorLimit() {
 constexpr std::size_t kReservedDescriptors = 64;
 
 Result<std::unique_ptr<VersionStorage>> openStorage(const ServeConfig &config) {
-    const StorageLimits limits{config.maxSearchEvents, config.maxSearchEventBytes, config.maxVersionsPerApp};
+    StorageLimits limits;
+    limits.maxSearchEvents = config.maxSearchEvents;
+    limits.maxSearchEventBytes = config.maxSearchEventBytes;
+    limits.maxVersionsPerApp = config.maxVersionsPerApp;
+    limits.maxVersionBytes = config.maxVersionBytes;
     if (isPostgresUrl(config.database)) {
         PostgresOptions options;
         static_cast<StorageLimits &>(options) = limits;
@@ -98,7 +103,15 @@ Result<std::unique_ptr<VersionStorage>> openStorage(const ServeConfig &config) {
 } // namespace
 
 ServiceLimits serviceLimitsFor(const ServeConfig &config) {
-    return ServiceLimits{config.maxVersionsPerReport, isPostgresUrl(config.database) ? 0 : config.replyCacheBytes};
+    ServiceLimits limits;
+    limits.maxVersionsPerReport = config.maxVersionsPerReport;
+    limits.replyCacheBytes = isPostgresUrl(config.database) ? 0 : config.replyCacheBytes;
+    limits.writesPerMinute = config.writesPerMinute;
+    limits.clientAddressHeader = config.clientAddressHeader;
+    std::transform(limits.clientAddressHeader.begin(), limits.clientAddressHeader.end(),
+                   limits.clientAddressHeader.begin(),
+                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    return limits;
 }
 
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {

@@ -22,6 +22,10 @@ struct ServeConfig {
     std::int64_t maxVersionsPerApp = StorageLimits::kDefaultMaxVersionsPerApp;
     std::size_t maxVersionsPerReport = kDefaultMaxVersionsPerReport;
     std::size_t replyCacheBytes = kDefaultReplyCacheBytes;
+    std::int64_t maxVersionBytes = StorageLimits::kDefaultMaxVersionBytes;
+    std::size_t writesPerMinute = ServiceLimits::kDefaultWritesPerMinute;
+    // Trusted only when set: the header a proxy in front puts the client's address in.
+    std::string clientAddressHeader;
 };
 
 // The service's limits for the configuration. A shared PostgreSQL database gets no reply cache: another instance

@@ -8,6 +8,8 @@
 #include <optional>
 #include <utility>
 
+#include "server/clients.h"
+
 namespace qv::server {
 
 namespace {
@@ -41,13 +43,60 @@ CREATE TABLE IF NOT EXISTS service_state(
   opened_at INTEGER NOT NULL);
 )sql";
 
+// Who reported what, the bytes kept and the key senders' addresses are hashed with. Versions stored before senders
+// were counted get one anonymous sender, so they do not look less supported than anything new.
+constexpr const char *kSourcesSchema = R"sql(
+CREATE TABLE IF NOT EXISTS version_sources(
+  app_id INTEGER NOT NULL,
+  external_id INTEGER NOT NULL,
+  client TEXT NOT NULL,
+  PRIMARY KEY(app_id, external_id, client)) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS app_sources(
+  app_id INTEGER NOT NULL,
+  client TEXT NOT NULL,
+  PRIMARY KEY(app_id, client)) WITHOUT ROWID;
+INSERT OR IGNORE INTO version_sources(app_id, external_id, client)
+  SELECT v.app_id, v.external_id, '' FROM versions v
+  WHERE NOT EXISTS (SELECT 1 FROM version_sources s WHERE s.app_id = v.app_id AND s.external_id = v.external_id);
+INSERT OR IGNORE INTO app_sources(app_id, client)
+  SELECT a.app_id, '' FROM apps a WHERE NOT EXISTS (SELECT 1 FROM app_sources s WHERE s.app_id = a.app_id);
+CREATE TABLE IF NOT EXISTS version_bytes(
+  id INTEGER PRIMARY KEY CHECK(id = 1),
+  total INTEGER NOT NULL);
+INSERT OR IGNORE INTO version_bytes(id, total) SELECT 1,
+  (SELECT COALESCE(SUM(length(CAST(bundle_id AS BLOB)) + length(CAST(title AS BLOB)) + 64), 0) FROM apps) +
+  (SELECT COALESCE(SUM(length(CAST(display AS BLOB)) + 64), 0) FROM versions);
+CREATE TABLE IF NOT EXISTS client_key(
+  id INTEGER PRIMARY KEY CHECK(id = 1),
+  secret TEXT NOT NULL);
+)sql";
+constexpr const char *kMakeClientKey = "INSERT OR IGNORE INTO client_key(id, secret) VALUES(1, ?1)";
+constexpr const char *kClientKey = "SELECT secret FROM client_key WHERE id = 1";
+
 // A real write at every open: a file that cannot take it is refused before the service starts listening.
 constexpr const char *kProveWritable = "INSERT OR REPLACE INTO service_state(id, opened_at) VALUES(1, ?1)";
 
-constexpr const char *kUpsertApp =
-    "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES(?1, ?2, ?3, ?4) "
-    "ON CONFLICT(app_id) DO UPDATE SET bundle_id = excluded.bundle_id, title = excluded.title, "
-    "reported_at = excluded.reported_at";
+constexpr const char *kBundleIdOf = "SELECT bundle_id FROM apps WHERE app_id = ?1";
+// The names stay as the first report gave them.
+constexpr const char *kUpsertApp = "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES(?1, ?2, ?3, ?4) "
+                                   "ON CONFLICT(app_id) DO UPDATE SET reported_at = excluded.reported_at";
+constexpr const char *kCountAppSource = "INSERT OR IGNORE INTO app_sources(app_id, client) SELECT ?1, ?2 "
+                                        "WHERE (SELECT COUNT(*) FROM app_sources WHERE app_id = ?1) < ?3";
+constexpr const char *kCountVersionSource =
+    "INSERT OR IGNORE INTO version_sources(app_id, external_id, client) SELECT ?1, ?2, ?3 "
+    "WHERE (SELECT COUNT(*) FROM version_sources WHERE app_id = ?1 AND external_id = ?2) < ?4";
+constexpr const char *kAppBytes =
+    "SELECT (SELECT COALESCE(SUM(length(CAST(display AS BLOB)) + 64), 0) FROM versions WHERE app_id = ?1) + "
+    "(SELECT COALESCE(SUM(length(CAST(bundle_id AS BLOB)) + length(CAST(title AS BLOB)) + 64), 0) FROM apps "
+    "WHERE app_id = ?1)";
+constexpr const char *kEvictLeastSupported =
+    "DELETE FROM versions WHERE app_id = ?1 AND external_id IN (SELECT v.external_id FROM versions v "
+    "WHERE v.app_id = ?1 ORDER BY (SELECT COUNT(*) FROM version_sources s WHERE s.app_id = v.app_id AND "
+    "s.external_id = v.external_id), v.reported_at, v.external_id LIMIT ?2)";
+constexpr const char *kDropOrphanSources = "DELETE FROM version_sources WHERE app_id = ?1 AND external_id NOT IN "
+                                           "(SELECT external_id FROM versions WHERE app_id = ?1)";
+constexpr const char *kVersionBytes = "SELECT total FROM version_bytes WHERE id = 1";
+constexpr const char *kSetVersionBytes = "UPDATE version_bytes SET total = ?1 WHERE id = 1";
 constexpr const char *kUpsertVersion =
     "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES(?1, ?2, ?3, ?4) "
     "ON CONFLICT(app_id, external_id) DO UPDATE SET "
@@ -58,6 +107,9 @@ constexpr const char *kSelectVersions =
 constexpr const char *kSelectAppSummary =
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
     "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
+constexpr const char *kBestSupportedByBundleId =
+    "WHERE a.bundle_id = ?1 ORDER BY (SELECT COUNT(*) FROM app_sources s WHERE s.app_id = a.app_id) DESC, "
+    "a.app_id LIMIT 1";
 constexpr const char *kCountAppVersions = "SELECT COUNT(*) FROM versions WHERE app_id = ?1";
 constexpr const char *kInsertEvent = "INSERT INTO search_events(query, body, received_at) VALUES(?1, ?2, ?3)";
 constexpr const char *kCountCutoff = "SELECT MAX(id) - ?1 FROM search_events";
@@ -78,6 +130,11 @@ std::int64_t nowSeconds() {
 
 Error storageFailure(std::string reason) {
     return fail(ErrorCode::StorageFailed, std::move(reason));
+}
+
+// Binds a text parameter that outlives the statement's step.
+void bindText(sqlite3_stmt *statement, int index, const std::string &text) {
+    sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
 }
 
 std::string columnText(sqlite3_stmt *statement, int column) {
@@ -140,6 +197,19 @@ class SqliteStorage::Connection {
         }
         Result<void> outcome = execute(kSchema);
         if (outcome) {
+            outcome = execute(kSourcesSchema);
+        }
+        if (outcome) {
+            sqlite3_stmt *key = prepare(kMakeClientKey);
+            const std::string secret = randomSecret();
+            if (key != nullptr) {
+                bindText(key, 1, secret);
+            }
+            if (key == nullptr || sqlite3_step(key) != SQLITE_DONE) {
+                outcome = storageFailure(lastError());
+            }
+        }
+        if (outcome) {
             sqlite3_stmt *opened = prepare(kProveWritable);
             if (opened != nullptr) {
                 sqlite3_bind_int64(opened, 1, nowSeconds());
@@ -169,6 +239,17 @@ class SqliteStorage::Connection {
         const std::int64_t value = sqlite3_column_int64(statement, 0);
         sqlite3_reset(statement);
         return value;
+    }
+
+    // The single text a statement without parameters yields.
+    Result<std::string> singleText(const char *sql) {
+        sqlite3_stmt *statement = prepare(sql);
+        if (statement == nullptr || sqlite3_step(statement) != SQLITE_ROW) {
+            return storageFailure(lastError());
+        }
+        std::string text = columnText(statement, 0);
+        sqlite3_reset(statement);
+        return text;
     }
 
     // Undoes the open transaction; the failure that led here is the one worth reporting.
@@ -212,11 +293,6 @@ class SqliteStorage::Lease {
 
 namespace {
 
-// Binds a text parameter that outlives the statement's step.
-void bindText(sqlite3_stmt *statement, int index, const std::string &text) {
-    sqlite3_bind_text(statement, index, text.data(), static_cast<int>(text.size()), SQLITE_STATIC);
-}
-
 Result<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &connection, sqlite3_stmt *statement) {
     std::vector<AppSummary> apps;
     int step = SQLITE_ROW;
@@ -245,6 +321,11 @@ Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &
     if (!writer) {
         return writer.error();
     }
+    auto key = (*writer)->singleText(kClientKey);
+    if (!key) {
+        return storageFailure(options.path + ": " + key.error().describe());
+    }
+    storage->clientKey_ = std::move(*key);
     storage->writer_ = std::move(*writer);
     for (std::size_t i = 0; i < options.readers; ++i) {
         auto reader = Connection::open(options.path, false, options.busyTimeoutMilliseconds);
@@ -285,6 +366,10 @@ void SqliteStorage::releaseReader(Connection *reader) {
 }
 
 Result<void> SqliteStorage::recordReport(const VersionReport &report) {
+    if (static_cast<std::int64_t>(report.versions.size()) > options_.maxVersionsPerApp) {
+        return fail(ErrorCode::TooManyVersions,
+                    "a report carries at most " + std::to_string(options_.maxVersionsPerApp) + " versions here");
+    }
     const std::lock_guard<std::mutex> lock(writerMutex_);
     const auto writer = writerLocked();
     if (!writer) {
@@ -295,7 +380,42 @@ Result<void> SqliteStorage::recordReport(const VersionReport &report) {
         writer_.reset();
         return begun;
     }
+    Result<void> outcome = recordLocked(db, report);
+    if (outcome) {
+        outcome = db.execute("COMMIT");
+    }
+    if (!outcome) {
+        db.rollBack();
+        if (outcome.error().code == ErrorCode::StorageFailed) {
+            writer_.reset();
+        }
+    }
+    return outcome;
+}
+
+// The report's writes inside the open transaction; see recordReport.
+Result<void> SqliteStorage::recordLocked(Connection &db, const VersionReport &report) {
     const std::int64_t now = nowSeconds();
+    sqlite3_stmt *known = db.prepare(kBundleIdOf);
+    if (known == nullptr) {
+        return storageFailure(db.lastError());
+    }
+    sqlite3_bind_int64(known, 1, report.appId);
+    const int found = sqlite3_step(known);
+    const std::optional<std::string> knownBundleId =
+        found == SQLITE_ROW ? std::optional<std::string>(columnText(known, 0)) : std::nullopt;
+    sqlite3_reset(known);
+    if (found != SQLITE_ROW && found != SQLITE_DONE) {
+        return storageFailure(db.lastError());
+    }
+    if (knownBundleId && *knownBundleId != report.bundleId) {
+        return fail(ErrorCode::Conflict,
+                    "app " + std::to_string(report.appId) + " is " + *knownBundleId + ", not " + report.bundleId);
+    }
+    const auto before = db.integer(kAppBytes, report.appId);
+    if (!before) {
+        return before.error();
+    }
     bool ok = false;
     if (sqlite3_stmt *app = db.prepare(kUpsertApp)) {
         sqlite3_bind_int64(app, 1, report.appId);
@@ -303,6 +423,12 @@ Result<void> SqliteStorage::recordReport(const VersionReport &report) {
         bindText(app, 3, report.title);
         sqlite3_bind_int64(app, 4, now);
         ok = sqlite3_step(app) == SQLITE_DONE;
+    }
+    if (sqlite3_stmt *source = ok ? db.prepare(kCountAppSource) : nullptr) {
+        sqlite3_bind_int64(source, 1, report.appId);
+        bindText(source, 2, report.client);
+        sqlite3_bind_int64(source, 3, StorageLimits::kCountedClients);
+        ok = sqlite3_step(source) == SQLITE_DONE;
     }
     for (const auto &version : report.versions) {
         sqlite3_stmt *upsert = ok ? db.prepare(kUpsertVersion) : nullptr;
@@ -315,29 +441,57 @@ Result<void> SqliteStorage::recordReport(const VersionReport &report) {
         bindText(upsert, 3, version.display);
         sqlite3_bind_int64(upsert, 4, now);
         ok = sqlite3_step(upsert) == SQLITE_DONE;
+        sqlite3_stmt *source = ok ? db.prepare(kCountVersionSource) : nullptr;
+        if (source == nullptr) {
+            ok = false;
+            break;
+        }
+        sqlite3_bind_int64(source, 1, report.appId);
+        sqlite3_bind_int64(source, 2, version.externalId);
+        bindText(source, 3, report.client);
+        sqlite3_bind_int64(source, 4, StorageLimits::kCountedClients);
+        ok = sqlite3_step(source) == SQLITE_DONE;
     }
-    Result<void> outcome = ok ? Result<void>() : Result<void>(storageFailure(db.lastError()));
-    if (outcome) {
-        // Counted after the upserts, so versions the app already holds cost nothing.
-        const auto held = db.integer(kCountAppVersions, report.appId);
-        if (!held) {
-            outcome = held.error();
-        } else if (*held > options_.maxVersionsPerApp) {
-            outcome = fail(ErrorCode::TooManyVersions, "app " + std::to_string(report.appId) + " would hold " +
-                                                           std::to_string(*held) + " versions; the service keeps " +
-                                                           std::to_string(options_.maxVersionsPerApp) + " per app");
+    if (!ok) {
+        return storageFailure(db.lastError());
+    }
+    // Counted after the upserts, so versions the app already holds cost nothing.
+    const auto held = db.integer(kCountAppVersions, report.appId);
+    if (!held) {
+        return held.error();
+    }
+    if (*held > options_.maxVersionsPerApp) {
+        sqlite3_stmt *evict = db.prepare(kEvictLeastSupported);
+        sqlite3_stmt *orphans = evict != nullptr ? db.prepare(kDropOrphanSources) : nullptr;
+        if (orphans == nullptr) {
+            return storageFailure(db.lastError());
+        }
+        sqlite3_bind_int64(evict, 1, report.appId);
+        sqlite3_bind_int64(evict, 2, *held - options_.maxVersionsPerApp);
+        sqlite3_bind_int64(orphans, 1, report.appId);
+        if (sqlite3_step(evict) != SQLITE_DONE || sqlite3_step(orphans) != SQLITE_DONE) {
+            return storageFailure(db.lastError());
         }
     }
-    if (outcome) {
-        outcome = db.execute("COMMIT");
+    const auto after = db.integer(kAppBytes, report.appId);
+    const auto total = after ? db.integer(kVersionBytes) : Result<std::int64_t>(after.error());
+    if (!total) {
+        return total.error();
     }
-    if (!outcome) {
-        db.rollBack();
-        if (outcome.error().code == ErrorCode::StorageFailed) {
-            writer_.reset();
-        }
+    const std::int64_t grown = *after - *before;
+    if (grown > 0 && *total + grown > options_.maxVersionBytes) {
+        return fail(ErrorCode::StorageFull, "the service keeps " + std::to_string(options_.maxVersionBytes) +
+                                                " bytes of versions and holds " + std::to_string(*total));
     }
-    return outcome;
+    sqlite3_stmt *setTotal = db.prepare(kSetVersionBytes);
+    if (setTotal == nullptr) {
+        return storageFailure(db.lastError());
+    }
+    sqlite3_bind_int64(setTotal, 1, *total + grown);
+    if (sqlite3_step(setTotal) != SQLITE_DONE) {
+        return storageFailure(db.lastError());
+    }
+    return {};
 }
 
 Result<std::vector<StoredVersion>> SqliteStorage::versionsOf(std::int64_t appId) {
@@ -373,8 +527,7 @@ Result<std::vector<AppSummary>> SqliteStorage::appsWithId(std::int64_t appId) {
 
 Result<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std::string &bundleId) {
     const Lease lease(*this);
-    sqlite3_stmt *statement =
-        (*lease).prepare(std::string(kSelectAppSummary) + "WHERE a.bundle_id = ?1 ORDER BY a.app_id");
+    sqlite3_stmt *statement = (*lease).prepare(std::string(kSelectAppSummary) + kBestSupportedByBundleId);
     if (statement == nullptr) {
         return storageFailure((*lease).lastError());
     }
@@ -471,6 +624,15 @@ Result<void> SqliteStorage::trimSearchEvents(Connection &db, std::int64_t addedB
         return storageFailure(db.lastError());
     }
     return {};
+}
+
+Result<std::int64_t> SqliteStorage::versionBytes() {
+    const Lease lease(*this);
+    return (*lease).integer(kVersionBytes);
+}
+
+std::string SqliteStorage::clientKey() const {
+    return clientKey_;
 }
 
 Result<std::int64_t> SqliteStorage::searchEventCount() {

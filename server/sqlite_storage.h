@@ -35,6 +35,8 @@ class SqliteStorage : public VersionStorage {
     Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override;
     Result<void> recordSearchEvent(const SearchEvent &event) override;
     Result<std::int64_t> searchEventCount() override;
+    Result<std::int64_t> versionBytes() override;
+    std::string clientKey() const override;
 
     class Connection;
 
@@ -48,8 +50,10 @@ class SqliteStorage : public VersionStorage {
     // The writer, opened again (and proven writable) after a failed write; called with writerMutex_ held.
     Result<Connection *> writerLocked();
     Result<void> trimSearchEvents(Connection &db, std::int64_t addedBytes);
+    Result<void> recordLocked(Connection &db, const VersionReport &report);
 
     const SqliteOptions options_;
+    std::string clientKey_;
     std::mutex writerMutex_;
     // Dropped after a failed write: a connection that met a read-only or vanished file stays that way, a new one
     // sees the file as it is now.

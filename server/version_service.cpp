@@ -1,6 +1,7 @@
 // Routes of the version service and the JSON shapes it answers with.
 #include "server/version_service.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <iterator>
 
@@ -215,6 +216,12 @@ int statusFor(ErrorCode code) {
         return status::kNotFound;
     case ErrorCode::MethodNotAllowed:
         return status::kMethodNotAllowed;
+    case ErrorCode::Conflict:
+        return status::kConflict;
+    case ErrorCode::RateLimited:
+        return status::kTooManyRequests;
+    case ErrorCode::StorageFull:
+        return status::kInsufficientStorage;
     case ErrorCode::PayloadTooLarge:
         return status::kPayloadTooLarge;
     case ErrorCode::StorageUnavailable:
@@ -255,6 +262,26 @@ ServiceResponse VersionService::handle(const ServiceRequest &request) const {
         fail(ErrorCode::NotFound, std::string(errorMessage(ErrorCode::NotFound)) + ": " + request.path));
 }
 
+std::string VersionService::clientOf(const ServiceRequest &request) const {
+    std::string_view address = request.peer;
+    if (!limits_.clientAddressHeader.empty()) {
+        if (const auto given = request.headers.find(limits_.clientAddressHeader); given != request.headers.end()) {
+            address = given->second;
+        }
+    }
+    return clientHash(clientKey_, address);
+}
+
+std::optional<ServiceResponse> VersionService::rateLimited(const std::string &client) const {
+    const auto wait = writeRate_.admit(client);
+    if (!wait) {
+        return std::nullopt;
+    }
+    auto refusal = errorResponse(fail(ErrorCode::RateLimited));
+    refusal.headers.emplace_back("Retry-After", std::to_string(std::max<long long>(1, wait->count())));
+    return refusal;
+}
+
 std::optional<ServiceResponse> VersionService::answerFromMemory(const ServiceRequest &request) const {
     if (!isGet(request.method) || !request.body.empty()) {
         return std::nullopt;
@@ -286,9 +313,13 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
         return badRequest("the app identifier must be decimal digits: " + appIdText);
     }
     if (post) {
-        const auto report = parseVersionReport(request.body, *appId, limits_.maxVersionsPerReport);
+        auto report = parseVersionReport(request.body, *appId, limits_.maxVersionsPerReport);
         if (!report) {
             return errorResponse(report.error());
+        }
+        report->client = clientOf(request);
+        if (auto refusal = rateLimited(report->client)) {
+            return std::move(*refusal);
         }
         const auto stored = storage_.recordReport(*report);
         cache_.invalidate(*appId);
@@ -323,6 +354,9 @@ ServiceResponse VersionService::events(const ServiceRequest &request) const {
     const auto event = parseSearchEvent(request.body);
     if (!event) {
         return errorResponse(event.error());
+    }
+    if (auto refusal = rateLimited(clientOf(request))) {
+        return std::move(*refusal);
     }
     const auto stored = storage_.recordSearchEvent(*event);
     if (!stored) {

@@ -13,6 +13,7 @@
 #include <utility>
 #include <vector>
 
+#include "server/clients.h"
 #include "server/request_bodies.h"
 #include "server/storage.h"
 
@@ -31,6 +32,7 @@ struct ServiceRequest {
     std::multimap<std::string, std::string> query;
     std::string body;
     std::multimap<std::string, std::string> headers; // names in lower case
+    std::string peer;                                // the connection's remote address
 };
 
 struct ServiceResponse {
@@ -45,15 +47,24 @@ inline constexpr int kNotModified = 304;
 inline constexpr int kBadRequest = 400;
 inline constexpr int kNotFound = 404;
 inline constexpr int kMethodNotAllowed = 405;
+inline constexpr int kConflict = 409;
 inline constexpr int kPayloadTooLarge = 413;
+inline constexpr int kTooManyRequests = 429;
 inline constexpr int kInternalError = 500;
 inline constexpr int kServiceUnavailable = 503;
+inline constexpr int kInsufficientStorage = 507;
 } // namespace status
 
 // What one service accepts and keeps in memory; the storage has its own limits on what it keeps on disk.
 struct ServiceLimits {
     std::size_t maxVersionsPerReport = kDefaultMaxVersionsPerReport;
     std::size_t replyCacheBytes = kDefaultReplyCacheBytes;
+    // Reports and events one client may send per minute; 0 for no limit.
+    std::size_t writesPerMinute = kDefaultWritesPerMinute;
+    // A header (lower case) that a trusted proxy in front sets to the client's address; empty: the peer's address.
+    std::string clientAddressHeader;
+
+    static constexpr std::size_t kDefaultWritesPerMinute = 120;
 };
 
 // {"error": message} with the status.
@@ -105,7 +116,8 @@ class VersionsReplyCache {
 class VersionService {
   public:
     explicit VersionService(VersionStorage &storage, const ServiceLimits &limits = {})
-        : storage_(storage), limits_(limits), cache_(limits.replyCacheBytes) {}
+        : storage_(storage), limits_(limits), cache_(limits.replyCacheBytes), clientKey_(storage.clientKey()),
+          writeRate_(limits.writesPerMinute) {}
 
     ServiceResponse handle(const ServiceRequest &request) const;
     // The reply handle() would give, when it can come from the reply cache alone; nothing otherwise. Never waits
@@ -116,10 +128,15 @@ class VersionService {
     ServiceResponse versions(const ServiceRequest &request, const std::string &appIdText) const;
     ServiceResponse events(const ServiceRequest &request) const;
     ServiceResponse lookup(const ServiceRequest &request) const;
+    // The sender's keyed hash, and a 429 when it has written too much lately.
+    std::string clientOf(const ServiceRequest &request) const;
+    std::optional<ServiceResponse> rateLimited(const std::string &client) const;
 
     VersionStorage &storage_;
     const ServiceLimits limits_;
     mutable VersionsReplyCache cache_;
+    const std::string clientKey_;
+    mutable WriteRateLimiter writeRate_;
 };
 
 } // namespace qv::server

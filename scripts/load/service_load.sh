@@ -43,7 +43,8 @@ start() {
 rate() { sed -n 's/.* \([0-9]*\) req\/s.*/\1/p' | tail -1; }
 
 "$load" seed --db "$work/versions.sqlite" --apps 10000 --versions 20
-start "$work/serve.out" "$cli" serve --listen 127.0.0.1:0 --db "$work/versions.sqlite"
+start "$work/serve.out" "$cli" serve --listen 127.0.0.1:0 --db "$work/versions.sqlite" \
+  --max-writes-per-minute 0
 port=$started_port
 service_pid=$started_pid
 echo "service on 127.0.0.1:$port, $(nproc) cores (load average $(cut -d" " -f1 /proc/loadavg)), ${seconds}s per phase"

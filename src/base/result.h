@@ -29,6 +29,9 @@ namespace qv {
     X(MalformedReply, "the service's reply is malformed")                                                              \
     X(PayloadTooLarge, "the body is larger than 1 MiB")                                                                \
     X(TooManyVersions, "the app already holds as many versions as the service keeps")                                  \
+    X(Conflict, "the report disagrees with what the service already knows")                                            \
+    X(StorageFull, "the service keeps no more version data")                                                           \
+    X(RateLimited, "too many writes from this client; try again later")                                                \
     X(StorageUnavailable, "the database cannot be written at the moment; try again shortly")                           \
     X(NotFound, "no such resource")                                                                                    \
     X(NotServiceAddress, "not an absolute http or https URL ending in \"/\"")                                          \

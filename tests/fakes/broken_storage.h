@@ -35,6 +35,8 @@ class BrokenStorage : public VersionStorage {
         return working() ? behind_->recordSearchEvent(event) : diskFull();
     }
     Result<std::int64_t> searchEventCount() override { return working() ? behind_->searchEventCount() : ioError(); }
+    Result<std::int64_t> versionBytes() override { return working() ? behind_->versionBytes() : ioError(); }
+    std::string clientKey() const override { return behind_ != nullptr ? behind_->clientKey() : "key"; }
 
   private:
     bool working() const { return !broken_ && behind_ != nullptr; }

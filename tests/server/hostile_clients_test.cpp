@@ -182,6 +182,8 @@ class GatedStorage : public qv::server::VersionStorage {
     }
     qv::Result<void> recordSearchEvent(const qv::server::SearchEvent &) override { return recordReport({}); }
     qv::Result<std::int64_t> searchEventCount() override { return 0; }
+    qv::Result<std::int64_t> versionBytes() override { return 0; }
+    std::string clientKey() const override { return "key"; }
 
   private:
     std::mutex mutex_;

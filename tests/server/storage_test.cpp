@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <tuple>
@@ -142,8 +143,9 @@ SearchEvent eventNumber(int number) {
     return SearchEvent{"q", json};
 }
 
-VersionReport reportOf(const std::vector<std::int64_t> &externalIds, const std::string &title = "t") {
-    VersionReport report{42, "com.example", title, {}};
+VersionReport reportOf(const std::vector<std::int64_t> &externalIds, const std::string &title = "t",
+                       const std::string &client = "c") {
+    VersionReport report{42, "com.example", title, {}, client};
     for (const auto id : externalIds) {
         report.versions.push_back(ReportedVersion{id, std::to_string(id)});
     }
@@ -200,43 +202,45 @@ class EachBackend : public OnEachBackend<NoCase> {};
 INSTANTIATE_TEST_SUITE_P(Storage, EachBackend, ::testing::Combine(kBackends, ::testing::Values(NoCase{})),
                          [](const auto &info) { return backendName(std::get<0>(info.param)); });
 
-TEST_P(EachBackend, ARefusedReportLeavesTheAppAsItWas) {
+TEST_P(EachBackend, AFullAppDropsTheVersionsFewestClientsReported) {
     StorageLimits limits;
     limits.maxVersionsPerApp = 3;
     auto storage = database_->open(limits);
     ASSERT_TRUE(storage) << storage.error().describe();
-    ASSERT_TRUE((*storage)->recordReport(reportOf({1, 2, 3})));
-    const auto refused = (*storage)->recordReport(reportOf({3, 4}, "renamed"));
+    ASSERT_TRUE((*storage)->recordReport(reportOf({1, 2, 3}, "t", "x")));
+    ASSERT_TRUE((*storage)->recordReport(reportOf({1, 2}, "t", "y")));
+    ASSERT_TRUE((*storage)->recordReport(reportOf({5}, "t", "lone")));
+    std::string kept;
+    const auto versions = (*storage)->versionsOf(42);
+    ASSERT_TRUE(versions);
+    for (const auto &version : *versions) {
+        kept += std::to_string(version.externalId) + " ";
+    }
+    EXPECT_EQ(kept, "5 2 1 ");
+    const auto refused = (*storage)->recordReport(reportOf({6, 7, 8, 9}));
     ASSERT_FALSE(refused);
     EXPECT_EQ(refused.error().code, ErrorCode::TooManyVersions);
-    EXPECT_EQ(refused.error().detail, "app 42 would hold 4 versions; the service keeps 3 per app");
     EXPECT_EQ((*storage)->versionsOf(42)->size(), 3U);
-    EXPECT_EQ((*storage)->appsWithId(42)->at(0).title, "t");
-    // Versions the app already holds cost nothing.
-    EXPECT_TRUE((*storage)->recordReport(reportOf({1, 2, 3}, "again")));
 }
 
-TEST_P(EachBackend, ReportsMergeAndTheLatestNamesWin) {
+TEST_P(EachBackend, TheFirstReportNamesTheAppForGood) {
     auto storage = database_->open({});
     ASSERT_TRUE(storage) << storage.error().describe();
-    ASSERT_TRUE((*storage)->recordReport(VersionReport{7, "com.a", "A", {{100, "1.0"}, {300, "3.0"}}}));
-    ASSERT_TRUE((*storage)->recordReport(VersionReport{7, "com.b", "B", {{200, "2.0"}, {300, "3.0.1"}}}));
-    ASSERT_TRUE((*storage)->recordReport(VersionReport{5, "com.b", "Five", {}}));
+    ASSERT_TRUE((*storage)->recordReport(VersionReport{7, "com.a", "A", {{100, "1.0"}, {300, "3.0"}}, "x"}));
+    ASSERT_TRUE((*storage)->recordReport(VersionReport{7, "com.a", "Renamed", {{200, "2.0"}, {300, "3.0.1"}}, "y"}));
+    const auto moved = (*storage)->recordReport(VersionReport{7, "com.b", "B", {{400, "4.0"}}, "z"});
+    ASSERT_FALSE(moved);
+    EXPECT_EQ(moved.error().code, ErrorCode::Conflict);
+    EXPECT_EQ(moved.error().detail, "app 7 is com.a, not com.b");
+    std::string listed;
     const auto versions = (*storage)->versionsOf(7);
     ASSERT_TRUE(versions);
-    std::string listed;
     for (const auto &version : *versions) {
         listed += std::to_string(version.externalId) + "=" + version.display + " ";
     }
     EXPECT_EQ(listed, "300=3.0.1 200=2.0 100=1.0 ");
-    EXPECT_TRUE((*storage)->appsWithBundleId("com.a")->empty());
-    const auto both = (*storage)->appsWithBundleId("com.b");
-    ASSERT_TRUE(both);
-    ASSERT_EQ(both->size(), 2U);
-    EXPECT_EQ(both->at(0).title, "Five");
-    EXPECT_EQ(both->at(0).newestDisplay, "");
-    EXPECT_EQ(both->at(1).title, "B");
-    EXPECT_EQ(both->at(1).newestDisplay, "3.0.1");
+    EXPECT_EQ((*storage)->appsWithId(7)->at(0).title, "A");
+    EXPECT_TRUE((*storage)->appsWithBundleId("com.b")->empty());
     EXPECT_TRUE((*storage)->versionsOf(8)->empty());
     EXPECT_TRUE((*storage)->appsWithId(8)->empty());
 }
@@ -253,7 +257,7 @@ TEST_P(UnknownDisplays, AreKeptWithoutEverHidingAKnownText) {
     auto storage = database_->open({});
     ASSERT_TRUE(storage) << storage.error().describe();
     for (const auto &versions : testCase().reports) {
-        ASSERT_TRUE((*storage)->recordReport(VersionReport{9, "com.x", "X", versions}));
+        ASSERT_TRUE((*storage)->recordReport(VersionReport{9, "com.x", "X", versions, "c"}));
     }
     const auto versions = (*storage)->versionsOf(9);
     ASSERT_TRUE(versions);
@@ -274,6 +278,62 @@ INSTANTIATE_TEST_SUITE_P(
                           DisplayCase{"KnownThenUnknownInOneReport", {{{1, "1.0"}, {1, ""}}}, "1=1.0 ", "1.0"},
                           DisplayCase{"UnknownThenKnownInOneReport", {{{1, ""}, {1, "1.0"}}}, "1=1.0 ", "1.0"},
                           DisplayCase{"OnlyUnknown", {{{5, ""}, {3, ""}}}, "5= 3= ", ""})),
+    [](const auto &info) { return backendAndCaseName(info); });
+
+// Many apps may claim one bundle identifier; the lookup answers the one most clients reported.
+TEST_P(EachBackend, ABundleIdentifierAnswersTheBestSupportedAppOnly) {
+    auto storage = database_->open({});
+    ASSERT_TRUE(storage) << storage.error().describe();
+    const std::vector<std::pair<std::int64_t, std::string>> reports{{9, "a"}, {3, "b"}, {5, "c"},
+                                                                    {5, "d"}, {5, "d"}, {1, "e"}};
+    for (const auto &[appId, client] : reports) {
+        ASSERT_TRUE((*storage)->recordReport(VersionReport{appId, "com.same", "S", {{1, "1.0"}}, client}));
+    }
+    const auto answer = (*storage)->appsWithBundleId("com.same");
+    ASSERT_TRUE(answer);
+    ASSERT_EQ(answer->size(), 1U);
+    EXPECT_EQ(answer->at(0).appId, 5);
+}
+
+struct ByteBudgetCase {
+    const char *name;
+    const char *reports; // one word per report, one digit per version: "12 3" is {1, 2} then {3}
+    bool lastRefused;
+};
+using VersionByteBudget = OnEachBackend<ByteBudgetCase>;
+// One app row ("com.example", "t") and two versions ("1", "2") fit exactly; what grows past that is refused.
+TEST_P(VersionByteBudget, RefusesWhatWouldPassItAndKeepsWhatIsStored) {
+    constexpr std::int64_t kApp = 11 + 1 + StorageLimits::kRowBytes;
+    constexpr std::int64_t kVersion = 1 + StorageLimits::kRowBytes;
+    StorageLimits limits;
+    limits.maxVersionBytes = kApp + 2 * kVersion;
+    auto storage = database_->open(limits);
+    ASSERT_TRUE(storage) << storage.error().describe();
+    Result<void> last;
+    std::istringstream words(testCase().reports);
+    for (std::string word; words >> word;) {
+        std::vector<std::int64_t> ids;
+        for (const char digit : word) {
+            ids.push_back(digit - '0');
+        }
+        last = (*storage)->recordReport(reportOf(ids));
+    }
+    EXPECT_EQ(!last, testCase().lastRefused);
+    if (!last) {
+        EXPECT_EQ(last.error().code, ErrorCode::StorageFull);
+    }
+    storage->reset();
+    storage = database_->open(limits);
+    ASSERT_TRUE(storage);
+    EXPECT_EQ((*storage)->versionBytes().valueOr(-1), kApp + 2 * kVersion);
+    EXPECT_EQ((*storage)->versionsOf(42)->size(), 2U);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Budget, VersionByteBudget,
+    ::testing::Combine(kBackends, ::testing::Values(ByteBudgetCase{"Fits", "12", false},
+                                                    ByteBudgetCase{"OneMoreVersion", "12 3", true},
+                                                    ByteBudgetCase{"KnownVersionsCostNothing", "12 21", false},
+                                                    ByteBudgetCase{"AllOrNothing", "1 23 2", false})),
     [](const auto &info) { return backendAndCaseName(info); });
 
 // Another process's exclusive lock: a real write failure that passes once the lock is gone, as root too.
@@ -366,7 +426,7 @@ TEST_F(PostgresOnly, AReportThroughOneInstanceIsReadAtOnceThroughAnother) {
     const VersionService accepting(**first, serviceLimitsFor(config));
     const VersionService answering(**second, serviceLimitsFor(config));
     const auto versions = [&] {
-        return answering.handle(ServiceRequest{"GET", "/v1/apple_apps/42/versions", {}, {}, {}}).body;
+        return answering.handle(ServiceRequest{"GET", "/v1/apple_apps/42/versions", {}, {}, {}, {}}).body;
     };
     const auto report = [&](const std::string &display, int externalId) {
         return accepting
@@ -376,6 +436,7 @@ TEST_F(PostgresOnly, AReportThroughOneInstanceIsReadAtOnceThroughAnother) {
                                {},
                                R"({"bundle_id":"com.example","identifier":42,"title":"T","versions":[{"display":")" +
                                    display + R"(","externalId":)" + std::to_string(externalId) + "}]}",
+                               {},
                                {}})
             .status;
     };

@@ -36,7 +36,7 @@ class ServiceTest : public ::testing::Test {
     ServiceResponse call(const std::string &method, const std::string &path, const std::string &body = {},
                          std::multimap<std::string, std::string> query = {},
                          std::multimap<std::string, std::string> headers = {}) {
-        return service_->handle(ServiceRequest{method, path, std::move(query), body, std::move(headers)});
+        return service_->handle(ServiceRequest{method, path, std::move(query), body, std::move(headers), "192.0.2.1"});
     }
     std::string versionsOf(const std::string &id) { return call("GET", "/v1/apple_apps/" + id + "/versions").body; }
 
@@ -47,7 +47,7 @@ class ServiceTest : public ::testing::Test {
 
 const char *const kMetadataReport =
     R"({"bundle_id":"com.example.app","identifier":"42","title":"Example","versions":[{"display":"1.2.0","externalId":900}]})";
-const char *const kItemReport = R"({"bundle_id":"com.example.renamed","identifier":42,"title":"Example 2","versions":[
+const char *const kItemReport = R"({"bundle_id":"com.example.app","identifier":42,"title":"Example 2","versions":[
     {"display":"2.0","externalId":"1000","releaseDate":"2020"},{"display":"1.9","externalId":100}]})";
 
 TEST_F(ServiceTest, BothReportShapesMergeIntoOneNewestFirstList) {
@@ -59,7 +59,7 @@ TEST_F(ServiceTest, BothReportShapesMergeIntoOneNewestFirstList) {
     EXPECT_EQ(versionsOf("43"), "[]");
 }
 
-TEST_F(ServiceTest, RepeatedReportsAreIdempotentAndTheLatestNamesWin) {
+TEST_F(ServiceTest, RepeatedReportsAreIdempotentAndTheFirstNamesStay) {
     for (int i = 0; i < 2; ++i) {
         ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kItemReport).status, 200);
     }
@@ -73,9 +73,39 @@ TEST_F(ServiceTest, RepeatedReportsAreIdempotentAndTheLatestNamesWin) {
                                 R"({"bundle_version":"1.9","external_identifier":"100"}])");
     EXPECT_EQ(
         call("GET", "/lookup", {}, {{"bundleId", "com.example.app"}}).body,
-        R"({"resultCount":1,"results":[{"trackId":42,"bundleId":"com.example.app","trackName":"Final","version":"2.0.1"}]})");
+        R"({"resultCount":1,"results":[{"trackId":42,"bundleId":"com.example.app","trackName":"Example 2","version":"2.0.1"}]})");
+    const auto moved = call(
+        "POST", "/v1/apple_apps/42/versions",
+        R"({"bundle_id":"com.example.renamed","identifier":42,"title":"T","versions":[{"display":"3","externalId":3}]})");
+    EXPECT_EQ(moved.status, 409);
+    EXPECT_EQ(moved.body, R"({"error":"app 42 is com.example.app, not com.example.renamed"})");
     EXPECT_EQ(call("GET", "/lookup", {}, {{"bundleId", "com.example.renamed"}}).body,
               R"({"resultCount":0,"results":[]})");
+}
+
+// Each client has its own allowance of writes; reads are never counted, and one client's refusals cost no other.
+TEST_F(ServiceTest, AClientPastItsWriteRateIsToldWhenToComeBack) {
+    ServiceLimits limits;
+    limits.writesPerMinute = 2;
+    limits.clientAddressHeader = "x-real-ip";
+    const VersionService limited(*storage_, limits);
+    const auto post = [&](const std::string &peer, const std::string &forwarded) {
+        std::multimap<std::string, std::string> headers;
+        if (!forwarded.empty()) {
+            headers.emplace("x-real-ip", forwarded);
+        }
+        return limited.handle(
+            ServiceRequest{"POST", "/v1/apple_apps/42/versions", {}, kMetadataReport, std::move(headers), peer});
+    };
+    EXPECT_EQ(post("192.0.2.1", "").status, 200);
+    EXPECT_EQ(post("192.0.2.1", "").status, 200);
+    EXPECT_EQ(limited.handle(ServiceRequest{"GET", "/v1/apple_apps/42/versions", {}, {}, {}, "192.0.2.1"}).status, 200);
+    const auto refused = post("192.0.2.1", "");
+    EXPECT_EQ(refused.status, 429);
+    EXPECT_EQ(refused.headers, (std::vector<std::pair<std::string, std::string>>{{"Retry-After", "30"}}));
+    // Behind the proxy every client shares its address; the header it sets tells them apart.
+    EXPECT_EQ(post("192.0.2.1", "198.51.100.7").status, 200);
+    EXPECT_EQ(post("192.0.2.9", "").status, 200);
 }
 
 TEST_F(ServiceTest, AReportReplacesAnAlreadyAnsweredList) {
@@ -273,7 +303,7 @@ class StorageOutage : public ServiceTest, public ::testing::WithParamInterface<O
 TEST_P(StorageOutage, WritesAskForARetryAndEverythingWorksOnceTheStorageIsBack) {
     BrokenStorage broken(*storage_);
     const VersionService service(broken);
-    const ServiceRequest request{GetParam().method, GetParam().path, {{"id", "42"}}, GetParam().body, {}};
+    const ServiceRequest request{GetParam().method, GetParam().path, {{"id", "42"}}, GetParam().body, {}, {}};
     const auto failed = service.handle(request);
     EXPECT_EQ(failed.status, GetParam().statusWhileBroken);
     EXPECT_EQ(failed.body.rfind(GetParam().errorStart, 0), 0U) << failed.body;

@@ -49,6 +49,9 @@ struct ServeOptions {
     std::int64_t maxVersionsPerApp = qv::server::StorageLimits::kDefaultMaxVersionsPerApp;
     std::size_t maxVersionsPerReport = qv::server::kDefaultMaxVersionsPerReport;
     std::size_t replyCacheBytes = qv::server::kDefaultReplyCacheBytes;
+    std::int64_t maxVersionBytes = qv::server::StorageLimits::kDefaultMaxVersionBytes;
+    std::size_t writesPerMinute = qv::server::ServiceLimits::kDefaultWritesPerMinute;
+    std::string clientAddressHeader;
 };
 
 // The database as a person finds it: the SQLite file's full path, or the PostgreSQL URL without its password.
@@ -66,14 +69,18 @@ void serve(const ServeOptions &options, Io &io) {
     if (!address) {
         throw BadInput("--listen takes HOST:PORT with a port from 0 to 65535: " + options.listen);
     }
-    const qv::server::ServeConfig config{address->first,
-                                         address->second,
-                                         options.database,
-                                         options.maxEvents,
-                                         options.maxEventBytes,
-                                         options.maxVersionsPerApp,
-                                         options.maxVersionsPerReport,
-                                         options.replyCacheBytes};
+    qv::server::ServeConfig config;
+    config.host = address->first;
+    config.port = address->second;
+    config.database = options.database;
+    config.maxSearchEvents = options.maxEvents;
+    config.maxSearchEventBytes = options.maxEventBytes;
+    config.maxVersionsPerApp = options.maxVersionsPerApp;
+    config.maxVersionsPerReport = options.maxVersionsPerReport;
+    config.replyCacheBytes = options.replyCacheBytes;
+    config.maxVersionBytes = options.maxVersionBytes;
+    config.writesPerMinute = options.writesPerMinute;
+    config.clientAddressHeader = options.clientAddressHeader;
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
         const std::string url = "http://" + config.host + ":" + std::to_string(port) + "/";
         io.out << "serving on " << url << " (database " << qv::server::withoutPassword(config.database) << ")\n"
@@ -283,6 +290,15 @@ void registerServiceCommands(CLI::App &app, Io &io) {
         ->check(CLI::PositiveNumber);
     serveCommand->add_option("--reply-cache-bytes", serveOptions->replyCacheBytes, "Memory for cached versions lists")
         ->capture_default_str();
+    serveCommand->add_option("--max-version-bytes", serveOptions->maxVersionBytes, "Bytes of apps and versions kept")
+        ->capture_default_str()
+        ->check(CLI::PositiveNumber);
+    serveCommand
+        ->add_option("--max-writes-per-minute", serveOptions->writesPerMinute,
+                     "Reports and events one client may send per minute (0: no limit)")
+        ->capture_default_str();
+    serveCommand->add_option("--client-address-header", serveOptions->clientAddressHeader,
+                             "Header a trusted proxy sets to the client's address (e.g. X-Real-IP)");
     serveCommand->callback([serveOptions, &io] { serve(*serveOptions, io); });
 
     auto versionsOptions = std::make_shared<VersionsOptions>();
