@@ -1,18 +1,25 @@
 // The service's serve loop: storage, HTTP front and a signal thread that stops the front on SIGINT or SIGTERM.
 #include "server/serve.h"
 
+#include <fcntl.h>
 #include <pthread.h>
+#include <sys/file.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cctype>
+#include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstring>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 
 #include "server/http_front.h"
 #include "server/postgres_storage.h"
@@ -100,6 +107,42 @@ Result<std::unique_ptr<VersionStorage>> openStorage(const ServeConfig &config) {
     return std::unique_ptr<VersionStorage>(std::move(*storage));
 }
 
+// An exclusive lock on the SQLite file for the process's life: a second service on the same file would keep a
+// reply cache that never hears of the first one's writes. The lock is advisory and SQLite's own locks are of
+// another kind, so backups and other readers are not affected.
+class SingleServiceLock {
+  public:
+    static Result<SingleServiceLock> take(const std::string &path) {
+        SingleServiceLock lock(::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, kNewFileMode));
+        if (lock.descriptor_ < 0 && errno == EACCES) {
+            // A file the service may not write is the database's own refusal to tell; it can still be locked.
+            lock.descriptor_ = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+        }
+        if (lock.descriptor_ < 0) {
+            return fail(ErrorCode::StorageFailed, path + ": " + std::strerror(errno));
+        }
+        if (::flock(lock.descriptor_, LOCK_EX | LOCK_NB) != 0) {
+            return fail(ErrorCode::StorageFailed,
+                        path + " is in use by another qvdovrin serve; several instances need PostgreSQL");
+        }
+        return lock;
+    }
+    SingleServiceLock(SingleServiceLock &&other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+    SingleServiceLock &operator=(SingleServiceLock &&) = delete;
+    SingleServiceLock(const SingleServiceLock &) = delete;
+    SingleServiceLock &operator=(const SingleServiceLock &) = delete;
+    ~SingleServiceLock() {
+        if (descriptor_ >= 0) {
+            ::close(descriptor_);
+        }
+    }
+
+  private:
+    static constexpr mode_t kNewFileMode = 0644;
+    explicit SingleServiceLock(int descriptor) : descriptor_(descriptor) {}
+    int descriptor_;
+};
+
 } // namespace
 
 ServiceLimits serviceLimitsFor(const ServeConfig &config) {
@@ -115,6 +158,20 @@ ServiceLimits serviceLimitsFor(const ServeConfig &config) {
 }
 
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
+    std::optional<SingleServiceLock> fileLock;
+    if (!isPostgresUrl(config.database)) {
+        const std::filesystem::path databasePath(config.database);
+        if (databasePath.has_parent_path()) {
+            // A folder that cannot be made shows up as the lock's or the database's own open failure below.
+            std::error_code ignored;
+            std::filesystem::create_directories(databasePath.parent_path(), ignored);
+        }
+        auto taken = SingleServiceLock::take(config.database);
+        if (!taken) {
+            return fail(ErrorCode::StorageFailed, "cannot open the database: " + taken.error().describe());
+        }
+        fileLock.emplace(std::move(*taken));
+    }
     auto storage = openStorage(config);
     if (!storage) {
         return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());

@@ -8,8 +8,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <fstream>
+#include <future>
 #include <optional>
+#include <thread>
 
 #include "support/temp_dir.h"
 
@@ -80,6 +83,35 @@ INSTANTIATE_TEST_SUITE_P(
                       RefusalCase{"PortTaken", false, nullptr, true, ErrorCode::ListenFailed,
                                   "cannot listen on 127.0.0.1:"}),
     [](const auto &info) { return std::string(info.param.name); });
+
+// A second service on the SQLite file one already serves stops with one line, and the first serves on.
+TEST(ServeOneFile, ASecondServiceOnTheSameFileDoesNotStart) {
+    const test::TemporaryDirectory directory("qv-serve");
+    ServeConfig config;
+    config.database = directory.file("v.sqlite");
+    // The stop signal goes to the process; blocked here and in the serving thread, it reaches only the service.
+    sigset_t stopSignals;
+    sigemptyset(&stopSignals);
+    sigaddset(&stopSignals, SIGTERM);
+    sigset_t previous;
+    pthread_sigmask(SIG_BLOCK, &stopSignals, &previous);
+    std::promise<int> listening;
+    std::thread first([&] {
+        const auto served = serveUntilSignalled(config, [&](int port) { listening.set_value(port); });
+        EXPECT_TRUE(served);
+    });
+    ASSERT_GT(listening.get_future().get(), 0);
+    std::optional<int> announced;
+    const auto second = serveUntilSignalled(config, [&](int port) { announced = port; });
+    ASSERT_FALSE(second);
+    EXPECT_EQ(second.error().code, ErrorCode::StorageFailed);
+    EXPECT_EQ(second.error().describe(), "cannot open the database: " + config.database +
+                                             " is in use by another qvdovrin serve; several instances need PostgreSQL");
+    EXPECT_FALSE(announced);
+    ::kill(::getpid(), SIGTERM);
+    first.join();
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
 
 } // namespace
 } // namespace qv::server
