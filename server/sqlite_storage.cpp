@@ -2,8 +2,10 @@
 #include "server/sqlite_storage.h"
 
 #include <sqlite3.h>
+#include <sys/stat.h>
 
 #include <chrono>
+#include <cstdio>
 #include <map>
 #include <optional>
 #include <utility>
@@ -326,6 +328,12 @@ Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &
         return storageFailure(options.path + ": " + key.error().describe());
     }
     storage->clientKey_ = std::move(*key);
+    struct stat opened {};
+    if (::stat(options.path.c_str(), &opened) != 0) {
+        return storageFailure(options.path + ": the file vanished while it was opened");
+    }
+    storage->fileDevice_ = opened.st_dev;
+    storage->fileInode_ = opened.st_ino;
     storage->writer_ = std::move(*writer);
     for (std::size_t i = 0; i < options.readers; ++i) {
         auto reader = Connection::open(options.path, false, options.busyTimeoutMilliseconds);
@@ -339,6 +347,17 @@ Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &
 }
 
 Result<SqliteStorage::Connection *> SqliteStorage::writerLocked() {
+    // A file deleted or replaced under the service would take writes that vanish, or start an empty database;
+    // either way the data written so far is not where the next start looks. Writes stop until an operator acts.
+    struct stat now {};
+    const bool same = ::stat(options_.path.c_str(), &now) == 0 && now.st_dev == fileDevice_ && now.st_ino == fileInode_;
+    if (!same) {
+        if (!fileLost_.exchange(true)) {
+            std::fprintf(stderr, "qvdovrin serve: %s was deleted or replaced while the service ran; writes stop\n",
+                         options_.path.c_str());
+        }
+        return storageFailure(options_.path + ": the file was deleted or replaced while the service ran");
+    }
     if (!writer_) {
         auto reopened = Connection::open(options_.path, true, options_.busyTimeoutMilliseconds);
         if (!reopened) {
@@ -624,6 +643,10 @@ Result<void> SqliteStorage::trimSearchEvents(Connection &db, std::int64_t addedB
         return storageFailure(db.lastError());
     }
     return {};
+}
+
+bool SqliteStorage::fileLost() const {
+    return fileLost_;
 }
 
 Result<std::int64_t> SqliteStorage::versionBytes() {

@@ -1,6 +1,9 @@
 // VersionStorage on an embedded SQLite database (WAL, prepared statements, one writer, a pool of readers).
 #pragma once
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <memory>
@@ -37,6 +40,8 @@ class SqliteStorage : public VersionStorage {
     Result<std::int64_t> searchEventCount() override;
     Result<std::int64_t> versionBytes() override;
     std::string clientKey() const override;
+    // Whether a write found the file deleted or replaced since it was opened; writes fail from then on.
+    bool fileLost() const;
 
     class Connection;
 
@@ -54,6 +59,10 @@ class SqliteStorage : public VersionStorage {
 
     const SqliteOptions options_;
     std::string clientKey_;
+    // The file as it was opened; writerLocked() compares the path with it before every write.
+    dev_t fileDevice_ = 0;
+    ino_t fileInode_ = 0;
+    std::atomic<bool> fileLost_{false};
     std::mutex writerMutex_;
     // Dropped after a failed write: a connection that met a read-only or vanished file stays that way, a new one
     // sees the file as it is now.

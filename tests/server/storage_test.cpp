@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <fstream>
 #include <functional>
 #include <memory>
 #include <sstream>
@@ -335,6 +336,35 @@ INSTANTIATE_TEST_SUITE_P(
                                                     ByteBudgetCase{"KnownVersionsCostNothing", "12 21", false},
                                                     ByteBudgetCase{"AllOrNothing", "1 23 2", false})),
     [](const auto &info) { return backendAndCaseName(info); });
+
+struct LostFileCase {
+    const char *name;
+    bool replaced; // another file renamed over it, rather than deleted
+};
+class LostFile : public ::testing::TestWithParam<LostFileCase> {};
+// Writes stop, rather than vanish or start an empty database, once the file is no longer the one opened.
+TEST_P(LostFile, StopsWritesWithAReasonNamingThePath) {
+    const test::TemporaryDirectory directory("qv-lost");
+    const std::string path = directory.file("v.sqlite");
+    auto storage = openAt(path);
+    ASSERT_TRUE(storage) << storage.error().describe();
+    ASSERT_TRUE((*storage)->recordReport(reportOf({1})));
+    if (GetParam().replaced) {
+        std::ofstream(directory.file("other")) << "";
+        ASSERT_EQ(std::rename(directory.file("other").c_str(), path.c_str()), 0);
+    } else {
+        ASSERT_EQ(std::remove(path.c_str()), 0);
+    }
+    const auto refused = (*storage)->recordReport(reportOf({2}));
+    ASSERT_FALSE(refused);
+    EXPECT_EQ(refused.error().code, ErrorCode::StorageFailed);
+    EXPECT_EQ(refused.error().detail, path + ": the file was deleted or replaced while the service ran");
+    EXPECT_FALSE((*storage)->recordSearchEvent(eventNumber(1)));
+    EXPECT_TRUE((*storage)->fileLost());
+}
+INSTANTIATE_TEST_SUITE_P(Files, LostFile,
+                         ::testing::Values(LostFileCase{"Deleted", false}, LostFileCase{"Replaced", true}),
+                         [](const auto &info) { return std::string(info.param.name); });
 
 // Another process's exclusive lock: a real write failure that passes once the lock is gone, as root too.
 class ForeignLock {
