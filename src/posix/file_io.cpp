@@ -12,6 +12,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
+#include <thread>
 #include <utility>
 
 namespace qv::posix {
@@ -264,7 +266,8 @@ Result<void> writeFileAtomically(const std::string &path, const std::string &byt
     return {};
 }
 
-Result<FileChangeLock> FileChangeLock::acquire(const std::string &path) {
+Result<FileChangeLock> FileChangeLock::acquire(const std::string &path, std::chrono::milliseconds maxWait,
+                                               const std::function<void(const std::string &lockPath)> &onWaiting) {
     const auto target = writeTarget(path);
     if (!target) {
         return target.error();
@@ -278,12 +281,29 @@ Result<FileChangeLock> FileChangeLock::acquire(const std::string &path) {
     if (descriptor < 0) {
         return systemError(ErrorCode::FileUnwritable, "cannot open the lock file", lockPath);
     }
-    while (::flock(descriptor, LOCK_EX) != 0) {
-        if (errno != EINTR) {
+    constexpr std::chrono::milliseconds kPoll{50};
+    const auto deadline = std::chrono::steady_clock::now() + maxWait;
+    bool told = false;
+    while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+        if (errno == EINTR) {
+            continue;
+        }
+        if (errno != EWOULDBLOCK) {
             const Error error = systemError(ErrorCode::FileUnwritable, "cannot lock", lockPath);
             ::close(descriptor);
             return error;
         }
+        if (std::chrono::steady_clock::now() >= deadline) {
+            ::close(descriptor);
+            const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(maxWait).count();
+            return fail(ErrorCode::FileUnwritable,
+                        lockPath + ": another process holds it; gave up after " + std::to_string(seconds) + " s");
+        }
+        if (!told && onWaiting) {
+            onWaiting(lockPath);
+        }
+        told = true;
+        std::this_thread::sleep_for(kPoll);
     }
     return FileChangeLock(descriptor);
 }

@@ -1,7 +1,9 @@
 // Whole-file reading with a size bound, crash-safe whole-file writing, and a lock around read–change–write.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
 
 #include "base/result.h"
@@ -30,8 +32,12 @@ Result<std::string> writeTarget(const std::string &path);
 // the target itself is replaced on each write. Released when destroyed, or when the process dies.
 class FileChangeLock {
   public:
-    // Waits until no other holder has the lock.
-    static Result<FileChangeLock> acquire(const std::string &path);
+    static constexpr std::chrono::milliseconds kDefaultWait{std::chrono::seconds(10)};
+
+    // Waits until no other holder has the lock, at most maxWait; beyond it FileUnwritable says which lock file
+    // another process holds. onWaiting runs once, with the lock file's path, when the lock is not free at first.
+    static Result<FileChangeLock> acquire(const std::string &path, std::chrono::milliseconds maxWait = kDefaultWait,
+                                          const std::function<void(const std::string &lockPath)> &onWaiting = {});
 
     FileChangeLock(FileChangeLock &&other) noexcept;
     FileChangeLock &operator=(FileChangeLock &&other) noexcept;

@@ -18,18 +18,22 @@ struct CliOutcome {
     std::string err;
 };
 
-// The arguments follow the program name, as on a command line; input is what the user types.
-inline CliOutcome runInProcess(const std::vector<std::string> &arguments, const std::string &input = {}) {
+// The arguments follow the program name, as on a command line; `in` is what the user types.
+inline CliOutcome runInProcess(const std::vector<std::string> &arguments, std::istream &in) {
     std::vector<const char *> argv{"qvdovrin"};
     for (const std::string &argument : arguments) {
         argv.push_back(argument.c_str());
     }
     std::ostringstream out;
     std::ostringstream err;
-    std::istringstream in(input);
     qvdovrin::Io io{out, err, in};
     const int code = qvdovrin::run(static_cast<int>(argv.size()), argv.data(), io);
     return {code, out.str(), err.str()};
+}
+
+inline CliOutcome runInProcess(const std::vector<std::string> &arguments, const std::string &input = {}) {
+    std::istringstream in(input);
+    return runInProcess(arguments, in);
 }
 
 // The built binary, run by the shell with `arguments` as written; out holds stdout and stderr together.

@@ -6,15 +6,21 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <set>
 #include <sstream>
+#include <streambuf>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -119,6 +125,81 @@ TEST_F(BlockedCommands, BadInputExitsOneWithOneLine) {
         EXPECT_EQ(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 1) << outcome.err;
     }
     EXPECT_EQ(run({"blocked", "add", "@ok.plist", "com.a", "--all", "--version", "1"}).exitCode, 2);
+}
+
+struct RefusalCase {
+    const char *name;
+    std::vector<std::string> arguments;
+    std::string line; // the whole of stderr; @ stands for the test's folder
+};
+class BlockedRefusal : public BlockedCommands, public testing::WithParamInterface<RefusalCase> {};
+TEST_P(BlockedRefusal, SaysWhyInOneLine) {
+    const int lock = ::open(path("held.plist.lock").c_str(), O_RDWR | O_CREAT, 0600);
+    ASSERT_EQ(::flock(lock, LOCK_EX), 0); // another process's change under way
+    std::string expected = GetParam().line;
+    if (const auto at = expected.find('@'); at != std::string::npos) {
+        expected.replace(at, 1, path(""));
+    }
+    const Outcome outcome = run(GetParam().arguments);
+    ::close(lock);
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.err, expected);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Inputs, BlockedRefusal,
+    testing::Values(
+        RefusalCase{"IdentifierPastSignedRange",
+                    {"blocked", "add", "@ok.plist", "9223372036854775808", "--all"},
+                    "qvdovrin: store item identifier 9223372036854775808 is too large (at most 9223372036854775807)\n"},
+        RefusalCase{"VersionsOfAnIdentifierPastSignedRange",
+                    {"versions", "18446744073709551616"},
+                    "qvdovrin: a store identifier is too large (at most 9223372036854775807): 18446744073709551616\n"},
+        RefusalCase{"LockHeldElsewhere",
+                    {"blocked", "add", "@held.plist", "com.a", "--all"},
+                    "qvdovrin: nothing was blocked: @held.plist.lock: another process holds it; gave up after 10 s\n"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+// Typed lines, one at a time; before each is read, what another process does in the meantime.
+class TypedWithPauses : public std::streambuf {
+  public:
+    explicit TypedWithPauses(std::vector<std::pair<std::function<void()>, std::string>> lines)
+        : lines_(std::move(lines)) {}
+
+  protected:
+    int_type underflow() override {
+        if (next_ == lines_.size()) {
+            return traits_type::eof();
+        }
+        auto &[meanwhile, line] = lines_[next_++];
+        if (meanwhile) {
+            meanwhile();
+        }
+        setg(line.data(), line.data(), line.data() + line.size());
+        return traits_type::to_int_type(line[0]);
+    }
+
+  private:
+    std::vector<std::pair<std::function<void()>, std::string>> lines_;
+    std::size_t next_ = 0;
+};
+
+// The screen is drawn again from the file after each change: a record another process removed is gone from it.
+TEST_F(BlockedCommands, ReviewRedrawsFromTheFile) {
+    ASSERT_EQ(run({"blocked", "add", "@b.plist", "com.a", "--all"}).exitCode, 0);
+    ASSERT_EQ(run({"blocked", "add", "@b.plist", "com.b", "--all"}).exitCode, 0);
+    ASSERT_EQ(run({"blocked", "add", "@b.plist", "com.c", "--all"}).exitCode, 0);
+    TypedWithPauses typed({{{}, "e\n"},
+                           {[this] {
+                                EXPECT_EQ(run({"blocked", "remove", "@b.plist", "com.b"}).exitCode, 0);
+                            },
+                            "d 3\n"},
+                           {{}, "q\n"}});
+    std::istream in(&typed);
+    const Outcome review = qv::test::runInProcess({"blocked", "review", path("b.plist")}, in);
+    ASSERT_EQ(review.exitCode, 0) << review.err;
+    const std::string last = review.out.substr(review.out.rfind("Blocked App Updates"));
+    EXPECT_EQ(last, "Blocked App Updates  [Done]\n  1. com.a\n     Current Version: (null) Blocked: All\n> \n")
+        << review.out;
 }
 
 TEST_F(BlockedCommands, CorruptFileIsReportedAndLeftUntouched) {

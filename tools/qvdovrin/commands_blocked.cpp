@@ -2,6 +2,7 @@
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
+#include <unistd.h>
 
 #include <cstdint>
 #include <filesystem>
@@ -79,10 +80,18 @@ class PrintingNotifier : public qv::Notifier {
     std::ostream *out_;
 };
 
+// On a terminal, a wait for another process's lock shows, so the command does not seem to hang.
+void sayWaiting(const std::string &lockPath, Io &io) {
+    if (::isatty(STDERR_FILENO) == 1) {
+        io.err << "waiting for another process to release " << lockPath << "..." << std::endl;
+    }
+}
+
 // A command that changes the file holds its change lock from before it reads the records until it has written
 // them, so that commands running side by side never drop each other's records. `refusal` starts the error line.
-qv::posix::FileChangeLock changeLock(const std::string &path, const std::string &refusal) {
-    auto lock = qv::posix::FileChangeLock::acquire(path);
+qv::posix::FileChangeLock changeLock(const std::string &path, const std::string &refusal, Io &io) {
+    auto lock = qv::posix::FileChangeLock::acquire(path, qv::posix::FileChangeLock::kDefaultWait,
+                                                   [&io](const std::string &lockPath) { sayWaiting(lockPath, io); });
     if (!lock) {
         throw BadInput(refusal + ": " + lock.error().describe());
     }
@@ -132,7 +141,7 @@ qv::Value parseKey(const std::string &text) {
     for (const char digit : text) {
         const auto value = static_cast<std::uint64_t>(digit - '0');
         if (identifier > (kMaxIdentifier - value) / kDecimalBase) {
-            throw BadInput("store item identifier " + text + " does not fit in 64 bits");
+            throw BadInput("store item identifier " + text + " is too large (at most 9223372036854775807)");
         }
         identifier = identifier * kDecimalBase + value;
     }
@@ -176,7 +185,7 @@ void listRecords(const ListOptions &options, Io &io) {
 
 void addRecord(const AddOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
-    const qv::posix::FileChangeLock lock = changeLock(options.file, "nothing was blocked");
+    const qv::posix::FileChangeLock lock = changeLock(options.file, "nothing was blocked", io);
     OpenedStore opened(options.file, true, options.coreFoundationVersion);
     const auto saved = opened.store().saveRecord(key, qv::BlockedUpdates::makeRecord(options.version, options.all));
     if (!saved) {
@@ -188,7 +197,7 @@ void addRecord(const AddOptions &options, Io &io) {
 
 void removeRecord(const RemoveOptions &options, Io &io) {
     const qv::Value key = parseKey(options.key);
-    const qv::posix::FileChangeLock lock = changeLock(options.file, "nothing was unblocked");
+    const qv::posix::FileChangeLock lock = changeLock(options.file, "nothing was unblocked", io);
     OpenedStore opened(options.file, false, options.coreFoundationVersion);
     const bool present = opened.store().snapshot().contains(key);
     const auto saved = opened.store().unblockUpdate(key);
@@ -281,39 +290,51 @@ void reviewRecords(const ReviewOptions &options, Io &io) {
     OpenedStore opened(options.file, true, kDefaultCoreFoundationVersion, &io.out);
     PrintingNotifier screens(&io.out);
     // The settings screen is the delegate on the phone: after each deletion it tells the update screens.
-    qv::BlockedListModel screen(opened.store(), apps,
-                                [&screens] { screens.postLocal(std::string(qv::kReloadUpdatesNotification)); });
-    printReviewScreen(screen, io);
+    const auto makeScreen = [&] {
+        return std::make_unique<qv::BlockedListModel>(
+            opened.store(), apps, [&screens] { screens.postLocal(std::string(qv::kReloadUpdatesNotification)); });
+    };
+    auto screen = makeScreen();
+    printReviewScreen(*screen, io);
     std::string line;
     while (io.out << "> " << std::flush, std::getline(io.in, line)) {
         if (line == "q") {
             break;
         }
         if (line == "e") {
-            screen.toggleEditing();
+            screen->toggleEditing();
         } else if (line.size() > 2 && line.compare(0, 2, "d ") == 0 && line.size() < 12 &&
                    line.find_first_not_of("0123456789", 2) == std::string::npos) {
             const std::size_t number = std::stoul(line.substr(2));
-            if (number == 0 || number > screen.rowCount()) {
+            if (number == 0 || number > screen->rowCount()) {
                 io.out << "no row " << line.substr(2) << "\n";
                 continue;
             }
-            const std::string key = keyText(screen.keys()[number - 1]);
+            const std::string key = keyText(screen->keys()[number - 1]);
             // The screen stays open while others change the file: each deletion reads the records afresh under
             // the change lock, so it removes one record and keeps everything added meanwhile.
-            const auto lock = qv::posix::FileChangeLock::acquire(options.file);
+            const auto lock =
+                qv::posix::FileChangeLock::acquire(options.file, qv::posix::FileChangeLock::kDefaultWait,
+                                                   [&io](const std::string &lockPath) { sayWaiting(lockPath, io); });
             if (!lock) {
                 io.out << "not saved: " << lock.error().describe() << "\n";
                 continue;
             }
             opened.store().reloadBlockedUpdatesDict();
-            const auto unblocked = screen.deleteRow(number - 1);
+            const auto unblocked = screen->deleteRow(number - 1);
             io.out << (unblocked ? "unblocked " + key : "not saved: " + unblocked.error().describe()) << "\n";
         } else {
             io.out << "commands: d N (delete row N), e (Edit/Done), q (quit)\n";
             continue;
         }
-        printReviewScreen(screen, io);
+        // Drawn again from the file as it is now, so rows another process added or removed show as they are.
+        const bool editing = screen->editing();
+        opened.store().reloadBlockedUpdatesDict();
+        screen = makeScreen();
+        if (editing) {
+            screen->toggleEditing();
+        }
+        printReviewScreen(*screen, io);
     }
     io.out << "\n";
 }

@@ -18,6 +18,7 @@
 #include "downgrade/versions_list_model.h"
 #include "posix/curl_http.h"
 #include "posix/thread_queues.h"
+#include "server/request_bodies.h"
 #include "service/buy_parameters.h"
 #include "store/purchase_initiated.h"
 
@@ -64,6 +65,9 @@ std::string checkedVersion(const std::optional<std::string> &version) {
     }
     if (!isDecimal(*version)) {
         throw BadInput("an external version identifier is decimal digits: " + *version);
+    }
+    if (!qv::server::identifierFrom(std::string_view(*version))) {
+        throw BadInput("an external version identifier is too large (at most 9223372036854775807): " + *version);
     }
     return *version;
 }

@@ -42,7 +42,9 @@ qv::ServiceEndpoints endpointsFor(const std::string &serverUrl) {
 
 std::string checkedStoreIdentifier(const std::string &text) {
     if (!qv::server::identifierFrom(std::string_view(text))) {
-        throw BadInput("a store identifier is decimal digits: " + text);
+        const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+        throw BadInput(digits ? "a store identifier is too large (at most 9223372036854775807): " + text
+                              : "a store identifier is decimal digits: " + text);
     }
     return text;
 }
