@@ -377,13 +377,7 @@ std::string base64(const Bytes &bytes) {
     return out;
 }
 
-void write(std::string &out, const Value &value, int indent, int level) {
-    const auto newline = [&](int depth) {
-        if (indent > 0) {
-            out += '\n';
-            out.append(static_cast<std::size_t>(depth) * static_cast<std::size_t>(indent), ' ');
-        }
-    };
+void write(std::string &out, const Value &value) {
     switch (value.kind()) {
     case Value::Kind::Null:
         out += "null";
@@ -415,11 +409,7 @@ void write(std::string &out, const Value &value, int indent, int level) {
                 out += ',';
             }
             first = false;
-            newline(level + 1);
-            write(out, item, indent, level + 1);
-        }
-        if (!array.empty()) {
-            newline(level);
+            write(out, item);
         }
         out += ']';
         break;
@@ -433,19 +423,15 @@ void write(std::string &out, const Value &value, int indent, int level) {
                 out += ',';
             }
             first = false;
-            newline(level + 1);
             if (const auto *text = key.asString()) {
                 writeString(out, *text);
             } else {
                 std::string keyText;
-                write(keyText, key, 0, 0);
+                write(keyText, key);
                 writeString(out, keyText);
             }
-            out += indent > 0 ? ": " : ":";
-            write(out, item, indent, level + 1);
-        }
-        if (!dictionary.empty()) {
-            newline(level);
+            out += ':';
+            write(out, item);
         }
         out += '}';
         break;
@@ -461,13 +447,7 @@ Result<Value> parseJson(std::string_view text) {
 
 std::string toJson(const Value &value) {
     std::string out;
-    write(out, value, 0, 0);
-    return out;
-}
-
-std::string toPrettyJson(const Value &value) {
-    std::string out;
-    write(out, value, 2, 0);
+    write(out, value);
     return out;
 }
 

@@ -19,6 +19,5 @@ Result<Value> parseJson(std::string_view text);
 // Compact JSON (no spaces), keys in insertion order. Bytes are written as base64 strings, dates as seconds.
 // Non-string dictionary keys are written in their JSON text form as strings.
 std::string toJson(const Value &value);
-std::string toPrettyJson(const Value &value);
 
 } // namespace qv

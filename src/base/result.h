@@ -1,7 +1,8 @@
 // One result type for every operation that can fail: a value, or a named error from one table plus detail text.
 #pragma once
 
-#include <cassert>
+#include <cstdio>
+#include <cstdlib>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -45,22 +46,11 @@ enum class ErrorCode {
 #undef QV_ERROR_ENUMERATOR
 };
 
-constexpr std::string_view errorName(ErrorCode code) {
-    switch (code) {
-#define QV_ERROR_NAME(name, message)                                                                                   \
-    case ErrorCode::name:                                                                                              \
-        static_assert(std::string_view(message).size() > 0, #name " needs a message");                                 \
-        return #name;
-        QV_ERROR_CODES(QV_ERROR_NAME)
-#undef QV_ERROR_NAME
-    }
-    return "Unknown";
-}
-
 constexpr std::string_view errorMessage(ErrorCode code) {
     switch (code) {
 #define QV_ERROR_MESSAGE(name, message)                                                                                \
     case ErrorCode::name:                                                                                              \
+        static_assert(std::string_view(message).size() > 0, #name " needs a message");                                 \
         return message;
         QV_ERROR_CODES(QV_ERROR_MESSAGE)
 #undef QV_ERROR_MESSAGE
@@ -83,6 +73,18 @@ inline Error fail(ErrorCode code, std::string detail = {}) {
     return Error{code, std::move(detail)};
 }
 
+// Reading the value of a failure (or the error of a success) is a fault in the caller. It stops the program with
+// a line saying which, rather than going on with memory that holds no value.
+[[noreturn]] inline void stopOnMisusedResult(std::string_view what, const Error *error) {
+    std::fprintf(stderr, "qv::Result: %.*s", static_cast<int>(what.size()), what.data());
+    if (error != nullptr) {
+        const std::string text = error->describe();
+        std::fprintf(stderr, " (the failure: %s)", text.c_str());
+    }
+    std::fputc('\n', stderr);
+    std::abort();
+}
+
 template <class T> class [[nodiscard]] Result {
   public:
     Result(T value) : state_(std::in_place_index<0>, std::move(value)) {}
@@ -91,18 +93,39 @@ template <class T> class [[nodiscard]] Result {
     bool ok() const { return state_.index() == 0; }
     explicit operator bool() const { return ok(); }
 
-    T &value() & { return *std::get_if<0>(&state_); }
-    const T &value() const & { return *std::get_if<0>(&state_); }
-    T &&value() && { return std::move(*std::get_if<0>(&state_)); }
+    T &value() & { return *checkedValue(); }
+    const T &value() const & { return *checkedValue(); }
+    T &&value() && { return std::move(*checkedValue()); }
     T *operator->() { return &value(); }
     const T *operator->() const { return &value(); }
     T &operator*() & { return value(); }
     const T &operator*() const & { return value(); }
 
-    const Error &error() const { return *std::get_if<1>(&state_); }
+    const Error &error() const {
+        const Error *failure = std::get_if<1>(&state_);
+        if (failure == nullptr) {
+            stopOnMisusedResult("error() of a result that holds a value", nullptr);
+        }
+        return *failure;
+    }
     T valueOr(T fallback) const & { return ok() ? value() : std::move(fallback); }
 
   private:
+    T *checkedValue() {
+        T *held = std::get_if<0>(&state_);
+        if (held == nullptr) {
+            stopOnMisusedResult("value() of a failed result", std::get_if<1>(&state_));
+        }
+        return held;
+    }
+    const T *checkedValue() const {
+        const T *held = std::get_if<0>(&state_);
+        if (held == nullptr) {
+            stopOnMisusedResult("value() of a failed result", std::get_if<1>(&state_));
+        }
+        return held;
+    }
+
     std::variant<T, Error> state_;
 };
 
@@ -113,7 +136,12 @@ template <> class [[nodiscard]] Result<void> {
 
     bool ok() const { return !error_.has_value(); }
     explicit operator bool() const { return ok(); }
-    const Error &error() const { return *error_; }
+    const Error &error() const {
+        if (!error_) {
+            stopOnMisusedResult("error() of a result that succeeded", nullptr);
+        }
+        return *error_;
+    }
 
   private:
     std::optional<Error> error_;

@@ -8,15 +8,12 @@
 
 namespace qv {
 
-enum class HttpCachePolicy { ProtocolDefault };
-
 struct HttpRequest {
     std::string method = "GET";
     std::string url;
     // In the order they are added; a name may repeat.
     std::vector<std::pair<std::string, std::string>> headers;
     std::optional<std::string> body;
-    HttpCachePolicy cachePolicy = HttpCachePolicy::ProtocolDefault;
     double timeoutSeconds = 60;
 };
 

@@ -202,7 +202,6 @@ HttpRequest makeJsonPost(std::string_view path, std::string_view baseUrl, const 
     HttpRequest request;
     request.method = "POST";
     request.url = appendingPathComponent(baseUrl, path);
-    request.cachePolicy = HttpCachePolicy::ProtocolDefault;
     request.timeoutSeconds = kPostTimeoutSeconds;
     request.headers = {{"Content-Type", "application/json"}, {"Accept", "application/json"}};
     request.body = jsonBody(parameters);

@@ -45,7 +45,6 @@ TEST(JsonPost, CarriesMethodHeadersTimeoutAndCompactBody) {
     EXPECT_EQ(request.method, "POST");
     EXPECT_EQ(request.url, "http://h/base/v1/events");
     EXPECT_EQ(request.timeoutSeconds, 60);
-    EXPECT_EQ(request.cachePolicy, HttpCachePolicy::ProtocolDefault);
     const std::vector<std::pair<std::string, std::string>> headers{{"Content-Type", "application/json"},
                                                                    {"Accept", "application/json"}};
     EXPECT_EQ(request.headers, headers);

@@ -41,11 +41,8 @@ inline Class classFromHandle(ClassHandle handle) {
 inline ClassHandle handleFromClass(Class cls) {
     return (__bridge ClassHandle)cls;
 }
-// A method body as an IMP, and an IMP back as the method's own type: function pointer to function pointer only, never
-// through an integer or a data pointer, which would strip or skip the signature.
-template <FunctionPointer Function> MethodImplementation implementation(Function function) {
-    return reinterpret_cast<MethodImplementation>(function);
-}
+// An IMP back as the method's own type: function pointer to function pointer only, never through an integer or a
+// data pointer, which would strip or skip the signature.
 template <FunctionPointer Function> Function callable(MethodImplementation orig) {
     return reinterpret_cast<Function>(orig);
 }
