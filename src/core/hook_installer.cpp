@@ -18,7 +18,8 @@ bool bodyFitsRow(const HookRow &row, const HookBinding &binding) {
         return false;
     }
     if (isReplacement(row.kind)) {
-        return binding.orig != nullptr;
+        // A filled orig slot means the row is installed already; replacing again would make orig our own body.
+        return binding.orig != nullptr && *binding.orig == nullptr;
     }
     return !row.typeSignature.empty();
 }
@@ -83,12 +84,22 @@ void installUpdateHooks(Runtime &runtime, const HookBodies &bodies) {
     installHookBatch(HookBatch::Updates, runtime, bodies);
 }
 
-void startUp(Runtime &runtime, const HookBodies &bodies, const std::function<void()> &createPendingTable) {
-    installStoreHooks(runtime, bodies);
-    if (createPendingTable) {
-        createPendingTable();
+namespace {
+
+void run(const std::function<void()> &step) {
+    if (step) {
+        step();
     }
+}
+
+} // namespace
+
+void startUp(Runtime &runtime, const HookBodies &bodies, const StartUpSteps &steps) {
+    installStoreHooks(runtime, bodies);
+    run(steps.createPendingTable);
+    run(steps.beforeResourceHooks);
     installResourceAndAnalyticsHooks(runtime, bodies);
+    run(steps.beforeUpdateHooks);
     installUpdateHooks(runtime, bodies);
 }
 

@@ -18,7 +18,8 @@ inline constexpr std::string_view kStoreKitUIBinary =
 bool isStoreDaemon(std::string_view mainBundleIdentifier);
 
 // Installs every row of one batch whose body is bound, whose condition holds and whose class exists here.
-// Rows are checked completely before anything is changed; a row that fails a check is passed over quietly.
+// Rows are checked completely before anything is changed; a row that fails a check is passed over quietly, and
+// so is a replacement whose orig slot is already filled.
 void installHookBatch(HookBatch batch, Runtime &runtime, const HookBodies &bodies);
 
 // The store batch, preceded (outside the daemon) by the one-time StoreKitUI load when its classes are missing.
@@ -26,8 +27,15 @@ void installStoreHooks(Runtime &runtime, const HookBodies &bodies);
 void installResourceAndAnalyticsHooks(Runtime &runtime, const HookBodies &bodies);
 void installUpdateHooks(Runtime &runtime, const HookBodies &bodies);
 
-// All of start-up in order: store hooks, the pending-downgrade table, resources and analytics, updates.
-// The table is created through createPendingTable so tests can observe where in the order it happens.
-void startUp(Runtime &runtime, const HookBodies &bodies, const std::function<void()> &createPendingTable);
+// What start-up creates between the batches; each step may be empty.
+struct StartUpSteps {
+    std::function<void()> createPendingTable;  // after the store hooks
+    std::function<void()> beforeResourceHooks; // the resource bundle their bodies read
+    std::function<void()> beforeUpdateHooks;   // the blocked-updates store and the settings their bodies use
+};
+
+// All of start-up in order: store hooks, the pending-downgrade table, resources and analytics, updates. A row
+// already installed (its orig slot is filled) is not installed again, so running start-up twice changes nothing.
+void startUp(Runtime &runtime, const HookBodies &bodies, const StartUpSteps &steps);
 
 } // namespace qv

@@ -80,6 +80,21 @@ std::optional<DowngradeChoice> choiceOf(PromptAction action) {
 
 } // namespace
 
+std::optional<DowngradeChoice> downgradeChoiceFrom(int answer) {
+    switch (answer) {
+    case static_cast<int>(DowngradeChoice::Continue):
+        return DowngradeChoice::Continue;
+    case static_cast<int>(DowngradeChoice::Downgrade):
+        return DowngradeChoice::Downgrade;
+    case static_cast<int>(DowngradeChoice::DowngradeToPrevious):
+        return DowngradeChoice::DowngradeToPrevious;
+    case static_cast<int>(DowngradeChoice::Cancel):
+        return DowngradeChoice::Cancel;
+    default:
+        return std::nullopt;
+    }
+}
+
 Prompt statePrompt(bool installedOrUpdatable, bool proxiesKnowExternalVersions, const Ui &ui) {
     const bool canGoBack = proxiesKnowExternalVersions && installedOrUpdatable;
     if (!ui.hasAlertControllers()) {
@@ -113,33 +128,42 @@ Prompt flagPrompt(const FlagPromptButtons &buttons, bool updateBlockerDisabled, 
 void presentPrompt(Ui &ui, const Prompt &prompt, PromptHandlers handlers) {
     const bool delayed = prompt.dialog.form == DialogForm::LegacyActionSheet;
     auto shared = std::make_shared<PromptHandlers>(std::move(handlers));
-    ui.presentDialog(prompt.dialog, [&ui, actions = prompt.actions, delayed, shared](const DialogAnswer &answer) {
-        if (answer.button >= actions.size()) {
-            return;
+    // A prompt nobody saw answers "Continue": whatever asked goes on as the store would have.
+    auto notShown = [shared] {
+        if (shared->choice) {
+            shared->choice(DowngradeChoice::Continue);
         }
-        const PromptAction action = actions[answer.button];
-        if (action == PromptAction::BlockAllUpdates) {
-            if (shared->blockAllUpdates) {
-                shared->blockAllUpdates();
+    };
+    ui.presentDialog(
+        prompt.dialog,
+        [&ui, actions = prompt.actions, delayed, shared](const DialogAnswer &answer) {
+            if (answer.button >= actions.size()) {
+                return;
             }
-            return;
-        }
-        if (action == PromptAction::AvailableTweaks) {
-            if (shared->showTweaks) {
-                shared->showTweaks();
+            const PromptAction action = actions[answer.button];
+            if (action == PromptAction::BlockAllUpdates) {
+                if (shared->blockAllUpdates) {
+                    shared->blockAllUpdates();
+                }
+                return;
             }
-            return;
-        }
-        const auto choice = choiceOf(action);
-        if (!choice || !shared->choice) {
-            return;
-        }
-        if (delayed && *choice != DowngradeChoice::Cancel) {
-            ui.afterDelay(kLegacySheetAnswerDelay, [shared, choice] { shared->choice(*choice); });
-        } else {
-            shared->choice(*choice);
-        }
-    });
+            if (action == PromptAction::AvailableTweaks) {
+                if (shared->showTweaks) {
+                    shared->showTweaks();
+                }
+                return;
+            }
+            const auto choice = choiceOf(action);
+            if (!choice || !shared->choice) {
+                return;
+            }
+            if (delayed && *choice != DowngradeChoice::Cancel) {
+                ui.afterDelay(kLegacySheetAnswerDelay, [shared, choice] { shared->choice(*choice); });
+            } else {
+                shared->choice(*choice);
+            }
+        },
+        std::move(notShown));
 }
 
 } // namespace qv

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -12,6 +13,9 @@ namespace qv {
 
 // The answer a prompt hands to its caller; the numbers are what store hooks and completions receive.
 enum class DowngradeChoice : int { Continue = 0, Downgrade = 1, DowngradeToPrevious = 2, Cancel = 3 };
+
+// The choice an answer number stands for; nothing for a number no prompt gives (such numbers do nothing).
+std::optional<DowngradeChoice> downgradeChoiceFrom(int answer);
 
 inline constexpr std::string_view kPromptTitle = "Hey There!";
 inline constexpr std::string_view kPromptMessage = "What would you like to do?";
@@ -54,7 +58,8 @@ struct PromptHandlers {
 };
 
 // Shows the prompt and routes the chosen button. The legacy action sheet hands every answer but "Cancel" on a
-// quarter of a second later, once its dismissal is over.
+// quarter of a second later, once its dismissal is over. A prompt that cannot be shown answers "Continue", so the
+// store's action or purchase goes on unchanged.
 void presentPrompt(Ui &ui, const Prompt &prompt, PromptHandlers handlers);
 
 } // namespace qv

@@ -53,8 +53,10 @@ void VersionsListModel::loaded(KnownVersions reply) {
     alert.form = DialogForm::Alert;
     alert.presenter = Presenter::Screen;
     alert.buttons = {{std::string(kLoadErrorButton), ButtonRole::Default}};
-    ui_.afterDelay(std::chrono::milliseconds(0),
-                   [&ui = ui_, alert] { ui.presentDialog(alert, [](const DialogAnswer &) {}); });
+    ui_.afterDelay(std::chrono::milliseconds(0), [&ui = ui_, alert] {
+        ui.presentDialog(
+            alert, [](const DialogAnswer &) {}, [] {});
+    });
 }
 
 void VersionsListModel::chooseRow(std::size_t row) {
@@ -64,14 +66,32 @@ void VersionsListModel::chooseRow(std::size_t row) {
 }
 
 void VersionsListModel::leave() {
+    if (endWithoutChoice()) {
+        ui_.dismissScreen(*this);
+    }
+}
+
+void VersionsListModel::notShown() {
+    static_cast<void>(endWithoutChoice());
+}
+
+void VersionsListModel::dismissedByUser() {
+    static_cast<void>(endWithoutChoice());
+}
+
+bool VersionsListModel::endWithoutChoice() {
     if (finished_) {
-        return;
+        return false;
     }
     finished_ = true;
     if (cancel_) {
         cancel_();
     }
-    ui_.dismissScreen(*this);
+    return true;
+}
+
+void VersionsListModel::choose(std::optional<std::string> identifier) {
+    finish(std::move(identifier));
 }
 
 void VersionsListModel::typeVersion() {
@@ -92,12 +112,15 @@ void VersionsListModel::typeVersion() {
         dialog.textField = TextField{"", true};
         okButton = 1;
     }
-    ui_.presentDialog(dialog, [weak = weak_from_this(), okButton](const DialogAnswer &answer) {
-        const auto self = weak.lock();
-        if (self && answer.button == okButton) {
-            self->finish(answer.text);
-        }
-    });
+    ui_.presentDialog(
+        dialog,
+        [weak = weak_from_this(), okButton](const DialogAnswer &answer) {
+            const auto self = weak.lock();
+            if (self && answer.button == okButton) {
+                self->finish(answer.text);
+            }
+        },
+        [] {});
 }
 
 void VersionsListModel::finish(std::optional<std::string> identifier) {

@@ -62,9 +62,17 @@ class VersionsListModel final : public ScreenModel, public std::enable_shared_fr
     void chooseRow(std::size_t row);
     void leave();       // the cancel bar button
     void typeVersion(); // the add bar button: asks for an external version identifier
+    // Hands the identifier to the owner and closes, as choosing a row does; for callers that name it directly.
+    void choose(std::optional<std::string> identifier);
+
+    // A list that never appeared, or that the user swiped away, ends as leaving it does: cancel runs, once.
+    void notShown() override;
+    void dismissedByUser() override;
 
   private:
     void loaded(KnownVersions reply);
+    // Runs cancel unless the list has already ended; false when it had.
+    bool endWithoutChoice();
     void finish(std::optional<std::string> identifier);
     void changed() const;
 

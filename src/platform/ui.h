@@ -66,6 +66,11 @@ class ScreenModel {
     ScreenModel &operator=(const ScreenModel &) = delete;
     virtual ~ScreenModel() = default;
     virtual ScreenKind kind() const = 0;
+
+    // The screen could not be shown (nothing to present it from, or that controller was busy).
+    virtual void notShown() {}
+    // The user took the screen away by a gesture of the system's (a sheet swiped down), not by one of its buttons.
+    virtual void dismissedByUser() {}
 };
 
 struct Point {
@@ -82,6 +87,8 @@ struct Rect {
     friend bool operator==(const Rect &, const Rect &) = default;
 };
 
+// Every call may come from any thread: an adapter that draws with a toolkit bound to one thread hops there itself,
+// so no caller has to. Answers, notShown and delayed tasks always run on the main queue.
 class Ui {
   public:
     Ui() = default;
@@ -94,10 +101,13 @@ class Ui {
     // Whether the device's interface idiom is the tablet's; false when the idiom cannot be asked.
     virtual bool isTablet() const = 0;
 
-    // Shows the dialog; answer runs on the main queue once the user has chosen a button.
-    virtual void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer) = 0;
+    // Shows the dialog; answer runs once the user has chosen a button. When the dialog cannot be shown (nothing to
+    // present it from, or that controller is busy), notShown runs instead, so the caller can go on without it.
+    virtual void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer,
+                               std::function<void()> notShown) = 0;
 
-    // Presents the screen modally inside a navigation controller of its own, and takes it away again.
+    // Presents the screen modally inside a navigation controller of its own, and takes it away again. A screen
+    // that cannot be shown is told so (ScreenModel::notShown).
     virtual void presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) = 0;
     virtual void dismissScreen(const ScreenModel &screen) = 0;
     // Pushes the screen onto the navigation controller of the screen that asks. Adapters without navigation

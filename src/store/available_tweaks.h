@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -29,5 +30,25 @@ using BundleIdentifierLookup =
 // The product header's action: the overlay while the lookup runs, always gone before the browser appears.
 void showAvailableTweaks(Ui &ui, const BundleIdentifierLookup &lookup, const std::string &storeIdentifier,
                          std::string_view baseUrl = kTweaksPageBaseUrl);
+
+// The in-app browser's page. The address can be asked for before the browser's view exists (it is presented first
+// and loads after); it is kept until the view is there and then loaded, once.
+class BrowserPage {
+  public:
+    // The address to load now; nothing while the view does not exist yet, when it is kept for then.
+    std::optional<std::string> open(std::string address);
+    // The kept address, when there is one, now that the view exists.
+    std::optional<std::string> viewLoaded();
+
+  private:
+    std::optional<std::string> waiting_;
+    bool viewLoaded_ = false;
+};
+
+inline constexpr std::string_view kPageLoadErrorTitle = "The page could not be opened";
+
+// What the browser shows when a page cannot be loaded, instead of a blank page: a small HTML document with the
+// address and the reason, both escaped.
+std::string pageLoadErrorDocument(std::string_view address, std::string_view reason);
 
 } // namespace qv

@@ -153,14 +153,14 @@ void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, const Purch
 }
 
 void displayDowngradeController(DowngradeFlows &flows, StorePurchasing &purchasing, const std::string &storeIdentifier,
-                                const std::string &bundleIdentifier, std::function<void(int)> completion) {
+                                const std::string &bundleIdentifier, std::function<void(DowngradeChoice)> completion) {
     auto list = flows.makeVersionsList(storeIdentifier);
     list->setCompletion([&purchasing, storeIdentifier, bundleIdentifier,
                          completion = std::move(completion)](const std::optional<std::string> &version) {
         const bool installed = purchasing.appInstalled(bundleIdentifier);
         purchasing.submitPurchases(storeIdentifier, version.value_or(""), installed);
         if (completion) {
-            completion(1);
+            completion(DowngradeChoice::Downgrade);
         }
     });
     flows.ui.presentScreen(list, Presenter::TopMost);
@@ -181,7 +181,7 @@ void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const
                        completion = tap.completion](DowngradeChoice choice) {
         if (choice == DowngradeChoice::Continue) {
             if (completion) {
-                completion(static_cast<int>(DowngradeChoice::Continue));
+                completion(DowngradeChoice::Continue);
             }
             return;
         }
@@ -196,6 +196,16 @@ void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const
                });
     };
     presentPrompt(flows.ui, prompt, std::move(handlers));
+}
+
+MarkedPurchase takePurchaseMarker(const Value &purchase) {
+    MarkedPurchase result{false, purchase};
+    Dictionary *dictionary = result.purchase.asDictionary();
+    if (dictionary != nullptr && dictionary->contains(Value(kCustomPurchaseMarkerKey))) {
+        dictionary->erase(Value(kCustomPurchaseMarkerKey));
+        result.issuedByUs = true;
+    }
+    return result;
 }
 
 } // namespace qv

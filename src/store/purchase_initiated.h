@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/value.h"
+#include "downgrade/downgrade_flows.h"
 #include "downgrade/prompt_model.h"
 #include "downgrade/versions_list_model.h"
 #include "platform/store_purchasing.h"
@@ -22,6 +23,7 @@ inline constexpr std::string_view kPurchaseAdamIdKey = "adamId";
 inline constexpr std::string_view kPurchaseBuyParamsKey = "buyParams";
 inline constexpr std::string_view kExternalVersionQueryName = "appExtVrsId";
 inline constexpr std::string_view kLoadingText = "Loading";
+inline constexpr std::string_view kCustomPurchaseMarkerKey = "customQVParams";
 
 // One query item as the platform's URL components see it: a name, and a value unless the item has no "=".
 struct QueryItem {
@@ -39,13 +41,6 @@ std::string queryOf(const std::vector<QueryItem> &items);
 // there is none; every other item keeps its place.
 std::string buyParametersAskingForVersion(std::string_view buyParameters, std::string_view version);
 
-// What the flows share: the user interface, how a versions list is made, and the update-blocker switch.
-struct DowngradeFlows {
-    Ui &ui;
-    std::function<std::shared_ptr<VersionsListModel>(const std::string &storeIdentifier)> makeVersionsList;
-    std::function<bool()> updateBlockerDisabled;
-};
-
 // Hands back whether the purchase was rewritten and the purchase dictionary to submit.
 using PurchaseCompletion = std::function<void(bool rewritten, Value purchase)>;
 
@@ -55,17 +50,17 @@ using PurchaseCompletion = std::function<void(bool rewritten, Value purchase)>;
 void purchaseInitiated(DowngradeFlows &flows, const Value &purchase, const PurchaseCompletion &completion);
 
 // The versions list for an app; on a choice the downgrade purchase is built and submitted, and the completion
-// (when there is one) receives 1 whether or not the store took it. Leaving the list does nothing more.
+// (when there is one) receives Downgrade whether or not the store took it. Leaving the list does nothing more.
 void displayDowngradeController(DowngradeFlows &flows, StorePurchasing &purchasing, const std::string &storeIdentifier,
-                                const std::string &bundleIdentifier, std::function<void(int)> completion);
+                                const std::string &bundleIdentifier, std::function<void(DowngradeChoice)> completion);
 
 // Resolves a bundle identifier to a store identifier; the answer ("" on any failure) arrives on the main queue.
 using StoreIdentifierLookup =
     std::function<void(const std::string &bundleIdentifier, std::function<void(std::string)>)>;
 
 struct OfferButtonTap {
-    std::string bundleIdentifier;        // the offer action's bundle identifier
-    std::function<void(int)> completion; // may be empty
+    std::string bundleIdentifier;                    // the offer action's bundle identifier
+    std::function<void(DowngradeChoice)> completion; // may be empty
     std::function<void()> blockAllUpdates;
     std::function<void()> showTweaks;
 };
@@ -74,5 +69,12 @@ struct OfferButtonTap {
 // overlay and the list-then-submit flow.
 void offerButtonTapped(DowngradeFlows &flows, StorePurchasing &purchasing, const StoreIdentifierLookup &lookup,
                        const OfferButtonTap &tap);
+
+// The redesigned store's purchase: one the flows issued themselves carries the marker and goes through without it.
+struct MarkedPurchase {
+    bool issuedByUs = false;
+    Value purchase; // without the marker
+};
+MarkedPurchase takePurchaseMarker(const Value &purchase);
 
 } // namespace qv

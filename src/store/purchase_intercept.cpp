@@ -1,90 +1,11 @@
-// The pending-downgrade table and the purchase intercept that consumes it.
+// The purchase intercept, which consumes the pending-downgrade table.
 #include "store/purchase_intercept.h"
 
 #include "service/buy_parameters.h"
 
+#include <utility>
+
 namespace qv {
-
-PendingDowngrades &PendingDowngrades::shared() {
-    // Never destroyed: a store thread may still consume it while the process exits.
-    static auto *const table = new PendingDowngrades();
-    return *table;
-}
-
-void PendingDowngrades::set(const std::string &storeIdentifier, const std::string &value) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    entries_.insert_or_assign(storeIdentifier, Entry{value});
-}
-
-std::optional<std::string> PendingDowngrades::find(std::string_view storeIdentifier) const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(storeIdentifier);
-    if (entry == entries_.end()) {
-        return std::nullopt;
-    }
-    return entry->second.value;
-}
-
-bool PendingDowngrades::erase(std::string_view storeIdentifier) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(storeIdentifier);
-    if (entry == entries_.end()) {
-        return false;
-    }
-    entries_.erase(entry);
-    return true;
-}
-
-std::optional<std::string> PendingDowngrades::take(std::string_view storeIdentifier) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(storeIdentifier);
-    if (entry == entries_.end()) {
-        return std::nullopt;
-    }
-    std::string value = std::move(entry->second.value);
-    entries_.erase(entry);
-    return value;
-}
-
-std::optional<PendingDowngrades::Claim> PendingDowngrades::claim(std::string_view storeIdentifier) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(storeIdentifier);
-    if (entry == entries_.end() || entry->second.claimedBy != 0) {
-        return std::nullopt;
-    }
-    entry->second.claimedBy = ++lastTicket_;
-    return Claim{entry->first, entry->second.value, entry->second.claimedBy};
-}
-
-void PendingDowngrades::consume(const Claim &claim) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(claim.storeIdentifier);
-    if (entry != entries_.end() && entry->second.claimedBy == claim.ticket) {
-        entries_.erase(entry);
-    }
-}
-
-void PendingDowngrades::release(const Claim &claim) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    const auto entry = entries_.find(claim.storeIdentifier);
-    if (entry != entries_.end() && entry->second.claimedBy == claim.ticket) {
-        entry->second.claimedBy = 0;
-    }
-}
-
-std::map<std::string, std::string, std::less<>> PendingDowngrades::snapshot() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    std::map<std::string, std::string, std::less<>> values;
-    for (const auto &[storeIdentifier, entry] : entries_) {
-        values.emplace(storeIdentifier, entry.value);
-    }
-    return values;
-}
-
-void PendingDowngrades::clear() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    entries_.clear();
-}
 
 InterceptedBatch::InterceptedBatch(PendingDowngrades &pending, std::vector<PurchaseHandle> purchases)
     : pending_(&pending), purchases_(std::move(purchases)) {}

@@ -1,57 +1,13 @@
-// The pending-downgrade table and the intercept that rewrites a batch of store purchases before it is queued.
+// The intercept that rewrites a batch of store purchases before it is queued, as the pending table asks.
 #pragma once
 
-#include <cstdint>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/purchase.h"
+#include "service/pending_downgrades.h"
 
 namespace qv {
-
-// The process-wide pending-downgrade table: store identifier -> chosen external version identifier or "previous".
-// Written on the main thread, consumed on the store's threads; every operation is atomic.
-class PendingDowngrades {
-  public:
-    // An entry held for one purchase while its replacement is made: it stays in the table, but no other purchase
-    // can claim it until it is released.
-    struct Claim {
-        std::string storeIdentifier;
-        std::string value;
-        std::uint64_t ticket = 0;
-    };
-
-    static PendingDowngrades &shared();
-
-    void set(const std::string &storeIdentifier, const std::string &value);
-    std::optional<std::string> find(std::string_view storeIdentifier) const;
-    bool erase(std::string_view storeIdentifier);
-    // Looks up and removes in one step, so one entry can rewrite one purchase only.
-    std::optional<std::string> take(std::string_view storeIdentifier);
-    // Nothing when there is no entry or another purchase holds it.
-    std::optional<Claim> claim(std::string_view storeIdentifier);
-    // Removes the claimed entry, unless it has been set afresh since it was claimed.
-    void consume(const Claim &claim);
-    // Lets another purchase claim the entry again.
-    void release(const Claim &claim);
-    std::map<std::string, std::string, std::less<>> snapshot() const;
-    void clear();
-
-  private:
-    struct Entry {
-        std::string value;
-        std::uint64_t claimedBy = 0; // the claim's ticket; 0 while unclaimed
-    };
-
-    mutable std::mutex mutex_;
-    std::map<std::string, Entry, std::less<>> entries_;
-    std::uint64_t lastTicket_ = 0;
-};
 
 // A rewritten batch whose entries are claimed but not yet consumed. Commit once the batch has been handed on;
 // a batch dropped without a commit (say, because building the store's copy of it failed) releases its claims,

@@ -19,13 +19,17 @@ Dialog blockFailureDialog() {
 
 void BlockFailurePrompt::show(const BlockFailure &failure) {
     const Dialog dialog = blockFailureDialog();
-    ui_.presentDialog(dialog, [this, buttons = dialog.buttons, failure](const DialogAnswer &answer) {
-        if (answer.button >= buttons.size() || buttons[answer.button].title != kSendEmailTitle || !mail_.canSend()) {
-            return;
-        }
-        mail_.compose(
-            {supportAddress_, blockFailureMailSubject(mail_.signedInUsername()), blockFailureMailBody(failure)});
-    });
+    ui_.presentDialog(
+        dialog,
+        [this, buttons = dialog.buttons, failure](const DialogAnswer &answer) {
+            if (answer.button >= buttons.size() || buttons[answer.button].title != kSendEmailTitle ||
+                !mail_.canSend()) {
+                return;
+            }
+            mail_.compose(
+                {supportAddress_, blockFailureMailSubject(mail_.signedInUsername()), blockFailureMailBody(failure)});
+        },
+        [] {});
 }
 
 } // namespace qv

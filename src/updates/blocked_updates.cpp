@@ -9,27 +9,6 @@ namespace qv {
 
 namespace {
 
-std::mutex &sharedSetupMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-struct SharedSetup {
-    BlockedUpdates::Environment environment;
-    bool created = false;
-};
-
-SharedSetup &sharedSetup() {
-    static SharedSetup setup;
-    return setup;
-}
-
-BlockedUpdates::Environment takeSharedEnvironment() {
-    std::lock_guard<std::mutex> lock(sharedSetupMutex());
-    sharedSetup().created = true;
-    return sharedSetup().environment;
-}
-
 Dictionary emptyRecords() {
     Dictionary records;
     records.setMutable(true);
@@ -42,21 +21,6 @@ BlockedUpdates::BlockedUpdates(Environment environment)
     : environment_(std::move(environment)), blocked_(emptyRecords()) {
     std::lock_guard<std::mutex> lock(mutex_);
     reloadLocked();
-}
-
-bool BlockedUpdates::configureShared(Environment environment) {
-    std::lock_guard<std::mutex> lock(sharedSetupMutex());
-    if (sharedSetup().created) {
-        return false;
-    }
-    sharedSetup().environment = std::move(environment);
-    return true;
-}
-
-BlockedUpdates &BlockedUpdates::shared() {
-    // Never destroyed: a store thread may still use it while the process exits.
-    static auto *const instance = new BlockedUpdates(takeSharedEnvironment());
-    return *instance;
 }
 
 std::function<std::optional<std::string>()> BlockedUpdates::fileInContainer(const AppStoreContainer &container) {
@@ -90,6 +54,11 @@ Value BlockedUpdates::record(const Value &key) const {
 void BlockedUpdates::setRecord(Value key, Value record) {
     std::lock_guard<std::mutex> lock(mutex_);
     blocked_.set(std::move(key), std::move(record));
+}
+
+void BlockedUpdates::removeRecord(const Value &key) {
+    std::lock_guard<std::mutex> lock(mutex_);
+    blocked_.erase(key);
 }
 
 Result<void> BlockedUpdates::saveRecord(Value key, Value record) {

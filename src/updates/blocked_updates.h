@@ -58,11 +58,6 @@ class BlockedUpdates {
     BlockedUpdates(const BlockedUpdates &) = delete;
     BlockedUpdates &operator=(const BlockedUpdates &) = delete;
 
-    // The process-wide store. configureShared must run at load time, before the first shared(); it returns false
-    // once the shared store exists. Unconfigured, the shared store keeps its records in memory only.
-    static bool configureShared(Environment environment);
-    static BlockedUpdates &shared();
-
     // The file inside the App Store app's data container, asked for afresh each time.
     static std::function<std::optional<std::string>()> fileInContainer(const AppStoreContainer &container);
 
@@ -71,8 +66,10 @@ class BlockedUpdates {
     Dictionary snapshot() const;
     // One record, or null when the key has none; cheaper than a snapshot for a single row.
     Value record(const Value &key) const;
-    // Changes memory only; the caller saves.
+    // Change memory only; the caller saves. They let a caller edit the records in place (the live dictionary the
+    // phone hands out by name) and then save what it changed.
     void setRecord(Value key, Value record);
+    void removeRecord(const Value &key);
     // Sets the record and archives all records over the file in one locked step, so that no reload or save from
     // another thread comes between the two. When the save fails the records stay as they were, like the file.
     Result<void> saveRecord(Value key, Value record);

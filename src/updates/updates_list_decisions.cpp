@@ -34,14 +34,21 @@ void resolveHideUpdate(Ui &ui, HideMethod method, const std::string &version, st
     case HideMethod::Ask:
         break;
     }
-    ui.presentDialog(hideUpdateSheet(version), [hide = std::move(hide)](const DialogAnswer &answer) {
-        // The buttons in the order of hideUpdateSheet: this update, all future updates, cancel.
-        if (answer.button == 0) {
-            hide(false);
-        } else if (answer.button == 1) {
-            hide(true);
-        }
-    });
+    ui.presentDialog(
+        hideUpdateSheet(version),
+        [hide = std::move(hide)](const DialogAnswer &answer) {
+            // The buttons in the order of hideUpdateSheet: this update, all future updates, cancel.
+            if (answer.button == 0) {
+                hide(false);
+            } else if (answer.button == 1) {
+                hide(true);
+            }
+        },
+        [] {});
+}
+
+HiddenRowChange hiddenRowChange(std::size_t rowsShown, std::size_t rowsInData) {
+    return rowsShown > 0 && rowsInData == rowsShown - 1 ? HiddenRowChange::DeleteRow : HiddenRowChange::ReloadTable;
 }
 
 } // namespace qv

@@ -39,4 +39,10 @@ Dialog hideUpdateSheet(const std::string &version);
 // update is to be hidden; cancelling runs nothing.
 void resolveHideUpdate(Ui &ui, HideMethod method, const std::string &version, std::function<void(bool)> hide);
 
+// How the table follows a recorded swipe-to-hide. The table may only lose the row with its animation when the
+// store's data no longer counts it (one row fewer than the table shows); while the data still lists the item, a
+// deletion would leave the table disagreeing with its data source, so the table is drawn again from the data.
+enum class HiddenRowChange { DeleteRow, ReloadTable };
+HiddenRowChange hiddenRowChange(std::size_t rowsShown, std::size_t rowsInData);
+
 } // namespace qv

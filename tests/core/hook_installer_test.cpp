@@ -33,42 +33,49 @@ struct PhoneBodies {
     }
 };
 
-const HookRow &row(int number) {
-    return hookTable()[static_cast<std::size_t>(number - 1)];
-}
-
-bool isBound(int number) {
-    return boundOnPhone(row(number).body);
-}
-
-std::vector<Event> expectedEvents(const std::vector<int> &rows) {
-    std::vector<Event> events;
-    for (const int number : rows) {
-        if (!isBound(number)) {
-            continue;
+// Rows are named by what they hook, never by their position in the table.
+const HookRow &row(std::string_view className, std::string_view selector) {
+    for (const HookRow &hook : hookTable()) {
+        if (hook.className == className && hook.selector == selector) {
+            return hook;
         }
-        const HookRow &hook = row(number);
-        const std::string owner = (isClassMethod(hook.kind) ? "+" : "") + std::string(hook.className);
-        events.push_back(
-            {isReplacement(hook.kind) ? Event::What::Replace : Event::What::Add, owner, std::string(hook.selector)});
     }
-    return events;
+    ADD_FAILURE() << "no row hooks " << className << " " << selector;
+    return hookTable().front();
 }
 
-std::vector<int> rowRange(int first, int last) {
-    std::vector<int> rows;
-    for (int number = first; number <= last; ++number) {
-        rows.push_back(number);
+struct RowSelection {
+    std::vector<HookGroup> groups;
+    std::vector<std::string_view> exceptClasses;
+    std::vector<const HookRow *> exceptRows;
+};
+
+// The rows of the groups, in table order, less the classes and rows left out.
+std::vector<const HookRow *> rowsOf(const RowSelection &selection) {
+    const auto contains = [](const auto &list, const auto &item) {
+        return std::find(list.begin(), list.end(), item) != list.end();
+    };
+    std::vector<const HookRow *> rows;
+    for (const HookRow &hook : hookTable()) {
+        if (contains(selection.groups, hook.group) && !contains(selection.exceptClasses, hook.className) &&
+            !contains(selection.exceptRows, &hook)) {
+            rows.push_back(&hook);
+        }
     }
     return rows;
 }
 
-std::vector<int> concat(std::initializer_list<std::vector<int>> parts) {
-    std::vector<int> all;
-    for (const auto &part : parts) {
-        all.insert(all.end(), part.begin(), part.end());
+std::vector<Event> expectedEvents(const std::vector<const HookRow *> &rows) {
+    std::vector<Event> events;
+    for (const HookRow *hook : rows) {
+        if (!boundOnPhone(hook->body)) {
+            continue;
+        }
+        const std::string owner = (isClassMethod(hook->kind) ? "+" : "") + std::string(hook->className);
+        events.push_back(
+            {isReplacement(hook->kind) ? Event::What::Replace : Event::What::Add, owner, std::string(hook->selector)});
     }
-    return all;
+    return events;
 }
 
 const std::vector<std::string> kOlderStoreKitUIClasses = {"SKUIItemOfferButton",
@@ -97,7 +104,7 @@ struct ProcessCase {
     bool olderStore;
     bool redesignedStore;
     bool stateCenterHasOldPerformPurchases;
-    std::vector<int> expectedRows;
+    RowSelection expectedRows;
     bool expectLoad;
 };
 
@@ -136,51 +143,123 @@ TEST_P(StartUpInProcess, InstallsExactlyTheExpectedRowsInOrder) {
     FakeRuntime runtime{std::string(process.bundleId)};
     defineProcessClasses(runtime, process);
     PhoneBodies all;
-    startUp(runtime, all.bodies, nullptr);
+    startUp(runtime, all.bodies, {});
 
     std::vector<Event> expected;
     if (process.expectLoad) {
         expected.push_back({Event::What::Log, {}, "installStoreHooks: LOADING StoreKitUI"});
         expected.push_back({Event::What::LoadFramework, {}, std::string(kStoreKitUIBinary)});
     }
-    const auto rows = expectedEvents(process.expectedRows);
+    const auto rows = expectedEvents(rowsOf(process.expectedRows));
     expected.insert(expected.end(), rows.begin(), rows.end());
     EXPECT_EQ(runtime.events(), expected);
 }
 
-const std::vector<int> kOlderStoreKitRows = concat({rowRange(1, 16), {33}});
-const std::vector<int> kEveryProcessRows = concat({rowRange(34, 45), rowRange(46, 64)});
+using enum HookGroup;
+
+// The groups every process gets whose classes the older store has; the redesigned store adds its own.
+const std::vector<HookGroup> kOlderStoreGroups = {AppStore,     StoreKit,       AvaliableTweaks, SkuiCenter10_2,
+                                                  Ungrouped,    Bundle,         GaiConfig,       Gai,
+                                                  UpdatesTable, UpdateSections, StoreServices};
+const std::vector<HookGroup> kEveryProcessGroups = {Bundle,       GaiConfig,      Gai,
+                                                    UpdatesTable, UpdateSections, StoreServices};
 
 INSTANTIATE_TEST_SUITE_P(
     Processes, StartUpInProcess,
-    ::testing::Values(ProcessCase{"AppStoreOnOlderStore", kAppStoreBundleId, StoreKitUI::LoadedOnDemand, true, false,
-                                  false, concat({kOlderStoreKitRows, kEveryProcessRows}), true},
-                      ProcessCase{"AppStoreOnRedesignedStore", kAppStoreBundleId, StoreKitUI::Unavailable, false, true,
-                                  false, concat({rowRange(17, 32), rowRange(34, 41), rowRange(65, 73)}), true},
-                      ProcessCase{"StoreDaemon", kStoreDaemonBundleId, StoreKitUI::AlreadyLoaded, true, true, false,
-                                  concat({{33}, kEveryProcessRows, rowRange(65, 73)}), false},
-                      ProcessCase{"DaemonWithoutStoreKitUI", kStoreDaemonBundleId, StoreKitUI::LoadedOnDemand, true,
-                                  false, false, kEveryProcessRows, false},
-                      ProcessCase{"StateCenterKeepsOldPerformPurchases", kAppStoreBundleId, StoreKitUI::AlreadyLoaded,
-                                  true, false, true, concat({rowRange(1, 15), {33}, kEveryProcessRows}), false},
-                      ProcessCase{"StoreKitUIAlreadyLoaded", kAppStoreBundleId, StoreKitUI::AlreadyLoaded, true, false,
-                                  false, concat({kOlderStoreKitRows, kEveryProcessRows}), false}),
+    ::testing::Values(
+        ProcessCase{"AppStoreOnOlderStore",
+                    kAppStoreBundleId,
+                    StoreKitUI::LoadedOnDemand,
+                    true,
+                    false,
+                    false,
+                    {kOlderStoreGroups, {}, {}},
+                    true},
+        ProcessCase{"AppStoreOnRedesignedStore",
+                    kAppStoreBundleId,
+                    StoreKitUI::Unavailable,
+                    false,
+                    true,
+                    false,
+                    {{SkuiCenter11_3_1, Bundle, GaiConfig, Gai, Ios11}, {"ASAppDelegate"}, {}},
+                    true},
+        ProcessCase{"StoreDaemon",
+                    kStoreDaemonBundleId,
+                    StoreKitUI::AlreadyLoaded,
+                    true,
+                    true,
+                    false,
+                    {{Ungrouped, Bundle, GaiConfig, Gai, UpdatesTable, UpdateSections, StoreServices, Ios11}, {}, {}},
+                    false},
+        ProcessCase{"DaemonWithoutStoreKitUI",
+                    kStoreDaemonBundleId,
+                    StoreKitUI::LoadedOnDemand,
+                    true,
+                    false,
+                    false,
+                    {kEveryProcessGroups, {}, {}},
+                    false},
+        ProcessCase{"StateCenterKeepsOldPerformPurchases",
+                    kAppStoreBundleId,
+                    StoreKitUI::AlreadyLoaded,
+                    true,
+                    false,
+                    true,
+                    {kOlderStoreGroups,
+                     {},
+                     {&row("SKUIItemStateCenter", "_performPurchases:withClientContext:completionBlock:")}},
+                    false},
+        ProcessCase{"StoreKitUIAlreadyLoaded",
+                    kAppStoreBundleId,
+                    StoreKitUI::AlreadyLoaded,
+                    true,
+                    false,
+                    false,
+                    {kOlderStoreGroups, {}, {}},
+                    false}),
     [](const auto &info) { return std::string(info.param.name); });
 
-TEST(StartUp, CreatesThePendingTableBetweenStoreAndResourceBatches) {
+// The steps run between the batches in the order the phone depends on: the pending table after the store hooks,
+// the resources before their hooks, the updates' objects before theirs.
+TEST(StartUp, RunsItsStepsBetweenTheBatches) {
+    FakeRuntime runtime{std::string(kAppStoreBundleId)};
+    runtime.defineClass("SKUIItemStateCenter");
+    runtime.defineClass("SKUIOfferView");
+    runtime.defineClass("NSBundle");
+    runtime.defineClass("ASUpdatesPageSection");
+    PhoneBodies all;
+    std::vector<std::string> order;
+    const auto mark = [&](const char *step) {
+        return [&order, &runtime, step] {
+            order.push_back(std::string(step) + " after " + std::to_string(runtime.events().size()));
+        };
+    };
+    startUp(runtime, all.bodies, {mark("pending"), mark("resources"), mark("updates")});
+
+    const std::vector<Event> expected =
+        expectedEvents({&row("SKUIOfferView", "qv_libraryItem"), &row("SKUIOfferView", "_buttonAction:"),
+                        &row("SKUIItemStateCenter", "_performPurchases:withClientContext:completionBlock:"),
+                        &row("NSBundle", "pathForResource:ofType:"), &row("ASUpdatesPageSection", "items")});
+    EXPECT_EQ(runtime.events(), expected);
+    EXPECT_EQ(order, (std::vector<std::string>{"pending after 3", "resources after 3", "updates after 4"}));
+}
+
+// A second start-up must not replace our own bodies again: orig would then point at them and call itself.
+TEST(StartUp, ASecondStartUpInstallsNothingAgain) {
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
     runtime.defineClass("SKUIItemStateCenter");
     runtime.defineClass("SKUIOfferView");
     runtime.defineClass("NSBundle");
     PhoneBodies all;
-    std::size_t eventsWhenTableCreated = 0;
-    startUp(runtime, all.bodies, [&] { eventsWhenTableCreated = runtime.events().size(); });
-
-    EXPECT_EQ(runtime.events(), expectedEvents({hookRow(HookBody::OfferViewLibraryItem).number,
-                                                hookRow(HookBody::OfferViewButtonAction).number,
-                                                hookRow(HookBody::StateCenterPerformPurchases).number,
-                                                hookRow(HookBody::BundlePathForResource).number}));
-    EXPECT_EQ(eventsWhenTableCreated, 3U);
+    startUp(runtime, all.bodies, {});
+    const auto origAfterFirst = all.origSlots;
+    const std::size_t eventsAfterFirst = runtime.events().size();
+    startUp(runtime, all.bodies, {});
+    EXPECT_EQ(all.origSlots, origAfterFirst);
+    for (std::size_t index = eventsAfterFirst; index < runtime.events().size(); ++index) {
+        EXPECT_NE(runtime.events()[index].what, Event::What::Replace) << runtime.events()[index].detail;
+    }
+    EXPECT_EQ(runtime.implementationOf("NSBundle", "pathForResource:ofType:"), dummyImplementation);
 }
 
 struct BindingCase {
@@ -223,9 +302,8 @@ TEST(RowInstallation, KeepsTheReplacedImplementationAndTheSignature) {
     runtime.defineClass("SKUIOfferView");
     runtime.defineClass("NSBundle");
     PhoneBodies all;
-    startUp(runtime, all.bodies, nullptr);
-    // The fake had no implementation to keep.
-    EXPECT_EQ(all.origSlots.at(hookRow(HookBody::BundlePathForResource).number), nullptr);
+    startUp(runtime, all.bodies, {});
+    EXPECT_EQ(all.origSlots.at(row("NSBundle", "pathForResource:ofType:").number), FakeRuntime::originalImplementation);
     EXPECT_EQ(runtime.signatureOf("SKUIOfferView", "qv_libraryItem"), "@@:");
 }
 

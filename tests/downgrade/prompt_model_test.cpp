@@ -119,7 +119,7 @@ INSTANTIATE_TEST_SUITE_P(
 struct AnswerCase {
     const char *name;
     bool alertControllers;
-    const char *tapped;
+    const char *tapped;             // nullptr: the prompt cannot be shown
     std::vector<std::string> heard; // what the handlers were told, in order
     std::size_t delays;             // answers held back for the sheet's dismissal
 };
@@ -135,8 +135,11 @@ TEST_P(PromptAnswer, ReachesTheRightHandler) {
     handlers.choice = [&](DowngradeChoice choice) { heard.push_back(std::to_string(static_cast<int>(choice))); };
     handlers.blockAllUpdates = [&] { heard.emplace_back("block"); };
     handlers.showTweaks = [&] { heard.emplace_back("tweaks"); };
+    ui.refusing = c.tapped == nullptr;
     presentPrompt(ui, statePrompt(true, true, ui), handlers);
-    ASSERT_TRUE(ui.tap(c.tapped));
+    if (c.tapped != nullptr) {
+        ASSERT_TRUE(ui.tap(c.tapped));
+    }
     EXPECT_EQ(ui.delays.size(), c.delays);
     ui.runDelayed();
     EXPECT_EQ(heard, c.heard);
@@ -150,8 +153,20 @@ INSTANTIATE_TEST_SUITE_P(Buttons, PromptAnswer,
                                            AnswerCase{
                                                "BlockingCompletesNothing", true, "Block All Updates", {"block"}, 0},
                                            AnswerCase{"SheetCancelsAtOnce", false, "Cancel", {"3"}, 0},
-                                           AnswerCase{"SheetAnswersLater", false, "Downgrade", {"1"}, 1}),
+                                           AnswerCase{"SheetAnswersLater", false, "Downgrade", {"1"}, 1},
+                                           AnswerCase{"NotShownContinues", true, nullptr, {"0"}, 0},
+                                           AnswerCase{"SheetNotShownContinues", false, nullptr, {"0"}, 0}),
                          [](const auto &info) { return std::string(info.param.name); });
+
+TEST(DowngradeChoiceNumbers, OnlyThePromptsNumbersAreChoices) {
+    for (const DowngradeChoice choice : {DowngradeChoice::Continue, DowngradeChoice::Downgrade,
+                                         DowngradeChoice::DowngradeToPrevious, DowngradeChoice::Cancel}) {
+        EXPECT_EQ(downgradeChoiceFrom(static_cast<int>(choice)), choice);
+    }
+    for (const int other : {-1, 4, 7}) {
+        EXPECT_EQ(downgradeChoiceFrom(other), std::nullopt) << other;
+    }
+}
 
 } // namespace
 } // namespace qv

@@ -126,12 +126,41 @@ TEST(VersionsList, TypingDialogMatchesTheForm) {
     }
 }
 
-TEST(VersionsList, LeavingCallsCancelAndCloses) {
+struct EndCase {
+    const char *name;
+    std::function<void(VersionsListModel &)> end;
+    int cancelled;
+    std::size_t dismissed; // the screen taken away by the model itself
+};
+
+class VersionsListEnd : public ::testing::TestWithParam<EndCase> {};
+
+// However the list ends without a choice, cancel runs once; only its own button has to take the screen away.
+TEST_P(VersionsListEnd, EndsOnceWithoutAChoice) {
     ListRig rig;
-    rig.model->leave();
-    EXPECT_EQ(rig.cancelled, 1);
-    EXPECT_EQ(rig.ui.dismissed.size(), 1U);
+    rig.model->appeared();
+    GetParam().end(*rig.model);
+    GetParam().end(*rig.model);
+    rig.model->chooseRow(0);
+    EXPECT_EQ(rig.cancelled, GetParam().cancelled);
+    EXPECT_EQ(rig.ui.dismissed.size(), GetParam().dismissed);
     EXPECT_TRUE(rig.chosen.empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Ways, VersionsListEnd,
+    ::testing::Values(EndCase{"CancelButton", [](VersionsListModel &list) { list.leave(); }, 1, 1},
+                      EndCase{"SwipedAway", [](VersionsListModel &list) { list.dismissedByUser(); }, 1, 0},
+                      EndCase{"NeverShown", [](VersionsListModel &list) { list.notShown(); }, 1, 0}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST(VersionsList, ChoosingByNameHandsOnTheIdentifier) {
+    ListRig rig;
+    rig.model->choose("123");
+    rig.model->dismissedByUser();
+    ASSERT_EQ(rig.chosen.size(), 1U);
+    EXPECT_EQ(rig.chosen[0], "123");
+    EXPECT_EQ(rig.cancelled, 0);
 }
 
 TEST(VersionsList, AReplyAfterTheScreenIsGoneIsDropped) {

@@ -23,6 +23,9 @@ class FakeRuntime final : public Runtime {
 
     explicit FakeRuntime(std::string mainBundleIdentifier) : bundleIdentifier_(std::move(mainBundleIdentifier)) {}
 
+    // What every method the fake's classes have (themselves or inherited) runs before anything replaces it.
+    static void originalImplementation() {}
+
     // A class visible by its plain name and by the runtime's text lookup.
     void defineClass(const std::string &name) { classes_.try_emplace(name, FakeClass{name, {}, {}}); }
     // A module-qualified class: only the runtime's text lookup finds it.
@@ -68,7 +71,7 @@ class FakeRuntime final : public Runtime {
                        MethodImplementation *orig) override {
         auto *fake = mutableClass(cls);
         events_.push_back({Event::What::Replace, fake->name, selector});
-        auto &current = implementations_[fake->name + " " + selector];
+        auto &current = implementations_.try_emplace(fake->name + " " + selector, originalImplementation).first->second;
         *orig = current;
         current = implementation;
     }
@@ -80,6 +83,12 @@ class FakeRuntime final : public Runtime {
     }
     void log(const std::string &line) override { events_.push_back({Event::What::Log, {}, line}); }
     std::string mainBundleIdentifier() override { return bundleIdentifier_; }
+
+    // What a method of the class runs now; nothing for a method the fake never saw.
+    MethodImplementation implementationOf(const std::string &className, const std::string &selector) const {
+        const auto found = implementations_.find(className + " " + selector);
+        return found == implementations_.end() ? nullptr : found->second;
+    }
 
     std::string signatureOf(const std::string &className, const std::string &selector) const {
         const auto cls = classes_.find(className);

@@ -18,16 +18,29 @@ class ScriptedUi : public Ui {
   public:
     bool alertControllers = true;
     bool tablet = false;
+    // Nothing can be presented: every dialog and screen is reported as not shown.
+    bool refusing = false;
 
     bool hasAlertControllers() const override { return alertControllers; }
     bool isTablet() const override { return tablet; }
 
-    void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer) override {
+    void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer,
+                       std::function<void()> notShown) override {
+        if (refusing) {
+            log.push_back("notShown:" + dialog.title);
+            notShown();
+            return;
+        }
         dialogs.push_back(dialog);
         log.push_back("dialog:" + dialog.title);
         pending_.push_back({dialog, std::move(answer)});
     }
     void presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) override {
+        if (refusing) {
+            log.emplace_back("notShown:screen");
+            screen->notShown();
+            return;
+        }
         screens.push_back(screen);
         screenPresenters.push_back(presenter);
         log.emplace_back("screen");

@@ -95,53 +95,68 @@ TEST(PurchaseInitiated, DowngradeRewritesACopyWithTheChosenVersion) {
     EXPECT_EQ(rig.ui.dismissed.size(), 1U);
 }
 
+// How the purchase's prompt and list end without a choice.
+enum class Ending { ListOpen, CancelButton, SwipedAway, PromptNotShown, ListNotShown };
+
 struct LeaveCase {
     const char *name;
-    const char *tapped;     // prompt button
-    bool leaveList;         // then leave the list with its cancel button
+    const char *tapped; // prompt button; nullptr when the prompt is never shown
+    Ending ending;
     std::size_t handedBack; // calls of the purchase completion, each with the unchanged purchase
 };
 
 class PurchaseGoesOnUnchanged : public ::testing::TestWithParam<LeaveCase> {};
 
 TEST_P(PurchaseGoesOnUnchanged, WhenTheUserDoesNotChoose) {
+    const LeaveCase &c = GetParam();
     Rig rig;
+    rig.ui.refusing = c.ending == Ending::PromptNotShown;
     std::size_t calls = 0;
     purchaseInitiated(rig.flows, kPurchase, [&](bool rewritten, const Value &purchase) {
         ++calls;
         EXPECT_FALSE(rewritten);
         EXPECT_EQ(purchase, kPurchase);
     });
-    ASSERT_TRUE(rig.ui.tap(GetParam().tapped));
-    if (GetParam().leaveList) {
-        rig.list()->leave();
+    if (c.tapped != nullptr) {
+        rig.ui.refusing = c.ending == Ending::ListNotShown;
+        ASSERT_TRUE(rig.ui.tap(c.tapped));
     }
-    EXPECT_EQ(calls, GetParam().handedBack);
+    if (c.ending == Ending::CancelButton) {
+        rig.list()->leave();
+    } else if (c.ending == Ending::SwipedAway) {
+        rig.list()->dismissedByUser();
+        rig.list()->dismissedByUser();
+    }
+    EXPECT_EQ(calls, c.handedBack);
 }
 
 INSTANTIATE_TEST_SUITE_P(Paths, PurchaseGoesOnUnchanged,
-                         ::testing::Values(LeaveCase{"Continue", "Continue", false, 1},
-                                           LeaveCase{"LeavingTheList", "Downgrade", true, 1},
-                                           LeaveCase{"ListStillOpen", "Downgrade", false, 0}),
+                         ::testing::Values(LeaveCase{"Continue", "Continue", Ending::ListOpen, 1},
+                                           LeaveCase{"LeavingTheList", "Downgrade", Ending::CancelButton, 1},
+                                           LeaveCase{"SwipingTheListAway", "Downgrade", Ending::SwipedAway, 1},
+                                           LeaveCase{"PromptCannotBeShown", nullptr, Ending::PromptNotShown, 1},
+                                           LeaveCase{"ListCannotBeShown", "Downgrade", Ending::ListNotShown, 1},
+                                           LeaveCase{"ListStillOpen", "Downgrade", Ending::ListOpen, 0}),
                          [](const auto &info) { return std::string(info.param.name); });
 
 TEST(DisplayDowngradeController, SubmitsTheChoiceAndAlwaysCompletesWithOne) {
     Rig rig;
     RecordingPurchasing purchasing;
     purchasing.installed = false;
-    std::vector<int> completions;
+    std::vector<DowngradeChoice> completions;
     displayDowngradeController(rig.flows, purchasing, "42", "com.example.notes",
-                               [&](int code) { completions.push_back(code); });
+                               [&](DowngradeChoice code) { completions.push_back(code); });
     rig.list()->chooseRow(0);
     EXPECT_EQ(purchasing.submitted, (std::vector<std::string>{"asked:com.example.notes", "42@900"}));
-    EXPECT_EQ(completions, std::vector<int>{1});
+    EXPECT_EQ(completions, std::vector<DowngradeChoice>{DowngradeChoice::Downgrade});
 }
 
 TEST(DisplayDowngradeController, LeavingTheListDoesNothing) {
     Rig rig;
     RecordingPurchasing purchasing;
     int completions = 0;
-    displayDowngradeController(rig.flows, purchasing, "42", "com.example.notes", [&](int) { ++completions; });
+    displayDowngradeController(rig.flows, purchasing, "42", "com.example.notes",
+                               [&](DowngradeChoice) { ++completions; });
     rig.list()->leave();
     EXPECT_TRUE(purchasing.submitted.empty());
     EXPECT_EQ(completions, 0);
@@ -176,11 +191,23 @@ TEST(OfferButtonTapped, CancelAndBlockingDoNotComplete) {
     int blocked = 0;
     for (const char *button : {"Cancel", "Block All Updates"}) {
         offerButtonTapped(rig.flows, purchasing, {},
-                          {"com.example.notes", [&](int) { ++completions; }, [&] { ++blocked; }, nullptr});
+                          {"com.example.notes", [&](DowngradeChoice) { ++completions; }, [&] { ++blocked; }, nullptr});
         ASSERT_TRUE(rig.ui.tap(button));
     }
     EXPECT_EQ(completions, 0);
     EXPECT_EQ(blocked, 1);
+}
+
+TEST(PurchaseMarker, OnlyOurPurchasesGoThroughAndLoseTheMarker) {
+    const auto ours = takePurchaseMarker(*parseJson(R"({"customQVParams":false,"buyParams":"a=1"})"));
+    EXPECT_TRUE(ours.issuedByUs);
+    EXPECT_EQ(ours.purchase, *parseJson(R"({"buyParams":"a=1"})"));
+    for (const char *store : {R"({"buyParams":"a=1"})", "null", "[]"}) {
+        const Value purchase = *parseJson(store);
+        const auto theirs = takePurchaseMarker(purchase);
+        EXPECT_FALSE(theirs.issuedByUs) << store;
+        EXPECT_EQ(theirs.purchase, purchase);
+    }
 }
 
 } // namespace

@@ -6,6 +6,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <optional>
 #include <stdexcept>
 #include <thread>
@@ -181,6 +182,66 @@ TEST(PendingTable, AnEntrySetAfreshWhileClaimedOutlivesTheOldClaim) {
     EXPECT_FALSE(pending.claim("123"));
     pending.set("123", "500");
     pending.consume(*claim);
+    EXPECT_EQ(pending.find("123"), "500");
+}
+
+// A clock the test moves by hand.
+struct FakeClock {
+    std::chrono::steady_clock::time_point now{};
+    PendingDowngrades::Clock clock() {
+        return [this] { return now; };
+    }
+};
+
+struct LifetimeCase {
+    const char *name;
+    std::chrono::seconds setAgo;    // how long before the purchase the entry was set
+    std::chrono::seconds refreshed; // how long before the purchase it was set again; 0: never
+    bool rewritten;
+};
+
+class PendingLifetime : public ::testing::TestWithParam<LifetimeCase> {};
+
+// A purchase that comes too long after its entry was set goes through unchanged, and the entry is gone.
+TEST_P(PendingLifetime, AnEntryRewritesOnlyPurchasesWithinItsLifetime) {
+    const LifetimeCase &c = GetParam();
+    FakeClock time;
+    PendingDowngrades pending(time.clock());
+    const auto purchaseAt = time.now + std::chrono::hours(24);
+    time.now = purchaseAt - c.setAgo;
+    pending.set("123", "400");
+    if (c.refreshed.count() != 0) {
+        time.now = purchaseAt - c.refreshed;
+        pending.set("123", "400");
+    }
+    time.now = purchaseAt;
+    FakeMaker maker;
+    const std::vector<PurchaseHandle> batch{std::make_shared<FakePurchase>(kApp123, "a")};
+    const auto queued = addPurchasesIntercept(batch, pending, maker);
+    EXPECT_EQ(queued.front() != batch.front(), c.rewritten);
+    EXPECT_TRUE(pending.snapshot().empty());
+}
+
+using std::chrono::minutes;
+using std::chrono::seconds;
+
+INSTANTIATE_TEST_SUITE_P(Ages, PendingLifetime,
+                         ::testing::Values(LifetimeCase{"SecondsOld", seconds(3), seconds(0), true},
+                                           LifetimeCase{"JustInside", minutes(10) - seconds(1), seconds(0), true},
+                                           LifetimeCase{"JustOver", minutes(10), seconds(0), false},
+                                           LifetimeCase{"DaysOld", minutes(3 * 24 * 60), seconds(0), false},
+                                           LifetimeCase{"SetAgainRecently", minutes(60), seconds(30), true}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
+TEST(PendingTable, DroppingASubmissionsEntryLeavesOneSetSince) {
+    PendingDowngrades pending;
+    const auto failed = pending.set("123", "400");
+    pending.drop("123", failed);
+    EXPECT_EQ(pending.find("123"), std::nullopt);
+
+    const auto older = pending.set("123", "400");
+    pending.set("123", "500");
+    pending.drop("123", older);
     EXPECT_EQ(pending.find("123"), "500");
 }
 

@@ -178,6 +178,19 @@ TEST(BlockedUpdates, UnknownContainerNeitherLoadsNorSaves) {
     EXPECT_EQ(file.loads + file.saves, 0);
 }
 
+// The block flow edits the records it was handed and then asks for a save: the save must carry those edits.
+TEST(BlockedUpdates, SaveWritesTheRecordsAsEditedInPlace) {
+    Rig rig;
+    rig.file.files[kFile] = records({{"com.a", record("1", false)}, {"com.b", record("", true)}});
+    const auto store = rig.open();
+    store->setRecord(Value(std::int64_t{284882215}), record("2.0", false));
+    store->removeRecord(Value("com.a"));
+    store->removeRecord(Value("com.absent"));
+    ASSERT_TRUE(store->saveBlockedUpdatesToDisk().ok());
+    EXPECT_EQ(rig.file.files[kFile],
+              records({{"com.b", record("", true)}, {std::int64_t{284882215}, record("2.0", false)}}));
+}
+
 struct UnblockCase {
     std::string name;
     Value key;
@@ -313,18 +326,6 @@ TEST(BlockedUpdates, SectionItemsDropBlockedOnesWithoutReloading) {
         {Value("com.a"), Value("1")}, {Value("com.hidden"), Value("2")}, {Value("com.b"), Value("3")}};
     EXPECT_EQ(qv::unblockedSectionItems(items, *store), (std::vector<std::size_t>{0, 2}));
     EXPECT_EQ(rig.file.loads, loadsBefore);
-}
-
-TEST(BlockedUpdates, SharedStoreUsesTheEnvironmentConfiguredBeforeFirstUse) {
-    static qv::FakeArchiveFile file;
-    static FakeNotifier notifier;
-    file.files["/shared.plist"] = records({{"com.a", record("", true)}});
-    ASSERT_TRUE(BlockedUpdates::configureShared(
-        {&file, &notifier, [] { return std::optional<std::string>("/shared.plist"); }, kModernCoreFoundation}));
-    BlockedUpdates &shared = BlockedUpdates::shared();
-    EXPECT_EQ(&shared, &BlockedUpdates::shared());
-    EXPECT_TRUE(shared.updateBlocked(StoreUpdateItem{Value("com.a"), Value("1")}));
-    EXPECT_FALSE(BlockedUpdates::configureShared({}));
 }
 
 } // namespace

@@ -85,5 +85,28 @@ INSTANTIATE_TEST_SUITE_P(Cases, HideUpdate,
                                                   Value(Dictionary{{555, BlockedUpdates::makeRecord("3.1", true)}})}),
                          [](const auto &info) { return std::string(info.param.name); });
 
+struct HiddenRowCase {
+    const char *name;
+    std::size_t shown;
+    std::size_t inData;
+    HiddenRowChange expected;
+};
+
+class HiddenRow : public ::testing::TestWithParam<HiddenRowCase> {};
+
+// Deleting a row the data source still counts is what makes the table raise; only a matching count deletes.
+TEST_P(HiddenRow, DeletesOnlyWhenTheDataDroppedTheRow) {
+    EXPECT_EQ(hiddenRowChange(GetParam().shown, GetParam().inData), GetParam().expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Counts, HiddenRow,
+                         ::testing::Values(HiddenRowCase{"DataStillListsIt", 3, 3, HiddenRowChange::ReloadTable},
+                                           HiddenRowCase{"DataDroppedIt", 3, 2, HiddenRowChange::DeleteRow},
+                                           HiddenRowCase{"LastRowDropped", 1, 0, HiddenRowChange::DeleteRow},
+                                           HiddenRowCase{"DataDroppedMore", 3, 1, HiddenRowChange::ReloadTable},
+                                           HiddenRowCase{"DataGrew", 3, 4, HiddenRowChange::ReloadTable},
+                                           HiddenRowCase{"EmptyTable", 0, 0, HiddenRowChange::ReloadTable}),
+                         [](const auto &info) { return std::string(info.param.name); });
+
 } // namespace
 } // namespace qv

@@ -37,7 +37,9 @@ std::optional<std::string> TerminalUi::readLine() {
     return line;
 }
 
-void TerminalUi::presentDialog(const qv::Dialog &dialog, std::function<void(const qv::DialogAnswer &)> answer) {
+// A terminal can always show a dialog, so notShown never runs.
+void TerminalUi::presentDialog(const qv::Dialog &dialog, std::function<void(const qv::DialogAnswer &)> answer,
+                               std::function<void()> /*notShown*/) {
     if (dialog.buttons.size() == 1 && !dialog.textField) {
         alert_ = oneLine(dialog.message.value_or(dialog.title));
         answer({0, {}});

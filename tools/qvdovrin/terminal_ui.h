@@ -23,7 +23,8 @@ class TerminalUi final : public qv::Ui {
 
     // A dialog with a text field reads one line for it (an empty line cancels); one with several buttons reads
     // the number of a button; one with a single button is an alert, kept as the failure to report.
-    void presentDialog(const qv::Dialog &dialog, std::function<void(const qv::DialogAnswer &)> answer) override;
+    void presentDialog(const qv::Dialog &dialog, std::function<void(const qv::DialogAnswer &)> answer,
+                       std::function<void()> notShown) override;
     void presentScreen(std::shared_ptr<qv::ScreenModel> screen, qv::Presenter presenter) override;
     void dismissScreen(const qv::ScreenModel &screen) override;
     void showProgress(const std::string &text) override;

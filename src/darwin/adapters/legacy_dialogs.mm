@@ -59,7 +59,11 @@ using AnswerFunction = std::function<void(const DialogAnswer &)>;
 
 namespace qv::darwin {
 
-void showLegacyActionSheet(const Dialog &dialog, AnswerFunction answer) {
+bool showLegacyActionSheet(const Dialog &dialog, AnswerFunction answer) {
+    UIWindow *window = keyWindow();
+    if (window == nil) {
+        return false;
+    }
     QVLegacyDialogAnswer *delegate = [[QVLegacyDialogAnswer alloc] initWithDialog:dialog answer:std::move(answer)];
     UIActionSheet *sheet = [[UIActionSheet alloc] initWithTitle:toNSString(dialog.title)
                                                        delegate:delegate
@@ -73,10 +77,14 @@ void showLegacyActionSheet(const Dialog &dialog, AnswerFunction answer) {
         }
     }
     objc_setAssociatedObject(sheet, dialogHelperKey(), delegate, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
-    [sheet showInView:keyWindow()];
+    [sheet showInView:window];
+    return true;
 }
 
-void showLegacyAlertView(const Dialog &dialog, AnswerFunction answer) {
+bool showLegacyAlertView(const Dialog &dialog, AnswerFunction answer) {
+    if (keyWindow() == nil) {
+        return false;
+    }
     QVLegacyDialogAnswer *delegate = [[QVLegacyDialogAnswer alloc] initWithDialog:dialog answer:std::move(answer)];
     UIAlertView *alert = [[UIAlertView alloc] initWithTitle:toNSString(dialog.title)
                                                     message:messageOf(dialog)
@@ -95,6 +103,7 @@ void showLegacyAlertView(const Dialog &dialog, AnswerFunction answer) {
     }
     objc_setAssociatedObject(alert, dialogHelperKey(), delegate, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
     [alert show];
+    return true;
 }
 
 } // namespace qv::darwin

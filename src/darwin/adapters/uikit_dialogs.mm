@@ -23,7 +23,11 @@ using AnswerFunction = std::function<void(const DialogAnswer &)>;
 
 namespace qv::darwin {
 
-void presentAlertController(const Dialog &dialog, AnswerFunction answer) {
+bool presentAlertController(const Dialog &dialog, AnswerFunction answer) {
+    UIViewController *presenter = presentingController(dialog.presenter);
+    if (!canPresentFrom(presenter)) {
+        return false;
+    }
     const UIAlertControllerStyle style =
         dialog.form == DialogForm::Alert ? UIAlertControllerStyleAlert : UIAlertControllerStyleActionSheet;
     UIAlertController *alert = [UIAlertController alertControllerWithTitle:toNSString(dialog.title)
@@ -62,7 +66,6 @@ void presentAlertController(const Dialog &dialog, AnswerFunction answer) {
         [field addTarget:requirement action:@selector(textChanged:) forControlEvents:UIControlEventEditingChanged];
         objc_setAssociatedObject(alert, dialogHelperKey(), requirement, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
     }
-    UIViewController *presenter = presentingController(dialog.presenter);
     // A sheet shown as a popover must be anchored, or presenting it raises; the centre of the presenter will do.
     if (UIPopoverPresentationController *popover = alert.popoverPresentationController) {
         popover.sourceView = presenter.view;
@@ -71,6 +74,7 @@ void presentAlertController(const Dialog &dialog, AnswerFunction answer) {
         popover.permittedArrowDirections = 0;
     }
     [presenter presentViewController:alert animated:YES completion:nil];
+    return true;
 }
 
 } // namespace qv::darwin

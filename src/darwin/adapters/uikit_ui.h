@@ -12,11 +12,14 @@
 
 namespace qv::darwin {
 
+// Draws with UIKit, so every drawing call must come on the main queue: the library reaches it only through
+// MainQueueUi, which hops there. The two questions may be asked from any thread.
 class UikitUi final : public Ui {
   public:
     bool hasAlertControllers() const override;
     bool isTablet() const override;
-    void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer) override;
+    void presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer,
+                       std::function<void()> notShown) override;
     void presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) override;
     void dismissScreen(const ScreenModel &screen) override;
     // Onto the navigation controller on top; without one the screen is presented in a navigation controller.
@@ -41,6 +44,11 @@ class UikitUi final : public Ui {
 UIWindow *keyWindow();
 UIViewController *topMostController();
 UIViewController *presentingController(Presenter presenter);
+// Whether a controller can present now: it exists, sits in a window, presents nothing else and is not coming or
+// going. UIKit quietly drops a presentation from any other controller.
+bool canPresentFrom(UIViewController *presenter);
+// Lets the screen's model know when the user swipes its sheet away, which runs none of the screen's own buttons.
+void watchUserDismissal(UIViewController *presented, const std::shared_ptr<ScreenModel> &screen);
 // The controller that draws the screen's model; nil for a kind the phone does not draw.
 UIViewController *screenController(const std::shared_ptr<ScreenModel> &screen);
 // A button title through the host's own translations: the English title is the key, "" the default value.
@@ -49,9 +57,10 @@ NSString *messageOf(const Dialog &dialog);
 // The key under which a dialog keeps the helper object that must live as long as it does.
 const void *dialogHelperKey();
 
-void presentAlertController(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
-void showLegacyActionSheet(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
-void showLegacyAlertView(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
+// Each returns false, having shown nothing, when there is nothing to present from.
+bool presentAlertController(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
+bool showLegacyActionSheet(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
+bool showLegacyAlertView(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer);
 
 UIView *makeProgressOverlay(const std::string &text);
 UIView *makeGestureHint(const std::string &text, CGPoint labelPoint, CGPoint touchPoint);

@@ -7,7 +7,38 @@
 #include "darwin/settings/settings_screen.h"
 #include "darwin/updates/blocked_updates_screen.h"
 
+#import <objc/runtime.h>
+
+#include <sys/sysctl.h>
+
 #include <algorithm>
+#include <atomic>
+#include <string>
+
+// Tells a screen's model that the user swiped its sheet away; a presentation controller keeps its delegate weakly,
+// so the watcher is attached to the presented controller to live as long.
+@interface QVUserDismissalWatcher : NSObject <UIAdaptivePresentationControllerDelegate>
+- (instancetype)initWithScreen:(std::weak_ptr<qv::ScreenModel>)screen;
+@end
+
+@implementation QVUserDismissalWatcher {
+    std::weak_ptr<qv::ScreenModel> _screen;
+}
+
+- (instancetype)initWithScreen:(std::weak_ptr<qv::ScreenModel>)screen {
+    if ((self = [super init])) {
+        _screen = std::move(screen);
+    }
+    return self;
+}
+
+- (void)presentationControllerDidDismiss:(UIPresentationController *)presentationController {
+    if (const auto screen = _screen.lock()) {
+        qv::darwin::guarded([&] { screen->dismissedByUser(); });
+    }
+}
+
+@end
 
 namespace qv::darwin {
 
@@ -28,6 +59,21 @@ UIViewController *presentingController(Presenter presenter) {
     return presenter == Presenter::KeyWindowRoot ? keyWindow().rootViewController : topMostController();
 }
 
+bool canPresentFrom(UIViewController *presenter) {
+    return presenter != nil && presenter.viewIfLoaded.window != nil && presenter.presentedViewController == nil &&
+           !presenter.isBeingPresented && !presenter.isBeingDismissed;
+}
+
+void watchUserDismissal(UIViewController *presented, const std::shared_ptr<ScreenModel> &screen) {
+    UIPresentationController *presentation = presented.presentationController;
+    if (presentation == nil || presentation.delegate != nil) {
+        return;
+    }
+    QVUserDismissalWatcher *watcher = [[QVUserDismissalWatcher alloc] initWithScreen:screen];
+    presentation.delegate = watcher;
+    objc_setAssociatedObject(presented, dialogHelperKey(), watcher, OBJC_ASSOCIATION_RETAIN_NONATOMIC);
+}
+
 NSString *localizedTitle(const std::string &englishTitle) {
     return [NSBundle.mainBundle localizedStringForKey:toNSString(englishTitle) value:@"" table:nil];
 }
@@ -45,27 +91,51 @@ bool UikitUi::hasAlertControllers() const {
     return NSClassFromString(@"UIAlertController") != nil;
 }
 
-bool UikitUi::isTablet() const {
-    UIDevice *device = UIDevice.currentDevice;
-    return [device respondsToSelector:@selector(userInterfaceIdiom)] &&
-           device.userInterfaceIdiom == UIUserInterfaceIdiomPad;
+namespace {
+
+// Asked of the hardware, which any thread may do: the store runs in the tablet idiom exactly on a tablet.
+bool hardwareIsTablet() {
+    char model[64] = {};
+    std::size_t size = sizeof(model) - 1;
+    return sysctlbyname("hw.machine", model, &size, nullptr, 0) == 0 && std::string(model).rfind("iPad", 0) == 0;
 }
 
-void UikitUi::presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer) {
+} // namespace
+
+bool UikitUi::isTablet() const {
+    // UIDevice belongs to the main thread; what it said there is remembered for callers on other threads.
+    static std::atomic<int> answered{-1};
+    if (NSThread.isMainThread) {
+        UIDevice *device = UIDevice.currentDevice;
+        const bool tablet = [device respondsToSelector:@selector(userInterfaceIdiom)] &&
+                            device.userInterfaceIdiom == UIUserInterfaceIdiomPad;
+        answered = tablet ? 1 : 0;
+        return tablet;
+    }
+    const int known = answered.load();
+    return known < 0 ? hardwareIsTablet() : known == 1;
+}
+
+void UikitUi::presentDialog(const Dialog &dialog, std::function<void(const DialogAnswer &)> answer,
+                            std::function<void()> notShown) {
+    bool shown = false;
     guarded([&] {
         switch (dialog.form) {
         case DialogForm::Alert:
         case DialogForm::ActionSheet:
-            presentAlertController(dialog, std::move(answer));
+            shown = presentAlertController(dialog, std::move(answer));
             return;
         case DialogForm::LegacyActionSheet:
-            showLegacyActionSheet(dialog, std::move(answer));
+            shown = showLegacyActionSheet(dialog, std::move(answer));
             return;
         case DialogForm::LegacyAlertView:
-            showLegacyAlertView(dialog, std::move(answer));
+            shown = showLegacyAlertView(dialog, std::move(answer));
             return;
         }
     });
+    if (!shown && notShown) {
+        guarded([&] { notShown(); });
+    }
 }
 
 UIViewController *screenController(const std::shared_ptr<ScreenModel> &screen) {
@@ -81,15 +151,22 @@ UIViewController *screenController(const std::shared_ptr<ScreenModel> &screen) {
 }
 
 void UikitUi::presentScreen(std::shared_ptr<ScreenModel> screen, Presenter presenter) {
+    bool shown = false;
     guarded([&] {
-        UIViewController *root = screenController(screen);
+        UIViewController *from = presentingController(presenter);
+        UIViewController *root = canPresentFrom(from) ? screenController(screen) : nil;
         if (root == nil) {
             return;
         }
         UINavigationController *navigation = [[UINavigationController alloc] initWithRootViewController:root];
         recordScreen(*screen, navigation);
-        [presentingController(presenter) presentViewController:navigation animated:YES completion:nil];
+        watchUserDismissal(navigation, screen);
+        [from presentViewController:navigation animated:YES completion:nil];
+        shown = true;
     });
+    if (!shown) {
+        guarded([&] { screen->notShown(); });
+    }
 }
 
 void UikitUi::pushScreen(std::shared_ptr<ScreenModel> screen) {
@@ -104,6 +181,8 @@ void UikitUi::pushScreen(std::shared_ptr<ScreenModel> screen) {
         }
         if (UIViewController *controller = screenController(screen)) {
             [navigation pushViewController:controller animated:YES];
+        } else {
+            screen->notShown();
         }
     });
 }
@@ -145,7 +224,10 @@ void UikitUi::dismissProgress() {
 
 void UikitUi::openBrowser(const std::string &address) {
     guarded([&] {
-        [topMostController() presentViewController:makeBrowser(toNSString(address)) animated:YES completion:nil];
+        UIViewController *from = topMostController();
+        if (canPresentFrom(from)) {
+            [from presentViewController:makeBrowser(toNSString(address)) animated:YES completion:nil];
+        }
     });
 }
 
@@ -162,6 +244,7 @@ void UikitUi::showGestureHint(const std::string &text, Point labelPoint, Point t
 void UikitUi::afterDelay(std::chrono::milliseconds delay, std::function<void()> task) {
     const auto nanoseconds = std::chrono::duration_cast<std::chrono::nanoseconds>(delay).count();
     auto shared = std::make_shared<std::function<void()>>(std::move(task));
+    // Runs on the main queue whatever thread asked.
     dispatch_after(dispatch_time(DISPATCH_TIME_NOW, nanoseconds), dispatch_get_main_queue(), ^{
       guarded([&] { (*shared)(); });
     });

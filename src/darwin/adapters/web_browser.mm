@@ -1,6 +1,9 @@
 // The in-app web browser: a web view in a navigation controller, with a share button that can leave for a browser.
 #include "darwin/adapters/uikit_ui.h"
 
+#include "darwin/core/strings.h"
+#include "store/available_tweaks.h"
+
 #import <WebKit/WebKit.h>
 
 // Opens the shared address in an outside browser; the scheme tells which.
@@ -19,7 +22,7 @@
     if ((self = [super init])) {
         _title = title;
         _type = type;
-        _convert = convert;
+        _convert = [convert copy];
     }
     return self;
 }
@@ -58,14 +61,17 @@
 
 @end
 
-@interface QVWebBrowserController : UIViewController
+@interface QVWebBrowserController : UIViewController <WKNavigationDelegate>
 @property(nonatomic, strong) WKWebView *webView;
 @end
 
-@implementation QVWebBrowserController
+@implementation QVWebBrowserController {
+    qv::BrowserPage _page;
+}
 
 - (void)loadView {
     self.webView = [[WKWebView alloc] initWithFrame:CGRectZero configuration:[WKWebViewConfiguration new]];
+    self.webView.navigationDelegate = self;
     self.view = self.webView;
 }
 
@@ -79,13 +85,49 @@
         [[UIBarButtonItem alloc] initWithBarButtonSystemItem:UIBarButtonSystemItemAction
                                                       target:self
                                                       action:@selector(share:)];
+    if (const auto address = _page.viewLoaded()) {
+        [self load:*address];
+    }
 }
 
+// Asked before the view exists (the browser is presented first), the address waits for it.
 - (void)loadURLString:(NSString *)address {
-    NSURL *url = [NSURL URLWithString:address];
-    if (url != nil) {
-        [self.webView loadRequest:[NSURLRequest requestWithURL:url]];
+    if (const auto now = _page.open(qv::darwin::toStdStringOrEmpty(address))) {
+        [self load:*now];
     }
+}
+
+- (void)load:(const std::string &)address {
+    NSURL *url = [NSURL URLWithString:qv::darwin::toNSString(address)];
+    if (url == nil || url.scheme == nil) {
+        [self showLoadError:@"This is not a web address." address:address];
+        return;
+    }
+    [self.webView loadRequest:[NSURLRequest requestWithURL:url]];
+}
+
+- (void)showLoadError:(NSString *)reason address:(const std::string &)address {
+    const std::string page = qv::pageLoadErrorDocument(address, qv::darwin::toStdStringOrEmpty(reason));
+    [self.webView loadHTMLString:qv::darwin::toNSString(page) baseURL:nil];
+}
+
+- (void)failedNavigationWithError:(NSError *)error {
+    // A page left for another before it finished is no failure to show.
+    if ([error.domain isEqualToString:NSURLErrorDomain] && error.code == NSURLErrorCancelled) {
+        return;
+    }
+    NSString *address = error.userInfo[NSURLErrorFailingURLStringErrorKey] ?: self.webView.URL.absoluteString;
+    [self showLoadError:error.localizedDescription ?: @"" address:qv::darwin::toStdStringOrEmpty(address)];
+}
+
+- (void)webView:(WKWebView *)webView
+    didFailProvisionalNavigation:(WKNavigation *)navigation
+                       withError:(NSError *)error {
+    [self failedNavigationWithError:error];
+}
+
+- (void)webView:(WKWebView *)webView didFailNavigation:(WKNavigation *)navigation withError:(NSError *)error {
+    [self failedNavigationWithError:error];
 }
 
 - (void)done:(id)sender {
@@ -124,10 +166,8 @@ namespace qv::darwin {
 UIViewController *makeBrowser(NSString *address) {
     QVWebBrowserController *browser = [QVWebBrowserController new];
     UINavigationController *navigation = [[UINavigationController alloc] initWithRootViewController:browser];
-    // The page appears first and then starts loading.
-    dispatch_async(dispatch_get_main_queue(), ^{
-      [browser loadURLString:address];
-    });
+    // The page appears first and then starts loading: the address waits for the browser's view.
+    [browser loadURLString:address];
     return navigation;
 }
 

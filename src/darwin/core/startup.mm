@@ -1,4 +1,5 @@
-// The library's load-time entry points and the one place that creates the process-wide objects.
+// The library's one load-time entry point: it builds the process's objects and installs the hook table, in the
+// order start-up defines.
 #include "darwin/core/startup.h"
 
 #include "core/hook_installer.h"
@@ -28,6 +29,7 @@
 
 #include <dlfcn.h>
 
+#include <atomic>
 #include <string>
 
 // The store's public lookup endpoint by default; a deployment may point the phone elsewhere (QV_PHONE_LOOKUP_URL).
@@ -53,183 +55,120 @@ std::string loadedLibraryPath() {
     return info.dli_fname;
 }
 
-const HookBodies &hookBodies() {
-    static const HookBodies *const bodies = [] {
-        auto *all = new HookBodies();
-        bindStoreObjectBodies(*all);
-        bindOfferButtonBodies(*all);
-        bindOfferConfirmBodies(*all);
-        bindHoldHintBodies(*all);
-        bindTweaksPageBodies(*all);
-        bindPurchasePipelineBodies(*all);
-        bindResourceBodies(*all);
-        bindAnalyticsBodies(*all);
-        bindUpdateFilterBodies(*all);
-        bindUpdatesTableBodies(*all);
-        bindUpdateSwipeBodies(*all);
-        bindRedesignedUpdatesBodies(*all);
-        // Each file checks its own table while it compiles; this catches a file whose table is never bound here.
-        for (const HookRow &row : hookTable()) {
-            if (boundOnPhone(row.body) && (*all)[row.body].implementation == nullptr) {
-                objcRuntime().log("hookBodies: no body bound for hook row " + std::to_string(row.number));
-            }
+HookBodies phoneHookBodies(Runtime &runtime) {
+    HookBodies all;
+    bindStoreObjectBodies(all);
+    bindOfferButtonBodies(all);
+    bindOfferConfirmBodies(all);
+    bindHoldHintBodies(all);
+    bindTweaksPageBodies(all);
+    bindPurchasePipelineBodies(all);
+    bindResourceBodies(all);
+    bindAnalyticsBodies(all);
+    bindUpdateFilterBodies(all);
+    bindUpdatesTableBodies(all);
+    bindUpdateSwipeBodies(all);
+    bindRedesignedUpdatesBodies(all);
+    // Each file checks its own table while it compiles; this catches a file whose table is never bound here.
+    for (const HookRow &row : hookTable()) {
+        if (boundOnPhone(row.body) && all[row.body].implementation == nullptr) {
+            runtime.log("hookBodies: no body bound for hook row " + std::to_string(row.number));
         }
-        return all;
-    }();
-    return *bodies;
+    }
+    return all;
 }
 
-// Must run before any hook body can ask for the shared store.
-void configureBlockedUpdatesStore() {
-    static auto *const archiveFile = new KeyedArchiveFile();
-    static auto *const notifier = new NotificationCentres();
-    static auto *const container = new ApplicationProxyContainer();
-    BlockedUpdates::configureShared(
-        {archiveFile, notifier, BlockedUpdates::fileInContainer(*container), kCFCoreFoundationVersionNumber});
+bool onMainQueue() {
+    return NSThread.isMainThread == YES;
 }
 
-Http &http() {
-    static auto *const http = new UrlSessionHttp();
-    return *http;
+// The settings suite's defaults object, with the factory defaults registered before anything reads it.
+NSUserDefaults *registeredSettingsDefaults(const AppStoreContainer &container) {
+    NSUserDefaults *defaults = makeSettingsDefaults(container);
+    DefaultsPreferences registering(defaults);
+    registerFactoryDefaults(registering, readFactoryDefaults());
+    return defaults;
 }
 
-Queues &queues() {
-    static auto *const queues = new DispatchQueues();
-    return *queues;
-}
-
-Notifier &notifier() {
-    static auto *const centres = new NotificationCentres();
-    return *centres;
-}
+std::atomic<Process *> built{nullptr};
 
 } // namespace
 
-UikitUi &ui() {
-    static auto *const ui = new UikitUi();
-    return *ui;
+Process::Process()
+    : ui(uikitUi, queues.main(), &onMainQueue), settingsPreferences(registeredSettingsDefaults(container)),
+      settings(settingsPreferences, notifier),
+      serviceClient(http, queues, settingsPreferences,
+                    ServiceEndpoints::make(QV_DEFAULT_API_BASE_URL, QV_PHONE_LOOKUP_URL)),
+      downgradeFlows{ui,
+                     [this](const std::string &storeIdentifier) {
+                         // Asked each time a list opens: the person may have pointed the phone at their own
+                         // service since.
+                         return std::make_shared<VersionsListModel>(
+                             ui, serviceVersionsSource(http, queues, serviceClient.apiBaseUrl()), storeIdentifier);
+                     },
+                     [this] { return settings.value(Setting::DisableUpdateBlocker); }},
+      storeIdentifierLookup([this](const std::string &bundleIdentifier, std::function<void(std::string)> done) {
+          serviceClient.getStoreIdentifierWithBundleId(bundleIdentifier, std::move(done));
+      }),
+      bundleIdentifierLookup([this](const std::string &storeIdentifier, std::function<void(std::string)> done) {
+          serviceClient.getBundleIdWithStoreIdentifier(storeIdentifier, std::move(done));
+      }),
+      blockFailurePrompt(ui, mail, QV_SUPPORT_EMAIL) {}
+
+Process &process() {
+    return *built.load();
 }
 
-ServiceClient &serviceClient() {
-    static auto *const client = new ServiceClient(http(), queues(), settingsPreferences(),
-                                                  ServiceEndpoints::make(QV_DEFAULT_API_BASE_URL, QV_PHONE_LOOKUP_URL));
-    return *client;
+void reportSwallowedFault(const char *name, const char *reason) noexcept {
+    Process *made = built.load();
+    if (made == nullptr) {
+        return;
+    }
+    try {
+        made->faultLog.swallowed(name != nullptr ? name : "", reason != nullptr ? reason : "");
+    } catch (...) {
+        // Nothing is left to tell: the log itself failed.
+    }
 }
 
-DowngradeFlows &downgradeFlows() {
-    static auto *const flows = new DowngradeFlows{
-        ui(),
-        [](const std::string &storeIdentifier) {
-            // Asked each time a list opens: the person may have pointed the phone at their own service since.
-            const VersionsSource source = serviceVersionsSource(http(), queues(), serviceClient().apiBaseUrl());
-            return std::make_shared<VersionsListModel>(ui(), source, storeIdentifier);
-        },
-        [] { return settings().value(Setting::DisableUpdateBlocker); },
-    };
-    return *flows;
+namespace {
+
+// The one start-up: the objects first, then the table's batches with the steps between them.
+void startUpProcess() {
+    if (built.load() != nullptr) {
+        return;
+    }
+    auto *made = new Process();
+    built.store(made);
+    startUp(made->runtime, phoneHookBodies(made->runtime),
+            StartUpSteps{
+                [made] { made->pendingDowngrades.emplace(); },
+                [made] {
+                    made->resourceBundle.emplace(
+                        made->bundleFiles,
+                        resourceBundlePath(installLayout(), jailbreakRootFromLibraryPath(loadedLibraryPath())));
+                },
+                [made] {
+                    made->blockedUpdates.emplace(BlockedUpdates::Environment{
+                        &made->archiveFile, &made->notifier, BlockedUpdates::fileInContainer(made->container),
+                        kCFCoreFoundationVersionNumber});
+                    made->updateBlocker.emplace(*made->blockedUpdates, made->notifier, made->blockFailurePrompt);
+                    made->settingsForm = std::make_shared<SettingsFormModel>(
+                        made->ui, made->settings, made->notifier,
+                        [made](std::function<void()> deletedUpdate) -> std::shared_ptr<ScreenModel> {
+                            return std::make_shared<BlockedListModel>(*made->blockedUpdates, made->installedApps,
+                                                                      std::move(deletedUpdate));
+                        });
+                },
+            });
 }
 
-StorePurchasing &storePurchasing() {
-    static auto *const purchasing = new PhoneStorePurchasing();
-    return *purchasing;
-}
-
-const StoreIdentifierLookup &storeIdentifierLookup() {
-    static const auto *const lookup =
-        new StoreIdentifierLookup([](const std::string &bundleIdentifier, std::function<void(std::string)> completion) {
-            serviceClient().getStoreIdentifierWithBundleId(bundleIdentifier, std::move(completion));
-        });
-    return *lookup;
-}
-
-const BundleIdentifierLookup &bundleIdentifierLookup() {
-    static const auto *const lookup =
-        new BundleIdentifierLookup([](const std::string &storeIdentifier, std::function<void(std::string)> completion) {
-            serviceClient().getBundleIdWithStoreIdentifier(storeIdentifier, std::move(completion));
-        });
-    return *lookup;
-}
-
-UpdateBlocker &updateBlocker() {
-    static auto *const mail = new MailComposer();
-    static auto *const failureAlert = new BlockFailurePrompt(ui(), *mail, QV_SUPPORT_EMAIL);
-    static auto *const blocker = new UpdateBlocker(BlockedUpdates::shared(), notifier(), *failureAlert);
-    return *blocker;
-}
-
-DefaultsPreferences &settingsPreferences() {
-    static auto *const preferences = [] {
-        static const auto *const container = new ApplicationProxyContainer();
-        auto *made = new DefaultsPreferences(makeSettingsDefaults(*container));
-        registerFactoryDefaults(*made, readFactoryDefaults());
-        return made;
-    }();
-    return *preferences;
-}
-
-SettingsModel &settings() {
-    static auto *const model = new SettingsModel(settingsPreferences(), notifier());
-    return *model;
-}
-
-const std::shared_ptr<SettingsFormModel> &settingsForm() {
-    static const auto *const form = new std::shared_ptr<SettingsFormModel>(std::make_shared<SettingsFormModel>(
-        ui(), settings(), notifier(), [](std::function<void()> deletedUpdate) -> std::shared_ptr<ScreenModel> {
-            return std::make_shared<BlockedListModel>(BlockedUpdates::shared(), installedApps(),
-                                                      std::move(deletedUpdate));
-        }));
-    return *form;
-}
-
-const InstalledApps &installedApps() {
-    static const auto *const apps = new ApplicationProxyApps();
-    return *apps;
-}
-
-ObjcRuntime &objcRuntime() {
-    static auto *const runtime = new ObjcRuntime();
-    return *runtime;
-}
-
-const ResourceBundle &resourceBundle() {
-    static auto *const files = new BundleFiles();
-    static const auto *const bundle = new ResourceBundle(
-        *files, resourceBundlePath(installLayout(), jailbreakRootFromLibraryPath(loadedLibraryPath())));
-    return *bundle;
-}
-
-LatestStore &latestStore() {
-    static auto *const store = new LatestStore();
-    return *store;
-}
-
+} // namespace
 } // namespace qv::darwin
 
-// Initialisers of one file run in the order they are defined here.
-__attribute__((constructor)) static void installStoreHooksAtLoad() {
+// Nothing else runs at load: one constructor, and nothing torn down at exit.
+__attribute__((constructor)) static void startUpAtLoad() {
     @autoreleasepool {
-        qv::darwin::guarded([] { qv::installStoreHooks(qv::darwin::objcRuntime(), qv::darwin::hookBodies()); });
-    }
-}
-
-__attribute__((constructor)) static void createPendingDowngradeTableAtLoad() {
-    @autoreleasepool {
-        qv::darwin::guarded([] { static_cast<void>(qv::PendingDowngrades::shared()); });
-    }
-}
-
-__attribute__((constructor)) static void installResourceAndAnalyticsHooksAtLoad() {
-    @autoreleasepool {
-        qv::darwin::guarded([] {
-            static_cast<void>(qv::darwin::resourceBundle());
-            qv::installResourceAndAnalyticsHooks(qv::darwin::objcRuntime(), qv::darwin::hookBodies());
-        });
-    }
-}
-
-__attribute__((constructor)) static void installUpdateHooksAtLoad() {
-    @autoreleasepool {
-        qv::darwin::guarded([] { qv::darwin::configureBlockedUpdatesStore(); });
-        qv::darwin::guarded([] { qv::installUpdateHooks(qv::darwin::objcRuntime(), qv::darwin::hookBodies()); });
+        qv::darwin::guarded([] { qv::darwin::startUpProcess(); });
     }
 }

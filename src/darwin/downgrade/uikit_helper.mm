@@ -22,19 +22,14 @@ void blockAllUpdates(id proxy) {
     qv::darwin::updateBlocker().blockUpdate(qv::darwin::blockableItemOf(proxy), true, true);
 }
 
+// The caller's block is answered after this call has returned, so it is kept as a copy. Without a block there is
+// no completion, which the flows read as "nothing to continue".
 std::function<void(qv::DowngradeChoice)> completionFor(void (^completion)(int)) {
-    return [completion](qv::DowngradeChoice choice) {
-        if (completion != nil) {
-            completion(static_cast<int>(choice));
-        }
-    };
-}
-
-std::function<void(int)> integerCompletion(void (^completion)(int)) {
     if (completion == nil) {
         return {};
     }
-    return [completion](int answer) { completion(answer); };
+    void (^kept)(int) = [completion copy];
+    return [kept](qv::DowngradeChoice choice) { kept(static_cast<int>(choice)); };
 }
 
 } // namespace
@@ -90,7 +85,7 @@ std::function<void(int)> integerCompletion(void (^completion)(int)) {
         NSString *bundleIdentifier = valueOrNil(action, @"bundleId");
         qv::OfferButtonTap tap;
         tap.bundleIdentifier = qv::darwin::toStdStringOrEmpty(bundleIdentifier);
-        tap.completion = integerCompletion(completion);
+        tap.completion = completionFor(completion);
         tap.blockAllUpdates = [bundleIdentifier] {
             blockAllUpdates(qv::darwin::applicationProxyForIdentifier(bundleIdentifier));
         };
@@ -105,18 +100,19 @@ std::function<void(int)> integerCompletion(void (^completion)(int)) {
                         completion:(void (^)(BOOL, NSDictionary *))completion {
     guarded([&] {
         qv::PurchaseCompletion handBack;
-        if (completion != nil) {
+        void (^kept)(BOOL, NSDictionary *) = [completion copy];
+        if (kept != nil) {
             // Going on unchanged hands back the very dictionary the store gave; a rewrite changes a copy's buy
             // parameters only, so store objects that have no portable form travel on untouched.
-            handBack = [purchase, completion](bool rewritten, const qv::Value &chosen) {
+            handBack = [purchase, kept](bool rewritten, const qv::Value &chosen) {
                 if (!rewritten) {
-                    completion(NO, purchase);
+                    kept(NO, purchase);
                     return;
                 }
                 NSMutableDictionary *copy = [purchase mutableCopy] ?: [NSMutableDictionary dictionary];
                 NSString *key = qv::darwin::toNSString(qv::kPurchaseBuyParamsKey);
                 copy[key] = qv::darwin::objectFromValue(chosen[qv::kPurchaseBuyParamsKey]);
-                completion(YES, copy);
+                kept(YES, copy);
             };
         }
         qv::purchaseInitiated(qv::darwin::downgradeFlows(), qv::darwin::valueFromObject(purchase), std::move(handBack));
@@ -129,7 +125,7 @@ std::function<void(int)> integerCompletion(void (^completion)(int)) {
     guarded([&] {
         qv::displayDowngradeController(qv::darwin::downgradeFlows(), qv::darwin::storePurchasing(),
                                        qv::darwin::textForm(storeIdentifier).value_or(""),
-                                       qv::darwin::toStdStringOrEmpty(bundleIdentifier), integerCompletion(completion));
+                                       qv::darwin::toStdStringOrEmpty(bundleIdentifier), completionFor(completion));
     });
 }
 

@@ -5,13 +5,18 @@
 #include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
 
-@interface QVPossibleVersionsController : UITableViewController
+@interface QVPossibleVersionsController : UITableViewController <UIAdaptivePresentationControllerDelegate>
 - (instancetype)initWithModel:(std::shared_ptr<qv::VersionsListModel>)model;
 // For owners that make the screen by name: the versions of one app, the chosen identifier to completion (nil for
 // a row without one), and cancel when the user leaves.
 - (instancetype)initWithAppIdentifier:(NSString *)identifier;
+- (NSString *)identifier;
 - (void)setCompletion:(void (^)(NSString *))completion;
 - (void)setCancel:(void (^)(void))cancel;
+- (void)getLatestVersions;
+- (void)done:(id)sender;
+- (void)showCustomVersionIdentifierAlert:(id)sender;
+- (void)dismissWithVersionIdentifier:(NSString *)identifier;
 @end
 
 @implementation QVPossibleVersionsController {
@@ -30,25 +35,40 @@
                                    qv::darwin::textForm(identifier).value_or("(null)"))];
 }
 
+// Whatever initialiser made the screen (init, initWithStyle:, a nib or a coder), it has a model: one for no app
+// in particular, as the formatter names a nil identifier.
+- (qv::VersionsListModel &)model {
+    if (_model == nullptr) {
+        _model = qv::darwin::downgradeFlows().makeVersionsList("(null)");
+    }
+    return *_model;
+}
+
+- (NSString *)identifier {
+    return qv::darwin::toNSString([self model].storeIdentifier());
+}
+
 - (void)setCompletion:(void (^)(NSString *))completion {
-    _model->setCompletion([completion](std::optional<std::string> identifier) {
-        if (completion != nil) {
-            completion(identifier ? qv::darwin::toNSString(*identifier) : nil);
+    void (^kept)(NSString *) = [completion copy];
+    [self model].setCompletion([kept](std::optional<std::string> identifier) {
+        if (kept != nil) {
+            kept(identifier ? qv::darwin::toNSString(*identifier) : nil);
         }
     });
 }
 
 - (void)setCancel:(void (^)(void))cancel {
-    _model->setCancel([cancel] {
-        if (cancel != nil) {
-            cancel();
+    void (^kept)(void) = [cancel copy];
+    [self model].setCancel([kept] {
+        if (kept != nil) {
+            kept();
         }
     });
 }
 
 - (void)viewDidLoad {
     [super viewDidLoad];
-    self.title = qv::darwin::toNSString(_model->title());
+    self.title = qv::darwin::toNSString([self model].title());
     self.navigationItem.leftBarButtonItem =
         [[UIBarButtonItem alloc] initWithBarButtonSystemItem:UIBarButtonSystemItemCancel
                                                       target:self
@@ -64,17 +84,30 @@
     self.refreshControl = refresh;
 
     __weak QVPossibleVersionsController *weakSelf = self;
-    _model->setOnChange([weakSelf] { [weakSelf modelChanged]; });
+    [self model].setOnChange([weakSelf] { [weakSelf modelChanged]; });
 }
 
 - (void)viewWillAppear:(BOOL)animated {
     [super viewWillAppear:animated];
-    qv::darwin::ui().recordScreen(*_model, self.navigationController ?: self);
+    UIViewController *shown = self.navigationController ?: self;
+    qv::darwin::uikitUi().recordScreen([self model], shown);
+    // A screen an owner presented by itself is watched too: swiping it away must end it as cancel does.
+    if (shown.presentationController.delegate == nil) {
+        shown.presentationController.delegate = self;
+    }
+}
+
+- (void)presentationControllerDidDismiss:(UIPresentationController *)presentationController {
+    qv::darwin::guarded([&] { [self model].dismissedByUser(); });
+}
+
+- (void)dismissWithVersionIdentifier:(NSString *)identifier {
+    qv::darwin::guarded([&] { [self model].choose(qv::darwin::toStdString(identifier)); });
 }
 
 - (void)viewDidAppear:(BOOL)animated {
     [super viewDidAppear:animated];
-    qv::darwin::guarded([&] { _model->appeared(); });
+    qv::darwin::guarded([&] { [self model].appeared(); });
     [self showRefreshing];
 }
 
@@ -84,23 +117,23 @@
 }
 
 - (void)showRefreshing {
-    if (_model->refreshing() && !self.refreshControl.refreshing) {
+    if ([self model].refreshing() && !self.refreshControl.refreshing) {
         [self.refreshControl beginRefreshing];
-    } else if (!_model->refreshing() && self.refreshControl.refreshing) {
+    } else if (![self model].refreshing() && self.refreshControl.refreshing) {
         [self.refreshControl endRefreshing];
     }
 }
 
 - (void)getLatestVersions {
-    qv::darwin::guarded([&] { _model->refresh(); });
+    qv::darwin::guarded([&] { [self model].refresh(); });
 }
 
 - (void)done:(id)sender {
-    qv::darwin::guarded([&] { _model->leave(); });
+    qv::darwin::guarded([&] { [self model].leave(); });
 }
 
 - (void)showCustomVersionIdentifierAlert:(id)sender {
-    qv::darwin::guarded([&] { _model->typeVersion(); });
+    qv::darwin::guarded([&] { [self model].typeVersion(); });
 }
 
 - (NSInteger)numberOfSectionsInTableView:(UITableView *)tableView {
@@ -108,7 +141,7 @@
 }
 
 - (NSInteger)tableView:(UITableView *)tableView numberOfRowsInSection:(NSInteger)section {
-    return static_cast<NSInteger>(_model->rows().size());
+    return static_cast<NSInteger>([self model].rows().size());
 }
 
 - (UITableViewCell *)tableView:(UITableView *)tableView cellForRowAtIndexPath:(NSIndexPath *)indexPath {
@@ -117,7 +150,7 @@
     if (cell == nil) {
         cell = [[UITableViewCell alloc] initWithStyle:UITableViewCellStyleSubtitle reuseIdentifier:identifier];
     }
-    const auto &rows = _model->rows();
+    const auto &rows = [self model].rows();
     const auto row = static_cast<std::size_t>(indexPath.row);
     if (row < rows.size()) {
         cell.textLabel.text = qv::darwin::toNSString(rows[row].text);
@@ -128,7 +161,7 @@
 
 - (void)tableView:(UITableView *)tableView didSelectRowAtIndexPath:(NSIndexPath *)indexPath {
     [tableView deselectRowAtIndexPath:indexPath animated:YES];
-    qv::darwin::guarded([&] { _model->chooseRow(static_cast<std::size_t>(indexPath.row)); });
+    qv::darwin::guarded([&] { [self model].chooseRow(static_cast<std::size_t>(indexPath.row)); });
 }
 
 @end

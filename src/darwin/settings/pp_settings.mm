@@ -4,7 +4,7 @@
 #include "darwin/core/strings.h"
 #include "darwin/settings/defaults_preferences.h"
 
-#import <Foundation/Foundation.h>
+#import <UIKit/UIKit.h>
 
 #include <array>
 #include <string_view>
@@ -48,6 +48,15 @@ using qv::darwin::guarded;
 - (void)loadValuesFromDefaults;
 - (NSArray<NSString *> *)excludedFields;
 - (NSMutableArray<NSString *> *)excludedProperties;
+- (void)addObservers;
+- (void)removeObservers;
+- (void)registerQVDefaults;
+- (id)formController;
+@end
+
+@interface QVPPSettingsViewController : UITableViewController
++ (instancetype)sharedInstance;
+- (id)formController;
 @end
 
 namespace {
@@ -85,6 +94,39 @@ template <std::size_t Size> NSMutableArray<NSString *> *namesArray(const std::ar
 
 - (void)loadValuesFromDefaults {
     guarded([] { qv::darwin::settings().load(); });
+}
+
+// The settings are written through by their setters, so there is nothing to observe; the selectors answer for
+// callers that name them.
+- (void)addObservers {
+}
+
+- (void)removeObservers {
+}
+
+// A change reported by name is saved as a setter saves it: stored under its key, flushed, and for
+// disableUpdateBlocker the store daemon told. A name that is no setting is only flushed.
+- (void)observeValueForKeyPath:(NSString *)keyPath
+                      ofObject:(id)object
+                        change:(NSDictionary<NSKeyValueChangeKey, id> *)change
+                       context:(void *)context {
+    guarded([&] {
+        const auto setting = qv::settingNamed(qv::darwin::toStdStringOrEmpty(keyPath));
+        id value = change[NSKeyValueChangeNewKey];
+        if (setting && [value respondsToSelector:@selector(boolValue)]) {
+            static_cast<void>(qv::darwin::settings().set(*setting, [value boolValue] == YES));
+            return;
+        }
+        static_cast<void>(qv::darwin::settings().flush());
+    });
+}
+
+- (void)registerQVDefaults {
+    guarded([] { qv::registerFactoryDefaults(qv::darwin::settingsPreferences(), qv::darwin::readFactoryDefaults()); });
+}
+
+- (id)formController {
+    return [[QVPPSettingsViewController sharedInstance] formController];
 }
 
 - (NSArray<NSString *> *)excludedFields {

@@ -32,11 +32,27 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
 #endif
 
 @interface QVPPSettingsViewController : UITableViewController <MFMailComposeViewControllerDelegate, UITextFieldDelegate>
+// The one settings screen, over the process's settings form; each presentation wraps it anew.
++ (instancetype)sharedInstance;
 - (instancetype)initWithModel:(std::shared_ptr<qv::SettingsFormModel>)model;
+- (id)formController;
+- (void)dismiss;
+- (void)resetForm;
+- (void)didTapBlockedUpdates:(id)sender;
+- (void)hiddenUpdatesDidDeleteUpdate;
 @end
 
 @implementation QVPPSettingsViewController {
     std::shared_ptr<qv::SettingsFormModel> _model;
+}
+
++ (instancetype)sharedInstance {
+    static QVPPSettingsViewController *shared = nil;
+    static dispatch_once_t once;
+    dispatch_once(&once, ^{
+      shared = [[QVPPSettingsViewController alloc] initWithModel:qv::darwin::settingsForm()];
+    });
+    return shared;
 }
 
 - (instancetype)initWithModel:(std::shared_ptr<qv::SettingsFormModel>)model {
@@ -44,6 +60,42 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
         _model = std::move(model);
     }
     return self;
+}
+
+// Whatever initialiser made the screen, it shows the process's settings form.
+- (qv::SettingsFormModel &)model {
+    if (_model == nullptr) {
+        _model = qv::darwin::settingsForm();
+    }
+    return *_model;
+}
+
+// The screen draws its form itself, so it is its own form controller.
+- (id)formController {
+    return self;
+}
+
+- (void)resetForm {
+    guarded([&] { [self model].appeared(); });
+    [self.tableView reloadData];
+}
+
+- (void)didTapBlockedUpdates:(id)sender {
+    guarded([&] {
+        const auto &sections = [self model].sections();
+        for (std::size_t section = 0; section < sections.size(); ++section) {
+            for (std::size_t row = 0; row < sections[section].rows.size(); ++row) {
+                if (sections[section].rows[row].action == qv::kBlockedUpdatesAction) {
+                    [self model].tapRow(section, row);
+                    return;
+                }
+            }
+        }
+    });
+}
+
+- (void)hiddenUpdatesDidDeleteUpdate {
+    guarded([&] { [self model].hiddenUpdatesDidDeleteUpdate(); });
 }
 
 - (void)viewDidLoad {
@@ -71,23 +123,24 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
                                                                                  style:UIBarButtonItemStylePlain
                                                                                 target:self
                                                                                 action:@selector(dismiss)];
-        qv::darwin::ui().recordScreen(*_model, navigation ?: self);
+        qv::darwin::uikitUi().recordScreen([self model], navigation ?: self);
     }
-    guarded([&] { _model->appeared(); });
-    self.title = toNSString(_model->title());
+    guarded([&] { [self model].appeared(); });
+    self.title = toNSString([self model].title());
     [self.tableView reloadData];
 }
 
 - (void)viewWillDisappear:(BOOL)animated {
     [super viewWillDisappear:animated];
-    guarded([&] { static_cast<void>(_model->disappearing()); });
-    self.title = toNSString(_model->title());
+    guarded([&] { static_cast<void>([self model].disappearing()); });
+    self.title = toNSString([self model].title());
 }
 
 - (void)dismiss {
     [self dismissViewControllerAnimated:YES completion:nil];
 }
 
+// The share button's action, and two observers' selectors that callers may name: answered, doing nothing.
 - (void)tweetMe {
 }
 
@@ -134,7 +187,7 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
 }
 
 - (const qv::FormRow *)rowAt:(NSIndexPath *)indexPath {
-    const auto &sections = _model->sections();
+    const auto &sections = [self model].sections();
     const auto section = static_cast<std::size_t>(indexPath.section);
     const auto row = static_cast<std::size_t>(indexPath.row);
     if (section >= sections.size() || row >= sections[section].rows.size()) {
@@ -144,23 +197,23 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
 }
 
 - (NSInteger)numberOfSectionsInTableView:(UITableView *)tableView {
-    return static_cast<NSInteger>(_model->sections().size());
+    return static_cast<NSInteger>([self model].sections().size());
 }
 
 - (NSInteger)tableView:(UITableView *)tableView numberOfRowsInSection:(NSInteger)section {
-    const auto &sections = _model->sections();
+    const auto &sections = [self model].sections();
     const auto index = static_cast<std::size_t>(section);
     return index < sections.size() ? static_cast<NSInteger>(sections[index].rows.size()) : 0;
 }
 
 - (NSString *)tableView:(UITableView *)tableView titleForHeaderInSection:(NSInteger)section {
-    const auto &sections = _model->sections();
+    const auto &sections = [self model].sections();
     const auto index = static_cast<std::size_t>(section);
     return index < sections.size() ? toNSString(sections[index].header) : nil;
 }
 
 - (NSString *)tableView:(UITableView *)tableView titleForFooterInSection:(NSInteger)section {
-    const auto &sections = _model->sections();
+    const auto &sections = [self model].sections();
     const auto index = static_cast<std::size_t>(section);
     return index < sections.size() && sections[index].footer ? toNSString(*sections[index].footer) : nil;
 }
@@ -207,7 +260,7 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
 
 - (void)switchChanged:(UISwitch *)toggle {
     const auto where = rowOfTag(toggle.tag);
-    guarded([&] { static_cast<void>(_model->setSwitch(where.first, where.second, toggle.on == YES)); });
+    guarded([&] { static_cast<void>([self model].setSwitch(where.first, where.second, toggle.on == YES)); });
 }
 
 - (BOOL)textFieldShouldReturn:(UITextField *)field {
@@ -219,15 +272,16 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
 - (void)textEnded:(UITextField *)field {
     const auto where = rowOfTag(field.tag);
     guarded([&] {
-        static_cast<void>(_model->setText(where.first, where.second, qv::darwin::toStdStringOrEmpty(field.text)));
+        static_cast<void>([self model].setText(where.first, where.second, qv::darwin::toStdStringOrEmpty(field.text)));
     });
     [self.tableView reloadData];
 }
 
 - (void)tableView:(UITableView *)tableView didSelectRowAtIndexPath:(NSIndexPath *)indexPath {
     [tableView deselectRowAtIndexPath:indexPath animated:YES];
-    guarded(
-        [&] { _model->tapRow(static_cast<std::size_t>(indexPath.section), static_cast<std::size_t>(indexPath.row)); });
+    guarded([&] {
+        [self model].tapRow(static_cast<std::size_t>(indexPath.section), static_cast<std::size_t>(indexPath.row));
+    });
 }
 
 @end
@@ -235,6 +289,11 @@ std::pair<std::size_t, std::size_t> rowOfTag(NSInteger tag) {
 namespace qv::darwin {
 
 UIViewController *makeSettingsScreen(std::shared_ptr<SettingsFormModel> model) {
+    // The one screen serves every presentation, unless it is on screen already (then a second one shows the form).
+    QVPPSettingsViewController *shared = [QVPPSettingsViewController sharedInstance];
+    if (model == settingsForm() && shared.viewIfLoaded.window == nil) {
+        return shared;
+    }
     return [[QVPPSettingsViewController alloc] initWithModel:std::move(model)];
 }
 

@@ -4,8 +4,8 @@
 #include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
 #include "darwin/store/store_items.h"
+#include "downgrade/offer_decisions.h"
 #include "store/item_state.h"
-#include "store/offer_decisions.h"
 
 #import <UIKit/UIKit.h>
 

@@ -4,7 +4,7 @@
 #include "darwin/core/hook_bodies.h"
 #include "darwin/core/strings.h"
 #include "darwin/downgrade/uikit_helper.h"
-#include "store/offer_decisions.h"
+#include "downgrade/offer_decisions.h"
 
 #import <UIKit/UIKit.h>
 

@@ -7,8 +7,8 @@
 #include "darwin/service/store_objects.h"
 #include "darwin/store/phone_store_purchasing.h"
 #include "darwin/store/store_items.h"
+#include "downgrade/offer_decisions.h"
 #include "store/item_state.h"
-#include "store/offer_decisions.h"
 
 #include <array>
 
@@ -45,19 +45,22 @@ void confirmOffer(id itemState, const std::string &itemIdentifier, UIView *sourc
     item.installed = installed;
     item.callOrig = callOrig;
     item.startPurchases = [itemIdentifier, installed](std::optional<std::string> version) {
-        submitToStore(purchasesForStoreIdentifier(toNSString(itemIdentifier), version ? toNSString(*version) : nil,
-                                                  installed ? YES : NO));
+        return submitToStore(purchasesForStoreIdentifier(toNSString(itemIdentifier),
+                                                         version ? toNSString(*version) : nil, installed ? YES : NO));
     };
     item.installedVersion = [itemIdentifier] {
         NSNumber *storeIdentifier = @([toNSString(itemIdentifier) longLongValue]);
         return versionIdentifierForAppWithID(applicationProxyFacts(applicationProxyForItemID(storeIdentifier)));
     };
-    [QVUIKitHelper
-        downgradeAlertWithState:itemState
-                     completion:^(int answer) {
-                       guarded([&] { handleOfferAnswer(answer, item, PendingDowngrades::shared(), downgradeFlows()); });
-                     }
-                     sourceView:sourceView];
+    [QVUIKitHelper downgradeAlertWithState:itemState
+                                completion:^(int answer) {
+                                  guarded([&] {
+                                      if (const auto choice = downgradeChoiceFrom(answer)) {
+                                          handleOfferAnswer(*choice, item, pendingDowngrades(), downgradeFlows());
+                                      }
+                                  });
+                                }
+                                sourceView:sourceView];
 }
 
 // The store's own action with the receiver and sender it was given; safe to run once the hook has returned.

@@ -1,8 +1,8 @@
 // The StorePurchasing port on the phone, and the installed-app and submission steps the offer hooks share.
 #pragma once
 
+#include "downgrade/offer_decisions.h"
 #include "platform/store_purchasing.h"
-#include "store/offer_decisions.h"
 
 #import <Foundation/Foundation.h>
 
@@ -24,6 +24,7 @@ ApplicationProxyFacts applicationProxyFacts(id proxy);
 bool applicationProxiesKnowExternalVersions();
 
 // Hands the purchases to the first submission interface the store has; a store exception is caught and dropped.
-void submitToStore(NSArray *purchases);
+// False when they could not be handed over: no purchases, no interface, or the store raised.
+bool submitToStore(NSArray *purchases);
 
 } // namespace qv::darwin

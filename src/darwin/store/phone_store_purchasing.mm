@@ -65,8 +65,12 @@ bool applicationProxiesKnowExternalVersions() {
            [proxyClass instancesRespondToSelector:NSSelectorFromString(@"externalVersionIdentifier")];
 }
 
-void submitToStore(NSArray *purchases) {
-    guarded([&] {
+bool submitToStore(NSArray *purchases) {
+    if (![purchases isKindOfClass:NSArray.class] || purchases.count == 0) {
+        return false;
+    }
+    bool handedOver = false;
+    const bool raisedNothing = guarded([&] {
         id center = sharedObject("SKUIItemStateCenter", @"defaultCenter");
         id context = sharedObject("ASClientContext", @"defaultContext");
         SEL threeArguments = NSSelectorFromString(@"_performPurchases:withClientContext:completionBlock:");
@@ -77,16 +81,20 @@ void submitToStore(NSArray *purchases) {
         if ([center respondsToSelector:threeArguments]) {
             reinterpret_cast<void (*)(id, SEL, id, id, id)>(objc_msgSend)(center, threeArguments, purchases, context,
                                                                           nil);
+            handedOver = true;
         } else if ([center respondsToSelector:bundleAware]) {
             reinterpret_cast<void (*)(id, SEL, id, BOOL, id, id)>(objc_msgSend)(center, bundleAware, purchases, NO,
                                                                                 context, nil);
+            handedOver = true;
         } else if (managerClass != nil && [managerClass instancesRespondToSelector:addPurchases]) {
             typedef id (*ManagerInit)(QV_CONSUMED_SELF, SEL, id) QV_RETURNS_RETAINED;
             id manager = reinterpret_cast<ManagerInit>(objc_msgSend)(
                 [managerClass alloc], NSSelectorFromString(@"initWithManagerIdentifier:"), nil);
             reinterpret_cast<void (*)(id, SEL, id, id)>(objc_msgSend)(manager, addPurchases, purchases, nil);
+            handedOver = manager != nil;
         }
     });
+    return raisedNothing && handedOver;
 }
 
 bool PhoneStorePurchasing::appInstalled(const std::string &bundleIdentifier) {
@@ -96,8 +104,8 @@ bool PhoneStorePurchasing::appInstalled(const std::string &bundleIdentifier) {
 void PhoneStorePurchasing::submitPurchases(const std::string &storeIdentifier, const std::string &versionIdentifier,
                                            bool installed) {
     guarded([&] {
-        submitToStore(purchasesForStoreIdentifier(toNSString(storeIdentifier), toNSString(versionIdentifier),
-                                                  installed ? YES : NO));
+        static_cast<void>(submitToStore(purchasesForStoreIdentifier(
+            toNSString(storeIdentifier), toNSString(versionIdentifier), installed ? YES : NO)));
     });
 }
 

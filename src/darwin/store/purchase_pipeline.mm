@@ -6,7 +6,7 @@
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
 #include "darwin/downgrade/uikit_helper.h"
-#include "store/offer_decisions.h"
+#include "store/purchase_initiated.h"
 #include "store/purchase_intercept.h"
 
 #import <Foundation/Foundation.h>
@@ -65,7 +65,7 @@ NSArray *interceptedPurchases(NSArray *purchases) {
             queued.push_back(std::make_shared<StorePurchase>(purchase));
         }
         StorePurchaseMaker maker;
-        InterceptedBatch intercepted = interceptPurchases(queued, PendingDowngrades::shared(), maker);
+        InterceptedBatch intercepted = interceptPurchases(queued, pendingDowngrades(), maker);
         NSMutableArray *result = [NSMutableArray arrayWithCapacity:intercepted.purchases().size()];
         for (const PurchaseHandle &purchase : intercepted.purchases()) {
             const auto *store = dynamic_cast<const StorePurchase *>(purchase.get());
@@ -89,9 +89,9 @@ QV_RETURNS_RETAINED id purchaseManagerInit(QV_CONSUMED_SELF self, SEL _cmd, id i
     return callable<ManagerInitFunction>(origManagerInit)(self, _cmd, identifier);
 }
 
-void purchaseManagerAddPurchases(id self, SEL _cmd, NSArray *purchases, id completion) {
-    callable<void (*)(id, SEL, NSArray *, id)>(origAddPurchases)(self, _cmd, interceptedPurchases(purchases),
-                                                                 completion);
+void purchaseManagerAddPurchases(id self, SEL _cmd, NSArray *purchases, QVStoreBlock completion) {
+    callable<void (*)(id, SEL, NSArray *, QVStoreBlock)>(origAddPurchases)(self, _cmd, interceptedPurchases(purchases),
+                                                                           completion);
 }
 
 // The flag is attached under the getter's selector, which is unique per process.
@@ -108,15 +108,15 @@ void appDocumentSetShouldHook(id self, SEL /*_cmd*/, id flag) {
 }
 
 // Callers of the older three-argument form keep working on stores that only have the bundle-aware form.
-void stateCenterPerformPurchases(id self, SEL /*_cmd*/, id purchases, id clientContext, id completion) {
+void stateCenterPerformPurchases(id self, SEL /*_cmd*/, id purchases, id clientContext, QVStoreBlock completion) {
     guarded([&] {
         SEL bundleAware =
             NSSelectorFromString(@"_performPurchases:hasBundlePurchase:withClientContext:completionBlock:");
         if (![self respondsToSelector:bundleAware]) {
             return;
         }
-        reinterpret_cast<void (*)(id, SEL, id, BOOL, id, id)>(objc_msgSend)(self, bundleAware, purchases, NO,
-                                                                            clientContext, completion);
+        reinterpret_cast<void (*)(id, SEL, id, BOOL, id, QVStoreBlock)>(objc_msgSend)(self, bundleAware, purchases, NO,
+                                                                                      clientContext, completion);
     });
 }
 
@@ -126,7 +126,7 @@ void rememberStore(id store) {
 
 MethodImplementation origPerformPurchase = nullptr;
 
-using PerformPurchaseFunction = void (*)(id, SEL, id, id);
+using PerformPurchaseFunction = void (*)(id, SEL, id, QVStoreBlock);
 
 // A purchase the prompt flow issued itself carries the marker: it goes through once, without it and unasked.
 bool takeOwnPurchaseMarker(id purchase) {
@@ -144,18 +144,20 @@ bool takeOwnPurchaseMarker(id purchase) {
 }
 
 // Every purchase of the redesigned store asks first; what the prompt hands back is submitted, whatever it says.
-void storePerformPurchase(id self, SEL _cmd, id purchase, id completion) {
+// The store's completion waits for the user's answer, so it is copied off the store's stack first.
+void storePerformPurchase(id self, SEL _cmd, id purchase, QVStoreBlock completion) {
     const auto orig = callable<PerformPurchaseFunction>(origPerformPurchase);
     if (takeOwnPurchaseMarker(purchase)) {
         orig(self, _cmd, purchase, completion);
         return;
     }
     rememberStore(self);
+    QVStoreBlock kept = [completion copy];
     const bool asked = guarded([&] {
         [QVUIKitHelper purchaseInitiatedFromStore:self
                                      withPurchase:purchase
                                        completion:^(BOOL /*rewritten*/, NSDictionary *chosen) {
-                                         orig(self, _cmd, chosen, completion);
+                                         orig(self, _cmd, chosen, kept);
                                        }];
     });
     if (!asked) {
@@ -174,44 +176,8 @@ MethodImplementation origGlobalInit = nullptr;
 
 // The store's fetch methods return whatever the store's private API returns; a raw pointer passes it through
 // without reference counting, whatever its type.
-using FetchFunction = void *(*)(id, SEL, id, id, id);
-using BatchFunction = void *(*)(id, SEL);
-
-void *storeFetchStorePlatformData(id self, SEL _cmd, id first, id second, id third) {
-    void *result = callable<FetchFunction>(origFetchStorePlatformData)(self, _cmd, first, second, third);
-    rememberStore(self);
-    return result;
-}
-
-void *storeFetchPlist(id self, SEL _cmd, id first, id second, id third) {
-    void *result = callable<FetchFunction>(origFetchPlist)(self, _cmd, first, second, third);
-    rememberStore(self);
-    return result;
-}
-
-void *storeFetchJson(id self, SEL _cmd, id first, id second, id third) {
-    void *result = callable<FetchFunction>(origFetchJson)(self, _cmd, first, second, third);
-    rememberStore(self);
-    return result;
-}
-
-void *storeFetch(id self, SEL _cmd, id first, id second, id third) {
-    void *result = callable<FetchFunction>(origFetch)(self, _cmd, first, second, third);
-    rememberStore(self);
-    return result;
-}
-
-void *storeBeginFetches(id self, SEL _cmd) {
-    void *result = callable<BatchFunction>(origBeginFetches)(self, _cmd);
-    rememberStore(self);
-    return result;
-}
-
-void *storeCommitFetches(id self, SEL _cmd) {
-    void *result = callable<BatchFunction>(origCommitFetches)(self, _cmd);
-    rememberStore(self);
-    return result;
-}
+using FetchSignature = void *(id, id, id);
+using BatchSignature = void *();
 
 typedef id (*StoreInitFunction)(QV_CONSUMED_SELF, SEL) QV_RETURNS_RETAINED;
 
@@ -242,12 +208,16 @@ constexpr std::array kBindings{
     addition<HookBody::AppDocumentSetShouldHook, appDocumentSetShouldHook>(),
     addition<HookBody::StateCenterPerformPurchases, stateCenterPerformPurchases>(),
     replacement<HookBody::StorePerformPurchase, storePerformPurchase>(origPerformPurchase),
-    replacement<HookBody::StoreFetchStorePlatformData, storeFetchStorePlatformData>(origFetchStorePlatformData),
-    replacement<HookBody::StoreFetchPlist, storeFetchPlist>(origFetchPlist),
-    replacement<HookBody::StoreFetchJson, storeFetchJson>(origFetchJson),
-    replacement<HookBody::StoreFetch, storeFetch>(origFetch),
-    replacement<HookBody::StoreBeginFetches, storeBeginFetches>(origBeginFetches),
-    replacement<HookBody::StoreCommitFetches, storeCommitFetches>(origCommitFetches),
+    replacement<HookBody::StoreFetchStorePlatformData,
+                OrigThen<origFetchStorePlatformData, rememberStore, FetchSignature>::body>(origFetchStorePlatformData),
+    replacement<HookBody::StoreFetchPlist, OrigThen<origFetchPlist, rememberStore, FetchSignature>::body>(
+        origFetchPlist),
+    replacement<HookBody::StoreFetchJson, OrigThen<origFetchJson, rememberStore, FetchSignature>::body>(origFetchJson),
+    replacement<HookBody::StoreFetch, OrigThen<origFetch, rememberStore, FetchSignature>::body>(origFetch),
+    replacement<HookBody::StoreBeginFetches, OrigThen<origBeginFetches, rememberStore, BatchSignature>::body>(
+        origBeginFetches),
+    replacement<HookBody::StoreCommitFetches, OrigThen<origCommitFetches, rememberStore, BatchSignature>::body>(
+        origCommitFetches),
     replacement<HookBody::StoreInit, storeInit>(origStoreInit),
     addition<HookBody::StoreSharedStore, storeSharedStore>(),
     replacement<HookBody::GlobalContextInit, globalContextInit>(origGlobalInit),

@@ -2,8 +2,8 @@
 #include "darwin/core/guard.h"
 #include "darwin/service/store_objects.h"
 #include "darwin/store/phone_store_purchasing.h"
+#include "downgrade/offer_decisions.h"
 #include "store/item_state.h"
-#include "store/offer_decisions.h"
 
 @interface QVHelper : NSObject
 @end

@@ -29,21 +29,33 @@ void hideBackTitle(UIBarButtonItem *item) {
 }
 
 - (instancetype)initWithDelegate:(id<QVBlockedUpdatesViewControllerDelegate>)delegate {
-    __weak id<QVBlockedUpdatesViewControllerDelegate> weakDelegate = delegate;
-    self = [self initWithModel:std::make_shared<qv::BlockedListModel>(
-                                   qv::BlockedUpdates::shared(), qv::darwin::installedApps(), [weakDelegate] {
-                                       id<QVBlockedUpdatesViewControllerDelegate> told = weakDelegate;
-                                       if ([told respondsToSelector:@selector(hiddenUpdatesDidDeleteUpdate)]) {
-                                           [told hiddenUpdatesDidDeleteUpdate];
-                                       }
-                                   })];
-    self.delegate = delegate;
+    if ((self = [self initWithModel:nullptr])) {
+        self.delegate = delegate;
+        static_cast<void>([self model]);
+    }
     return self;
 }
 
+// Whatever initialiser made the screen, it lists the shared store's records as they are when it is first asked.
+// The delegate is read when a record is deleted, so one set after init is told too.
+- (qv::BlockedListModel &)model {
+    if (_model == nullptr) {
+        _model =
+            std::make_shared<qv::BlockedListModel>(qv::darwin::blockedUpdates(), qv::darwin::installedApps(), [] {});
+    }
+    return *_model;
+}
+
+- (void)tellDelegateOfDeletion {
+    id<QVBlockedUpdatesViewControllerDelegate> delegate = self.delegate;
+    if ([delegate respondsToSelector:@selector(hiddenUpdatesDidDeleteUpdate)]) {
+        [delegate hiddenUpdatesDidDeleteUpdate];
+    }
+}
+
 - (NSArray *)blockedItems {
-    NSMutableArray *keys = [NSMutableArray arrayWithCapacity:_model->rowCount()];
-    for (const qv::Value &key : _model->keys()) {
+    NSMutableArray *keys = [NSMutableArray arrayWithCapacity:[self model].rowCount()];
+    for (const qv::Value &key : [self model].keys()) {
         [keys addObject:qv::darwin::objectFromValue(key)];
     }
     return keys;
@@ -53,7 +65,7 @@ void hideBackTitle(UIBarButtonItem *item) {
     [super viewDidLoad];
     [self.tableView registerClass:QVAppCell.class
            forCellReuseIdentifier:qv::darwin::toNSString(qv::kAppCellIdentifier)];
-    self.title = qv::darwin::toNSString(_model->title());
+    self.title = qv::darwin::toNSString([self model].title());
     [self showEditButton];
     // Pushed, the screen goes back with the navigation bar; presented on its own, it needs a way out.
     if (self.navigationController.viewControllers.firstObject == self) {
@@ -81,14 +93,14 @@ void hideBackTitle(UIBarButtonItem *item) {
 }
 
 - (void)showEditButton {
-    const UIBarButtonSystemItem item = _model->editing() ? UIBarButtonSystemItemDone : UIBarButtonSystemItemEdit;
+    const UIBarButtonSystemItem item = [self model].editing() ? UIBarButtonSystemItemDone : UIBarButtonSystemItemEdit;
     self.navigationItem.rightBarButtonItem =
         [[UIBarButtonItem alloc] initWithBarButtonSystemItem:item target:self action:@selector(toggleEditing:)];
 }
 
 - (void)toggleEditing:(id)sender {
-    _model->toggleEditing();
-    [self.tableView setEditing:_model->editing() animated:YES];
+    [self model].toggleEditing();
+    [self.tableView setEditing:[self model].editing() animated:YES];
     [self showEditButton];
 }
 
@@ -101,7 +113,7 @@ void hideBackTitle(UIBarButtonItem *item) {
 }
 
 - (NSInteger)tableView:(UITableView *)tableView numberOfRowsInSection:(NSInteger)section {
-    return static_cast<NSInteger>(_model->rowCount());
+    return static_cast<NSInteger>([self model].rowCount());
 }
 
 - (CGFloat)tableView:(UITableView *)tableView heightForRowAtIndexPath:(NSIndexPath *)indexPath {
@@ -112,7 +124,7 @@ void hideBackTitle(UIBarButtonItem *item) {
     UITableViewCell *cell = [tableView dequeueReusableCellWithIdentifier:qv::darwin::toNSString(qv::kAppCellIdentifier)
                                                             forIndexPath:indexPath];
     qv::darwin::guarded([&] {
-        const qv::BlockedListModel::Row row = _model->row(static_cast<std::size_t>(indexPath.row));
+        const qv::BlockedListModel::Row row = [self model].row(static_cast<std::size_t>(indexPath.row));
         cell.imageView.image = qv::darwin::applicationIcon(qv::darwin::toNSString(row.iconBundleIdentifier));
         cell.textLabel.text = qv::darwin::toNSString(row.title);
         cell.detailTextLabel.text = qv::darwin::toNSString(row.detail);
@@ -132,14 +144,15 @@ void hideBackTitle(UIBarButtonItem *item) {
     }
     qv::darwin::guarded([&] {
         const auto row = static_cast<std::size_t>(indexPath.row);
-        if (row >= _model->rowCount()) {
+        if (row >= [self model].rowCount()) {
             return;
         }
         [tableView beginUpdates];
         // A failed save keeps the record in the file; the row goes all the same, and the next screen shows it again.
-        static_cast<void>(_model->deleteRow(row));
+        static_cast<void>([self model].deleteRow(row));
         [tableView deleteRowsAtIndexPaths:@[ indexPath ] withRowAnimation:UITableViewRowAnimationAutomatic];
         [tableView endUpdates];
+        [self tellDelegateOfDeletion];
     });
 }
 

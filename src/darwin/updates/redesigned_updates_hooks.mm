@@ -14,10 +14,6 @@ MethodImplementation origAccountViewDidLayoutSubviews = nullptr;
 MethodImplementation origUpdatesViewDidAppear = nullptr;
 MethodImplementation origUpdatesViewDidLoad = nullptr;
 
-void putSettingsButtonsAgain(id controller) {
-    guarded([&] { sendIfAnswered(controller, @"setQVLeftBarButtons"); });
-}
-
 // These screens sit in navigation controllers whose own item the store shows, so that item gets a button too.
 void setLeftBarButtons(id self, SEL /*_cmd*/) {
     guarded([&] { putSettingsButtons(self, true); });
@@ -25,16 +21,6 @@ void setLeftBarButtons(id self, SEL /*_cmd*/) {
 
 void showSettings(id /*self*/, SEL /*_cmd*/, id /*sender*/) {
     guarded([] { showSettingsScreen(); });
-}
-
-template <MethodImplementation &Orig> void viewDidAppearThenButtons(id self, SEL _cmd, BOOL animated) {
-    callable<void (*)(id, SEL, BOOL)>(Orig)(self, _cmd, animated);
-    putSettingsButtonsAgain(self);
-}
-
-void accountViewDidLayoutSubviews(id self, SEL _cmd) {
-    callable<void (*)(id, SEL)>(origAccountViewDidLayoutSubviews)(self, _cmd);
-    putSettingsButtonsAgain(self);
 }
 
 void updatesViewDidLoad(id self, SEL _cmd) {
@@ -48,14 +34,18 @@ void reloadPossibleUpdates(id self, SEL /*_cmd*/) {
 
 constexpr std::array kBindings{
     addition<HookBody::AccountSetLeftBarButtons, setLeftBarButtons>(),
-    replacement<HookBody::AccountViewDidAppear, viewDidAppearThenButtons<origAccountViewDidAppear>>(
+    replacement<HookBody::AccountViewDidAppear,
+                OrigThen<origAccountViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(
         origAccountViewDidAppear),
-    replacement<HookBody::AccountViewDidLayoutSubviews, accountViewDidLayoutSubviews>(origAccountViewDidLayoutSubviews),
+    replacement<HookBody::AccountViewDidLayoutSubviews,
+                OrigThen<origAccountViewDidLayoutSubviews, putSettingsButtonsAgain, void()>::body>(
+        origAccountViewDidLayoutSubviews),
     addition<HookBody::AccountShowSettings, showSettings>(),
     addition<HookBody::ModernUpdatesSetLeftBarButtons, setLeftBarButtons>(),
     addition<HookBody::ModernUpdatesShowSettings, showSettings>(),
     addition<HookBody::ModernUpdatesReloadPossibleUpdates, reloadPossibleUpdates>(),
-    replacement<HookBody::ModernUpdatesViewDidAppear, viewDidAppearThenButtons<origUpdatesViewDidAppear>>(
+    replacement<HookBody::ModernUpdatesViewDidAppear,
+                OrigThen<origUpdatesViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(
         origUpdatesViewDidAppear),
     replacement<HookBody::ModernUpdatesViewDidLoad, updatesViewDidLoad>(origUpdatesViewDidLoad),
 };

@@ -2,6 +2,7 @@
 // database, and the daemon's copy pass-through.
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
 #include "darwin/updates/update_objects.h"
@@ -53,7 +54,7 @@ NSArray *updatesSectionItems(id self, SEL _cmd) {
         if (!sectionHidesBlockedUpdates(sectionTitle(self), titles)) {
             return;
         }
-        const BlockedUpdates &store = BlockedUpdates::shared();
+        const BlockedUpdates &store = blockedUpdates();
         NSMutableArray *kept = [NSMutableArray arrayWithCapacity:items.count];
         for (id element in items) {
             if (!updateObjectBlocked(element, store)) {

@@ -2,6 +2,7 @@
 #include "darwin/updates/update_objects.h"
 
 #include "darwin/core/guard.h"
+#include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
 #include "darwin/store/store_items.h"
@@ -39,8 +40,7 @@ NSArray *unblockedAvailableUpdates(NSArray *updates, std::int64_t *availableCoun
             return;
         }
         std::int64_t keptCount = 0;
-        const auto kept =
-            BlockedUpdates::shared().mergeAvailableUpdates(answersOf(updates, @"updateDictionary"), &keptCount);
+        const auto kept = blockedUpdates().mergeAvailableUpdates(answersOf(updates, @"updateDictionary"), &keptCount);
         NSMutableArray *result = keptElements(updates, kept);
         if (availableCount != nullptr) {
             *availableCount = keptCount;

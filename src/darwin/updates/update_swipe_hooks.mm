@@ -1,5 +1,5 @@
 // Swipe-to-hide on the older store's updates screen: which rows may be swiped, the "Hide update" button, the
-// question of this update or all future ones, and the row taken out once the block is recorded.
+// question of this update or all future ones, and the table following the recorded block.
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
 #include "darwin/core/startup.h"
@@ -74,20 +74,33 @@ void commitEditing(id self, SEL /*_cmd*/, UITableView * /*tableView*/, long long
     });
 }
 
-// The store still lists the item until its next reload; if the table refuses the deletion for that, it is drawn
-// again from the store's data instead.
+// The block is recorded first; the table then loses the row only if the store's data already dropped it, and is
+// otherwise drawn again from that data, so the table never disagrees with its data source and UIKit has nothing
+// to raise. Only the store's part is guarded; the table's own calls are not there to be caught.
 void hideUpdate(id self, SEL /*_cmd*/, NSIndexPath *indexPath, BOOL allUpdates) {
-    UITableView *tableView = nil;
-    guarded([&] { tableView = [self valueForKey:@"_tableView"]; });
-    const bool updated = guarded([&] {
-        id item = itemForIndexPath(self, indexPath);
-        [tableView beginUpdates];
-        updateBlocker().blockUpdate(blockableItemOf(item), allUpdates == YES);
-        [tableView deleteRowsAtIndexPaths:@[ indexPath ] withRowAnimation:UITableViewRowAnimationLeft];
-        [tableView endUpdates];
+    UITableView *table = nil;
+    HiddenRowChange change = HiddenRowChange::ReloadTable;
+    guarded([&] {
+        id tableView = [self valueForKey:@"_tableView"];
+        updateBlocker().blockUpdate(blockableItemOf(itemForIndexPath(self, indexPath)), allUpdates == YES);
+        if (![tableView isKindOfClass:UITableView.class]) {
+            return;
+        }
+        table = static_cast<UITableView *>(tableView);
+        const NSInteger section = indexPath.section;
+        id<UITableViewDataSource> source = table.dataSource;
+        if (section < table.numberOfSections && source != nil) {
+            change = hiddenRowChange(static_cast<std::size_t>([table numberOfRowsInSection:section]),
+                                     static_cast<std::size_t>([source tableView:table numberOfRowsInSection:section]));
+        }
     });
-    if (!updated) {
-        guarded([&] { [tableView reloadData]; });
+    if (table == nil) {
+        return;
+    }
+    if (change == HiddenRowChange::DeleteRow) {
+        [table deleteRowsAtIndexPaths:@[ indexPath ] withRowAnimation:UITableViewRowAnimationLeft];
+    } else {
+        [table reloadData];
     }
 }
 

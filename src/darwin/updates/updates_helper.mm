@@ -1,6 +1,7 @@
 // QVUpdatesHelper: the blocked-updates store under its run-time name, for callers that reach it by name.
 #include "darwin/adapters/application_proxy_container.h"
 #include "darwin/core/guard.h"
+#include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
 #include "darwin/store/store_items.h"
@@ -16,7 +17,8 @@
 + (NSArray *)mergeAvailableUpdates:(NSArray *)updates availableCount:(std::int64_t *)availableCount;
 + (NSMutableArray *)filteredCandidates:(NSArray *)candidates;
 + (NSMutableArray *)filteredASDSoftwareUpdates:(NSArray *)updates;
-// A copy of the records: changes go through the methods below, which save and tell the other store process.
+// The records themselves: a change made through this dictionary is in the store at once, and
+// saveBlockedUpdatesToDisk writes it. (unblockUpdate: also saves and tells the other store process.)
 @property(nonatomic, readonly) NSMutableDictionary *blockedUpdates;
 - (void)reloadBlockedUpdatesDict;
 - (void)saveBlockedUpdatesToDisk;
@@ -30,10 +32,65 @@ namespace {
 using qv::darwin::guarded;
 
 qv::BlockedUpdates &store() {
-    return qv::BlockedUpdates::shared();
+    return qv::darwin::blockedUpdates();
 }
 
 } // namespace
+
+// The shared store's records seen as a mutable dictionary: every read and write goes to the store itself, so the
+// dictionary is never a detached copy whatever the caller keeps of it.
+@interface QVLiveBlockedUpdates : NSMutableDictionary
+@end
+
+@implementation QVLiveBlockedUpdates
+
+- (instancetype)init {
+    return [super init];
+}
+
+- (instancetype)initWithCapacity:(NSUInteger)capacity {
+    return [super init];
+}
+
+- (NSUInteger)count {
+    NSUInteger count = 0;
+    guarded([&] { count = store().snapshot().size(); });
+    return count;
+}
+
+- (id)objectForKey:(id)key {
+    id object = nil;
+    guarded([&] {
+        const qv::Value record = store().record(qv::darwin::valueFromObject(key));
+        object = record.isNull() ? nil : qv::darwin::objectFromValue(record);
+    });
+    return object;
+}
+
+- (NSEnumerator *)keyEnumerator {
+    NSMutableArray *keys = [NSMutableArray array];
+    guarded([&] {
+        for (const auto &[key, record] : store().snapshot()) {
+            [keys addObject:qv::darwin::objectFromValue(key)];
+        }
+    });
+    return keys.objectEnumerator;
+}
+
+- (void)setObject:(id)object forKey:(id<NSCopying>)key {
+    guarded([&] { store().setRecord(qv::darwin::valueFromObject(key), qv::darwin::valueFromObject(object)); });
+}
+
+- (void)removeObjectForKey:(id)key {
+    guarded([&] { store().removeRecord(qv::darwin::valueFromObject(key)); });
+}
+
+// Archived or copied, it is an ordinary dictionary of the records as they stand.
+- (Class)classForCoder {
+    return NSMutableDictionary.class;
+}
+
+@end
 
 @implementation QVUpdatesHelper
 
@@ -77,14 +134,8 @@ qv::BlockedUpdates &store() {
 }
 
 - (NSMutableDictionary *)blockedUpdates {
-    NSMutableDictionary *records = [NSMutableDictionary dictionary];
-    guarded([&] {
-        id copy = qv::darwin::objectFromValue(qv::Value(store().snapshot()));
-        if ([copy isKindOfClass:NSDictionary.class]) {
-            records = [copy mutableCopy];
-        }
-    });
-    return records;
+    static QVLiveBlockedUpdates *live = [QVLiveBlockedUpdates new];
+    return live;
 }
 
 - (void)reloadBlockedUpdatesDict {

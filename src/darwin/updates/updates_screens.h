@@ -21,6 +21,9 @@ void observeUpdatesReload(id controller, SEL selector);
 // its bars after loading. With onNavigationController, one more goes on the navigation controller's item at once.
 void putSettingsButtons(UIViewController *controller, bool onNavigationController);
 
+// What the screens' replaced methods do after the store's own: the controller's setQVLeftBarButtons, if it has one.
+void putSettingsButtonsAgain(id controller);
+
 // Presents the process's settings screen modally in a navigation controller of its own.
 void showSettingsScreen();
 

@@ -30,6 +30,10 @@ void sendIfAnswered(id object, NSString *selector) {
     }
 }
 
+void putSettingsButtonsAgain(id controller) {
+    guarded([&] { sendIfAnswered(controller, @"setQVLeftBarButtons"); });
+}
+
 id answerIfAnswered(id object, NSString *selector) {
     SEL message = NSSelectorFromString(selector);
     if (![object respondsToSelector:message]) {

@@ -2,6 +2,7 @@
 // when blocked updates change here or in the file.
 #include "darwin/core/guard.h"
 #include "darwin/core/hook_bodies.h"
+#include "darwin/core/startup.h"
 #include "darwin/updates/updates_screens.h"
 #include "updates/blocked_updates.h"
 
@@ -21,10 +22,6 @@ MethodImplementation origViewDidAppear = nullptr;
 MethodImplementation origViewDidLayoutSubviews = nullptr;
 MethodImplementation origWillEnterForeground = nullptr;
 
-void putSettingsButtonsAgain(id controller) {
-    guarded([&] { sendIfAnswered(controller, @"setQVLeftBarButtons"); });
-}
-
 void performLater(id controller, NSString *selector, NSTimeInterval delay) {
     SEL message = NSSelectorFromString(selector);
     if ([controller respondsToSelector:message]) {
@@ -36,29 +33,9 @@ void setLeftBarButtons(id self, SEL /*_cmd*/) {
     guarded([&] { putSettingsButtons(self, false); });
 }
 
-void reloadData(id self, SEL _cmd) {
-    callable<void (*)(id, SEL)>(origReloadData)(self, _cmd);
-    putSettingsButtonsAgain(self);
-}
-
-void reloadBars(id self, SEL _cmd) {
-    callable<void (*)(id, SEL)>(origReloadBars)(self, _cmd);
-    putSettingsButtonsAgain(self);
-}
-
 void viewDidLoad(id self, SEL _cmd) {
     callable<void (*)(id, SEL)>(origViewDidLoad)(self, _cmd);
     guarded([&] { observeUpdatesReload(self, NSSelectorFromString(@"reloadTableViewData")); });
-}
-
-void viewDidAppear(id self, SEL _cmd, BOOL animated) {
-    callable<void (*)(id, SEL, BOOL)>(origViewDidAppear)(self, _cmd, animated);
-    putSettingsButtonsAgain(self);
-}
-
-void viewDidLayoutSubviews(id self, SEL _cmd) {
-    callable<void (*)(id, SEL)>(origViewDidLayoutSubviews)(self, _cmd);
-    putSettingsButtonsAgain(self);
 }
 
 // The other store process may have changed the file while the app was away.
@@ -82,7 +59,7 @@ void reloadTableViewData(id self, SEL /*_cmd*/) {
 
 void refreshHiddenItems(id self, SEL /*_cmd*/) {
     guarded([&] {
-        BlockedUpdates::shared().reloadBlockedUpdatesDict();
+        blockedUpdates().reloadBlockedUpdatesDict();
         sendIfAnswered(self, @"reloadTableViewData");
     });
 }
@@ -93,11 +70,15 @@ void hiddenUpdatesDidDeleteUpdate(id self, SEL /*_cmd*/) {
 
 constexpr std::array kBindings{
     addition<HookBody::UpdatesSetLeftBarButtons, setLeftBarButtons>(),
-    replacement<HookBody::UpdatesReloadData, reloadData>(origReloadData),
-    replacement<HookBody::UpdatesReloadBars, reloadBars>(origReloadBars),
+    replacement<HookBody::UpdatesReloadData, OrigThen<origReloadData, putSettingsButtonsAgain, void()>::body>(
+        origReloadData),
+    replacement<HookBody::UpdatesReloadBars, OrigThen<origReloadBars, putSettingsButtonsAgain, void()>::body>(
+        origReloadBars),
     replacement<HookBody::UpdatesViewDidLoad, viewDidLoad>(origViewDidLoad),
-    replacement<HookBody::UpdatesViewDidAppear, viewDidAppear>(origViewDidAppear),
-    replacement<HookBody::UpdatesViewDidLayoutSubviews, viewDidLayoutSubviews>(origViewDidLayoutSubviews),
+    replacement<HookBody::UpdatesViewDidAppear, OrigThen<origViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(
+        origViewDidAppear),
+    replacement<HookBody::UpdatesViewDidLayoutSubviews,
+                OrigThen<origViewDidLayoutSubviews, putSettingsButtonsAgain, void()>::body>(origViewDidLayoutSubviews),
     replacement<HookBody::UpdatesWillEnterForeground, willEnterForeground>(origWillEnterForeground),
     addition<HookBody::UpdatesShowSettings, showSettings>(),
     addition<HookBody::UpdatesReloadTableViewData, reloadTableViewData>(),

@@ -1,5 +1,5 @@
 // The offer hooks' decisions and the answer block they share.
-#include "store/offer_decisions.h"
+#include "downgrade/offer_decisions.h"
 
 #include <utility>
 
@@ -31,22 +31,41 @@ OfferDecision decideOfferAction(const OfferSettings &settings, bool installed, b
     return supported ? OfferDecision::Prompt : OfferDecision::CallOrig;
 }
 
-void handleOfferAnswer(int answer, const OfferItem &item, PendingDowngrades &pending, DowngradeFlows &flows) {
+namespace {
+
+// Starts the purchase the entry was set for; a submission that failed takes its own entry with it, so it cannot
+// rewrite a later purchase of the app.
+void startPurchasesFor(const OfferItem &item, PendingDowngrades &pending, std::uint64_t stamp,
+                       std::optional<std::string> version) {
+    if (!item.startPurchases(std::move(version))) {
+        pending.drop(item.itemIdentifier, stamp);
+    }
+}
+
+} // namespace
+
+void handleOfferAnswer(DowngradeChoice answer, const OfferItem &item, PendingDowngrades &pending,
+                       DowngradeFlows &flows) {
     switch (answer) {
-    case static_cast<int>(DowngradeChoice::Continue):
+    case DowngradeChoice::Continue:
         item.callOrig();
         return;
-    case static_cast<int>(DowngradeChoice::Downgrade): {
+    case DowngradeChoice::Downgrade: {
         auto list = flows.makeVersionsList(item.itemIdentifier);
         list->setCompletion([item, &pending](std::optional<std::string> version) {
             // A row without an identifier clears the entry, as storing nothing into the table does.
-            if (version) {
-                pending.set(item.itemIdentifier, *version);
-            } else {
+            if (!version) {
                 pending.erase(item.itemIdentifier);
+                if (item.installed) {
+                    static_cast<void>(item.startPurchases(std::nullopt));
+                } else {
+                    item.callOrig();
+                }
+                return;
             }
+            const std::uint64_t stamp = pending.set(item.itemIdentifier, *version);
             if (item.installed) {
-                item.startPurchases(version);
+                startPurchasesFor(item, pending, stamp, version);
             } else {
                 item.callOrig();
             }
@@ -54,17 +73,18 @@ void handleOfferAnswer(int answer, const OfferItem &item, PendingDowngrades &pen
         flows.ui.presentScreen(list, Presenter::KeyWindowRoot);
         return;
     }
-    case static_cast<int>(DowngradeChoice::DowngradeToPrevious): {
-        pending.set(item.itemIdentifier, std::string(kPreviousVersionMarker));
+    case DowngradeChoice::DowngradeToPrevious: {
+        const std::uint64_t stamp = pending.set(item.itemIdentifier, std::string(kPreviousVersionMarker));
         if (!item.installed) {
             item.callOrig();
             return;
         }
         const auto version = item.installedVersion();
-        item.startPurchases(version ? std::optional<std::string>(std::to_string(*version)) : std::nullopt);
+        startPurchasesFor(item, pending, stamp,
+                          version ? std::optional<std::string>(std::to_string(*version)) : std::nullopt);
         return;
     }
-    default:
+    case DowngradeChoice::Cancel:
         return;
     }
 }
@@ -89,16 +109,6 @@ bool shouldShowHoldHint(bool hintShownBefore, bool longPressOn, bool installed) 
 Point holdHintTouchPoint(const Rect &offerViewFrame, double navigationBarHeight, double statusBarHeight) {
     return {offerViewFrame.x + offerViewFrame.width / 2,
             navigationBarHeight + statusBarHeight + offerViewFrame.y + offerViewFrame.height + kHintGapBelowOffer};
-}
-
-MarkedPurchase takePurchaseMarker(const Value &purchase) {
-    MarkedPurchase result{false, purchase};
-    Dictionary *dictionary = result.purchase.asDictionary();
-    if (dictionary != nullptr && dictionary->contains(Value(kCustomPurchaseMarkerKey))) {
-        dictionary->erase(Value(kCustomPurchaseMarkerKey));
-        result.issuedByUs = true;
-    }
-    return result;
 }
 
 } // namespace qv

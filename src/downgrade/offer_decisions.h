@@ -1,5 +1,5 @@
 // What the offer-button hooks decide: which actions get a long press, when a store action prompts, what each
-// answer does, the installed version, the one-time hint and the redesigned store's purchase marker.
+// answer does, the installed version and the one-time hint.
 #pragma once
 
 #include <cstdint>
@@ -8,17 +8,16 @@
 #include <string>
 #include <string_view>
 
-#include "base/value.h"
+#include "downgrade/downgrade_flows.h"
+#include "downgrade/prompt_model.h"
 #include "platform/ui.h"
-#include "store/purchase_initiated.h"
-#include "store/purchase_intercept.h"
+#include "service/pending_downgrades.h"
 
 namespace qv {
 
 inline constexpr std::string_view kButtonActionName = "_buttonAction:";
 inline constexpr std::string_view kItemOfferConfirmActionName = "_itemOfferConfirmAction:";
 inline constexpr std::int64_t kGestureStateBegan = 1;
-inline constexpr std::string_view kCustomPurchaseMarkerKey = "customQVParams";
 inline constexpr std::string_view kHoldHintKey = "Long press OPEN to show downgrade options!";
 inline constexpr int kOfferViewSearchDepth = 10;
 
@@ -47,15 +46,18 @@ struct OfferItem {
     std::string itemIdentifier; // the store identifier as text
     bool installed = false;
     std::function<void()> callOrig; // the store's own action, with the captured receiver and sender
-    // Builds the purchases for the version (nothing: the formatter's "(null)") and starts them on the state centre.
-    std::function<void(std::optional<std::string>)> startPurchases;
+    // Builds the purchases for the version (nothing: the formatter's "(null)") and starts them on the state centre;
+    // false when they could not be handed to the store.
+    std::function<bool(std::optional<std::string>)> startPurchases;
     // The installed app's external version identifier.
     std::function<std::optional<std::int64_t>()> installedVersion;
 };
 
-// The answer block: 0 runs the store's action, 1 opens the versions list and acts on its choice, 2 records
-// "previous" and starts the installed version's purchase; anything else does nothing.
-void handleOfferAnswer(int answer, const OfferItem &item, PendingDowngrades &pending, DowngradeFlows &flows);
+// The answer block: Continue runs the store's action, Downgrade opens the versions list and acts on its choice,
+// DowngradeToPrevious records "previous" and starts the installed version's purchase; Cancel does nothing. An entry
+// whose own purchase could not be submitted is dropped again.
+void handleOfferAnswer(DowngradeChoice answer, const OfferItem &item, PendingDowngrades &pending,
+                       DowngradeFlows &flows);
 
 // The installed app's external version identifier as the application proxy gives it: the proxy's own, else its
 // bundle version read as an integer, else nothing.
@@ -70,12 +72,5 @@ std::optional<std::int64_t> versionIdentifierForAppWithID(const ApplicationProxy
 bool shouldShowHoldHint(bool hintShownBefore, bool longPressOn, bool installed);
 // Where the animated press goes: under the offer view, below the navigation and status bars.
 Point holdHintTouchPoint(const Rect &offerViewFrame, double navigationBarHeight, double statusBarHeight);
-
-// The redesigned store's purchase: one the flows issued themselves carries the marker and goes through without it.
-struct MarkedPurchase {
-    bool issuedByUs = false;
-    Value purchase; // without the marker
-};
-MarkedPurchase takePurchaseMarker(const Value &purchase);
 
 } // namespace qv

@@ -1,14 +1,14 @@
-// The offer hooks' decisions: long-press actions, when a store action prompts, answers, hint and purchase marker.
-#include "store/offer_decisions.h"
+// The offer hooks' decisions: long-press actions, when a store action prompts, answers and the hint.
+#include "downgrade/offer_decisions.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "base/json.h"
 #include "fakes/scripted_ui.h"
 #include "service/buy_parameters.h"
+#include "store/purchase_intercept.h"
 #include "store/text_purchase.h"
 
 namespace qv {
@@ -59,6 +59,7 @@ struct AnswerRig {
     ScriptedUi ui;
     PendingDowngrades pending;
     std::vector<std::string> store;
+    bool storeTakesPurchases = true;
     DowngradeFlows flows{ui,
                          [this](const std::string &id) {
                              return std::make_shared<VersionsListModel>(
@@ -77,6 +78,7 @@ struct AnswerRig {
         offer.callOrig = [this] { store.emplace_back("orig"); };
         offer.startPurchases = [this](const std::optional<std::string> &version) {
             store.push_back("start " + version.value_or("(none)"));
+            return storeTakesPurchases;
         };
         offer.installedVersion = [] { return std::optional<std::int64_t>(815000); };
         return offer;
@@ -85,8 +87,9 @@ struct AnswerRig {
 
 struct AnswerCase {
     const char *name;
-    int answer;
+    DowngradeChoice answer;
     bool installed;
+    bool storeTakesPurchases;
     bool chooseFromList;
     std::vector<std::string> store;
     std::optional<std::string> pending;
@@ -97,6 +100,7 @@ class OfferAnswer : public ::testing::TestWithParam<AnswerCase> {};
 TEST_P(OfferAnswer, CarriesTheChoiceToTheStore) {
     const auto &c = GetParam();
     AnswerRig rig;
+    rig.storeTakesPurchases = c.storeTakesPurchases;
     handleOfferAnswer(c.answer, rig.item(c.installed), rig.pending, rig.flows);
     if (c.chooseFromList) {
         auto list = rig.ui.lastScreen<VersionsListModel>();
@@ -109,16 +113,20 @@ TEST_P(OfferAnswer, CarriesTheChoiceToTheStore) {
     EXPECT_EQ(rig.pending.find("42"), c.pending);
 }
 
-INSTANTIATE_TEST_SUITE_P(Answers, OfferAnswer,
-                         ::testing::Values(AnswerCase{"Continue", 0, true, false, {"orig"}, std::nullopt},
-                                           AnswerCase{"ChosenVersionInstalled", 1, true, true, {"start 700"}, "700"},
-                                           AnswerCase{"ChosenVersionNotInstalled", 1, false, true, {"orig"}, "700"},
-                                           AnswerCase{
-                                               "PreviousInstalled", 2, true, false, {"start 815000"}, "previous"},
-                                           AnswerCase{"PreviousNotInstalled", 2, false, false, {"orig"}, "previous"},
-                                           AnswerCase{"Cancel", 3, true, false, {}, std::nullopt},
-                                           AnswerCase{"Unknown", 7, true, false, {}, std::nullopt}),
-                         [](const auto &info) { return std::string(info.param.name); });
+using enum DowngradeChoice;
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, OfferAnswer,
+    ::testing::Values(
+        AnswerCase{"Continue", Continue, true, true, false, {"orig"}, std::nullopt},
+        AnswerCase{"ChosenVersionInstalled", Downgrade, true, true, true, {"start 700"}, "700"},
+        AnswerCase{"ChosenVersionNotInstalled", Downgrade, false, true, true, {"orig"}, "700"},
+        AnswerCase{"ChosenVersionRefused", Downgrade, true, false, true, {"start 700"}, std::nullopt},
+        AnswerCase{"PreviousInstalled", DowngradeToPrevious, true, true, false, {"start 815000"}, "previous"},
+        AnswerCase{"PreviousRefused", DowngradeToPrevious, true, false, false, {"start 815000"}, std::nullopt},
+        AnswerCase{"PreviousNotInstalled", DowngradeToPrevious, false, true, false, {"orig"}, "previous"},
+        AnswerCase{"Cancel", Cancel, true, true, false, {}, std::nullopt}),
+    [](const auto &info) { return std::string(info.param.name); });
 
 struct ProxyCase {
     const char *name;
@@ -149,18 +157,6 @@ TEST(HoldHint, ShownOnceForAnInstalledAppWithLongPressOn) {
     EXPECT_EQ(touch, (Point{50, 44 + 20 + 100 + 30 + 2}));
 }
 
-TEST(PurchaseMarker, OnlyOurPurchasesGoThroughAndLoseTheMarker) {
-    const auto ours = takePurchaseMarker(*parseJson(R"({"customQVParams":false,"buyParams":"a=1"})"));
-    EXPECT_TRUE(ours.issuedByUs);
-    EXPECT_EQ(ours.purchase, *parseJson(R"({"buyParams":"a=1"})"));
-    for (const char *store : {R"({"buyParams":"a=1"})", "null", "[]"}) {
-        const Value purchase = *parseJson(store);
-        const auto theirs = takePurchaseMarker(purchase);
-        EXPECT_FALSE(theirs.issuedByUs) << store;
-        EXPECT_EQ(theirs.purchase, purchase);
-    }
-}
-
 // The older store end to end: the hold prompts, the user picks a version, the store queues its purchase and the
 // intercept rewrites it with the chosen version, consuming the entry.
 TEST(OfferFlow, HoldPromptListChoiceAndInterceptRewriteTheQueuedPurchase) {
@@ -174,12 +170,11 @@ TEST(OfferFlow, HoldPromptListChoiceAndInterceptRewriteTheQueuedPurchase) {
         for (const auto &purchase : addPurchasesIntercept(batch, rig.pending, maker)) {
             queued.push_back(purchase->buyParameters());
         }
+        return true;
     };
     ASSERT_EQ(decideOfferAction({true, true}, true, true, {true, kGestureStateBegan}), OfferDecision::Prompt);
     PromptHandlers handlers;
-    handlers.choice = [&](DowngradeChoice choice) {
-        handleOfferAnswer(static_cast<int>(choice), item, rig.pending, rig.flows);
-    };
+    handlers.choice = [&](DowngradeChoice choice) { handleOfferAnswer(choice, item, rig.pending, rig.flows); };
     presentPrompt(rig.ui, statePrompt(true, true, rig.ui), handlers);
     ASSERT_TRUE(rig.ui.tap("Downgrade"));
     auto list = rig.ui.lastScreen<VersionsListModel>();
@@ -188,6 +183,17 @@ TEST(OfferFlow, HoldPromptListChoiceAndInterceptRewriteTheQueuedPurchase) {
     list->chooseRow(0);
     EXPECT_EQ(queued, std::vector<std::string>{rewrittenPurchaseBuyParameters("42", "700")});
     EXPECT_EQ(rig.pending.find("42"), std::nullopt);
+}
+
+// A prompt that could not be shown lets the store's own action run, as "Continue" does.
+TEST(OfferFlow, APromptThatCannotBeShownRunsTheStoreAction) {
+    AnswerRig rig;
+    rig.ui.refusing = true;
+    const OfferItem item = rig.item(true);
+    PromptHandlers handlers;
+    handlers.choice = [&](DowngradeChoice choice) { handleOfferAnswer(choice, item, rig.pending, rig.flows); };
+    presentPrompt(rig.ui, statePrompt(true, true, rig.ui), handlers);
+    EXPECT_EQ(rig.store, std::vector<std::string>{"orig"});
 }
 
 } // namespace
