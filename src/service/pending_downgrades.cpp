@@ -41,6 +41,18 @@ bool PendingDowngrades::erase(std::string_view storeIdentifier) {
     return true;
 }
 
+std::optional<std::string> PendingDowngrades::take(std::string_view storeIdentifier) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    expireLocked();
+    const auto entry = entries_.find(storeIdentifier);
+    if (entry == entries_.end()) {
+        return std::nullopt;
+    }
+    std::string value = std::move(entry->second.value);
+    entries_.erase(entry);
+    return value;
+}
+
 void PendingDowngrades::drop(std::string_view storeIdentifier, std::uint64_t stamp) {
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto entry = entries_.find(storeIdentifier);

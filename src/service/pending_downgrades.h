@@ -38,6 +38,8 @@ class PendingDowngrades {
     std::uint64_t set(const std::string &storeIdentifier, const std::string &value);
     std::optional<std::string> find(std::string_view storeIdentifier) const;
     bool erase(std::string_view storeIdentifier);
+    // Looks up and removes in one step, so one entry can rewrite one purchase only.
+    std::optional<std::string> take(std::string_view storeIdentifier);
     // Removes the entry that set returned stamp for; an entry set again since then stays.
     void drop(std::string_view storeIdentifier, std::uint64_t stamp);
     // Nothing when there is no live entry or another purchase holds it.

@@ -52,6 +52,7 @@ using qv::darwin::guarded;
 - (void)removeObservers;
 - (void)registerQVDefaults;
 - (id)formController;
+- (NSArray<NSDictionary *> *)fields;
 @end
 
 @interface QVPPSettingsViewController : UITableViewController
@@ -127,6 +128,31 @@ template <std::size_t Size> NSMutableArray<NSString *> *namesArray(const std::ar
 
 - (id)formController {
     return [[QVPPSettingsViewController sharedInstance] formController];
+}
+
+// The form's fields in order, one dictionary each: its section header, the setting it switches (or the action it
+// sends), its title and the section's footer.
+- (NSArray<NSDictionary *> *)fields {
+    NSMutableArray<NSDictionary *> *fields = [NSMutableArray array];
+    guarded([&] {
+        for (const qv::FormSection &section : qv::darwin::settingsForm()->sections()) {
+            for (const qv::FormRow &row : section.rows) {
+                NSMutableDictionary *field = [NSMutableDictionary dictionary];
+                field[@"header"] = qv::darwin::toNSString(section.header);
+                field[@"title"] = qv::darwin::toNSString(row.title);
+                if (row.setting) {
+                    field[@"key"] = qv::darwin::toNSString(qv::settingName(*row.setting));
+                } else {
+                    field[@"action"] = qv::darwin::toNSString(row.action);
+                }
+                if (section.footer) {
+                    field[@"footer"] = qv::darwin::toNSString(*section.footer);
+                }
+                [fields addObject:field];
+            }
+        }
+    });
+    return fields;
 }
 
 - (NSArray<NSString *> *)excludedFields {
