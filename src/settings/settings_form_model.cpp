@@ -114,7 +114,8 @@ Result<void> SettingsFormModel::setText(std::size_t section, std::size_t row, st
         refusal.title = std::string(kServiceAddressTitle);
         refusal.message = "\"" + std::string(text) + "\" cannot be used: " + kept.error().describe() + ".";
         refusal.buttons = {{"OK", ButtonRole::Cancel}};
-        ui_.presentDialog(refusal, [](const DialogAnswer &) {}, [] {});
+        ui_.presentDialog(
+            refusal, [](const DialogAnswer &) {}, [] {});
     }
     sections_[section].rows[row].text = settings_.serviceAddress();
     return kept;
