@@ -120,7 +120,7 @@ constexpr Statement kSetVersionBytes{"set_version_bytes", "UPDATE version_bytes 
 constexpr Statement kUpsertVersion{
     "upsert_version", "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES($1, $2, $3, $4) "
                       "ON CONFLICT(app_id, external_id) DO UPDATE SET "
-                      "display = CASE WHEN excluded.display = '' THEN versions.display ELSE excluded.display END, "
+                      "display = CASE WHEN versions.display = '' THEN excluded.display ELSE versions.display END, "
                       "reported_at = excluded.reported_at"};
 constexpr Statement kCountAppVersions{"count_app_versions", "SELECT COUNT(*) FROM versions WHERE app_id = $1"};
 constexpr Statement kSelectVersions{

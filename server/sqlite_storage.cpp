@@ -102,7 +102,7 @@ constexpr const char *kSetVersionBytes = "UPDATE version_bytes SET total = ?1 WH
 constexpr const char *kUpsertVersion =
     "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES(?1, ?2, ?3, ?4) "
     "ON CONFLICT(app_id, external_id) DO UPDATE SET "
-    "display = CASE WHEN excluded.display = '' THEN versions.display ELSE excluded.display END, "
+    "display = CASE WHEN versions.display = '' THEN excluded.display ELSE versions.display END, "
     "reported_at = excluded.reported_at";
 constexpr const char *kSelectVersions =
     "SELECT display, external_id FROM versions WHERE app_id = ?1 ORDER BY external_id DESC";

@@ -239,14 +239,15 @@ TEST_P(EachBackend, TheFirstReportNamesTheAppForGood) {
     for (const auto &version : *versions) {
         listed += std::to_string(version.externalId) + "=" + version.display + " ";
     }
-    EXPECT_EQ(listed, "300=3.0.1 200=2.0 100=1.0 ");
+    EXPECT_EQ(listed, "300=3.0 200=2.0 100=1.0 ");
     EXPECT_EQ((*storage)->appsWithId(7)->at(0).title, "A");
     EXPECT_TRUE((*storage)->appsWithBundleId("com.b")->empty());
     EXPECT_TRUE((*storage)->versionsOf(8)->empty());
     EXPECT_TRUE((*storage)->appsWithId(8)->empty());
 }
 
-// An empty display text stands for a version whose text is not known yet.
+// An empty display text stands for a version whose text is not known yet; a known text is never replaced, so no
+// client can rename another's versions.
 struct DisplayCase {
     const char *name;
     std::vector<std::vector<ReportedVersion>> reports; // recorded one after another
@@ -278,6 +279,7 @@ INSTANTIATE_TEST_SUITE_P(
                           DisplayCase{"FilledInByALaterReport", {{{1, ""}}, {{1, "1.0"}}}, "1=1.0 ", "1.0"},
                           DisplayCase{"KnownThenUnknownInOneReport", {{{1, "1.0"}, {1, ""}}}, "1=1.0 ", "1.0"},
                           DisplayCase{"UnknownThenKnownInOneReport", {{{1, ""}, {1, "1.0"}}}, "1=1.0 ", "1.0"},
+                          DisplayCase{"AKnownTextNeverChanges", {{{1, "1.0"}}, {{1, "9.9"}}}, "1=1.0 ", "1.0"},
                           DisplayCase{"OnlyUnknown", {{{5, ""}, {3, ""}}}, "5= 3= ", ""})),
     [](const auto &info) { return backendAndCaseName(info); });
 

@@ -69,11 +69,11 @@ TEST_F(ServiceTest, RepeatedReportsAreIdempotentAndTheFirstNamesStay) {
             R"({"bundle_id":"com.example.app","identifier":42,"title":"Final","versions":[{"display":"2.0.1","externalId":1000}]})")
             .status,
         200);
-    EXPECT_EQ(versionsOf("42"), R"([{"bundle_version":"2.0.1","external_identifier":"1000"},)"
+    EXPECT_EQ(versionsOf("42"), R"([{"bundle_version":"2.0","external_identifier":"1000"},)"
                                 R"({"bundle_version":"1.9","external_identifier":"100"}])");
     EXPECT_EQ(
         call("GET", "/lookup", {}, {{"bundleId", "com.example.app"}}).body,
-        R"({"resultCount":1,"results":[{"trackId":42,"bundleId":"com.example.app","trackName":"Example 2","version":"2.0.1"}]})");
+        R"({"resultCount":1,"results":[{"trackId":42,"bundleId":"com.example.app","trackName":"Example 2","version":"2.0"}]})");
     const auto moved = call(
         "POST", "/v1/apple_apps/42/versions",
         R"({"bundle_id":"com.example.renamed","identifier":42,"title":"T","versions":[{"display":"3","externalId":3}]})");
