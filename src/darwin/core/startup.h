@@ -16,6 +16,7 @@
 #include "darwin/settings/defaults_preferences.h"
 #include "darwin/store/latest_store.h"
 #include "darwin/store/phone_store_purchasing.h"
+#include "service/crowdsourcing.h"
 #include "service/resource_bundle.h"
 #include "service/service_client.h"
 #include "settings/settings_form_model.h"
@@ -61,6 +62,8 @@ struct Process {
     DefaultsPreferences settingsPreferences;
     SettingsModel settings;
     ServiceClient serviceClient;
+    // The version reports sent while crowdsourcing is on, and the shared file of what was sent.
+    Crowdsourcing crowdsourcing;
     DowngradeFlows downgradeFlows;
     StoreIdentifierLookup storeIdentifierLookup;
     BundleIdentifierLookup bundleIdentifierLookup;
@@ -89,6 +92,9 @@ inline UikitUi &uikitUi() {
 }
 inline ServiceClient &serviceClient() {
     return process().serviceClient;
+}
+inline Crowdsourcing &crowdsourcing() {
+    return process().crowdsourcing;
 }
 inline DowngradeFlows &downgradeFlows() {
     return process().downgradeFlows;

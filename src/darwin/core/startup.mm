@@ -17,6 +17,7 @@
 #include "darwin/core/strings.h"
 #include "darwin/core/value_bridge.h"
 #include "darwin/install_layout.h"
+#include "darwin/service/crowdsource_sources.h"
 #include "darwin/service/resources.h"
 #include "darwin/store/phone_store_purchasing.h"
 #include "downgrade/versions_list_model.h"
@@ -99,6 +100,8 @@ Process::Process()
       settings(settingsPreferences, notifier),
       serviceClient(http, queues, settingsPreferences,
                     ServiceEndpoints::make(QV_DEFAULT_API_BASE_URL, QV_PHONE_LOOKUP_URL)),
+      crowdsourcing(http, queues, settingsPreferences, archiveFile, sentReportsFileIn(container),
+                    [this] { return serviceClient.apiBaseUrl(); }),
       downgradeFlows{ui,
                      [this](const std::string &storeIdentifier) {
                          // Asked each time a list opens: the person may have pointed the phone at their own
@@ -161,6 +164,10 @@ void startUpProcess() {
                         });
                 },
             });
+    // The daemon reports the installed apps' versions; reading them and sending run in the background.
+    if (crowdsourcesInstalledApps(made->runtime.mainBundleIdentifier())) {
+        made->crowdsourcing.reportInstalledApps(installedAppsMetadata);
+    }
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "darwin/core/hook_bodies.h"
 #include "darwin/core/startup.h"
 #include "darwin/core/strings.h"
+#include "darwin/service/crowdsource_sources.h"
 #include "darwin/store/store_items.h"
 #include "downgrade/offer_decisions.h"
 #include "store/item_state.h"
@@ -29,6 +30,9 @@ void storePageViewDidAppear(id self, SEL _cmd, BOOL animated) {
                                                                      maxDeepnessLevel:kOfferViewSearchDepth]
                                                   : nil;
         id libraryItem = libraryItemOf(offerView);
+        if (libraryItem != nil && crowdsourcesStoreItems(objcRuntime().mainBundleIdentifier())) {
+            crowdsourcing().storeItemShown(storeItemOf(libraryItem));
+        }
         SettingsModel &preferences = settings();
         if (libraryItem == nil || preferences.value(Setting::HoldToDowngradeTipsShown)) {
             return;
