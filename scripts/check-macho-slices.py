@@ -1,13 +1,16 @@
 #!/usr/bin/env python3
 """Checks each slice of the phone library against what the loader of its devices accepts.
 
-usage: check-macho-slices.py [--slice ARCH:IOS ...] [--fixups] FILE ...
+usage: check-macho-slices.py [--slice ARCH:IOS ...] [--hook-rows N] [--fixups] FILE ...
 
 Each --slice names a slice the file must have and the minimum iOS its header must state (arm64:11.0,
 arm64e:14.0); without any, one arm64 slice of any minimum is required. Every slice must be arm64 or arm64e and
 carry a valid ad-hoc signature. An arm64e slice must have the pointer-authentication ABI (cpusubtype exactly
 0x80000002), ARM64E chained fixups, and every import in __auth_got bound through a signed pointer (key IA,
-address-diversified); an arm64 slice must hold no signed pointer at all. --fixups prints every decoded fixup.
+address-diversified); an arm64 slice must hold no signed pointer at all. With --hook-rows, the section that gathers
+the library's hook bodies (__DATA,__qv_bodies: one 24-byte binding per body, the row's position first) must bind each
+of the N rows exactly once: the compiler checks each body against its row, only the linked image shows that every
+row has one. --fixups prints every decoded fixup.
 Prints one line per slice; exit 1 on any problem.
 """
 
@@ -64,6 +67,34 @@ def pointer_problems(name, image, fixups):
     return problems, summary
 
 
+HOOK_BODIES = "__qv_bodies"
+BINDING_SIZE = 24
+
+
+def hook_body_problems(image, rows):
+    """What is wrong with the slice's hook-body bindings for a table of rows, and a summary of them."""
+    sections = [s for s in image.sections() if s.name == HOOK_BODIES]
+    if not sections:
+        return [f"no {HOOK_BODIES} section: the hook bodies were not linked in"], ""
+    section = sections[0]
+    segment = next(seg for seg in image.segments if seg.name == section.segment)
+    start = segment.file_offset + section.address - segment.address
+    if section.size % BINDING_SIZE:
+        return [f"{section.name} holds {section.size} bytes, not whole {BINDING_SIZE}-byte bindings"], ""
+    bound = [macho_image.unpack("<Q", image.data, start + at)[0] for at in range(0, section.size, BINDING_SIZE)]
+    problems = []
+    unknown = sorted(position for position in set(bound) if position >= rows)
+    if unknown:
+        problems.append(f"bindings for row position(s) {unknown}, the table has {rows} rows")
+    twice = sorted(position + 1 for position in set(bound) if bound.count(position) > 1)
+    if twice:
+        problems.append(f"row(s) {twice} bound more than once")
+    missing = sorted(position + 1 for position in set(range(rows)) - set(bound))
+    if missing:
+        problems.append(f"row(s) {missing} have no body")
+    return problems, f"{len(bound)} hook bodies for {rows} rows"
+
+
 def signature_problems(image):
     directories = macho_image.code_directories(image)
     problems = []
@@ -81,7 +112,7 @@ def signature_problems(image):
     return problems, f"ad-hoc signature {first.hash_name} over {first.pages} pages ({first.identifier})"
 
 
-def check_slice(piece, minimum):
+def check_slice(piece, minimum, hook_rows=None):
     """(name, problems, summary) of one slice; minimum is the iOS its header must state, or None for any."""
     name = macho_image.arch_name(piece.cputype, piece.cpusubtype)
     if name not in ARCHS:
@@ -98,10 +129,14 @@ def check_slice(piece, minimum):
     pointers, pointer_summary = pointer_problems(name, image, image.fixups())
     signature, signature_summary = signature_problems(image)
     summary = f"cpusubtype 0x{piece.cpusubtype:08x}, iOS {image.minimum_ios}, {pointer_summary}, {signature_summary}"
+    if hook_rows is not None:
+        hooks, hooks_summary = hook_body_problems(image, hook_rows)
+        problems += hooks
+        summary += f", {hooks_summary}"
     return name, problems + pointers + signature, summary
 
 
-def check_file(path, wanted, print_fixups):
+def check_file(path, wanted, print_fixups, hook_rows=None):
     """Problems of one file; prints a line per good slice."""
     with open(path, "rb") as file:
         pieces = macho_image.slices(file.read())
@@ -110,7 +145,7 @@ def check_file(path, wanted, print_fixups):
     for piece in pieces:
         name = macho_image.arch_name(piece.cputype, piece.cpusubtype)
         try:
-            name, slice_problems, summary = check_slice(piece, wanted.get(name))
+            name, slice_problems, summary = check_slice(piece, wanted.get(name), hook_rows)
             if print_fixups and name in ARCHS:
                 for fixup in macho_image.Image(piece.data).fixups():
                     print(f"  {name} {fixup.describe()}")
@@ -132,6 +167,7 @@ def check_file(path, wanted, print_fixups):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--slice", action="append", type=slice_spec, default=[], dest="slices")
+    parser.add_argument("--hook-rows", type=int)
     parser.add_argument("--fixups", action="store_true")
     parser.add_argument("files", nargs="+")
     options = parser.parse_args()
@@ -139,7 +175,7 @@ def main():
     failed = False
     for path in options.files:
         try:
-            problems = check_file(path, wanted, options.fixups)
+            problems = check_file(path, wanted, options.fixups, options.hook_rows)
         except (OSError, BadImage) as error:
             problems = [str(error)]
         for problem in problems:

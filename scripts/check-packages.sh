@@ -10,6 +10,8 @@ dir=${1:?package directory}
 version=${2:?version}
 IFS=',; ' read -r -a archs <<< "${3:-arm64}"
 scripts=$(dirname "$0")
+# Every row of the hook table must have its body in the library.
+hook_rows=$(grep -c '^ *HookRow{' "$scripts/../src/core/hook_table.h")
 package_id=com.quorvane.qvdovrinkit
 otool=${OTOOL:-llvm-otool-22}
 objdump=${OBJDUMP:-llvm-objdump-22}
@@ -155,7 +157,7 @@ check_slices() {
       "$lipo" "$dylib" -thin "$arch" -output "$work/$layout.$arch.dylib" 2> /dev/null || rm -f "$work/$layout.$arch.dylib"
     fi
   done
-  python3 "$scripts/check-macho-slices.py" "${specs[@]}" "$dylib" | sed "s|^ok $dylib |$layout |" ||
+  python3 "$scripts/check-macho-slices.py" "${specs[@]}" --hook-rows "$hook_rows" "$dylib" | sed "s|^ok $dylib |$layout |" ||
     fail "$layout: slices"
 }
 

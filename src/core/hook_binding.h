@@ -7,8 +7,10 @@
 #include <array>
 #include <cstddef>
 #include <span>
+#include <string>
 #include <type_traits>
 #include <utility>
+#include <vector>
 
 namespace qv {
 
@@ -18,10 +20,10 @@ struct HookBinding {
     MethodImplementation *orig = nullptr;
 };
 
-// One entry of a file's binding table. The implementation is reached through a function so that the table can
-// be constexpr and checked against the file's list of bodies while it compiles.
+// One body bound to the row at position row (rowOf). The implementation is reached through a function so that
+// bindings can be constant data.
 struct BodyBinding {
-    HookBody body;
+    std::size_t row;
     MethodImplementation (*implementation)();
     MethodImplementation *orig;
 };
@@ -29,17 +31,18 @@ struct BodyBinding {
 // The bodies of one build; a row whose body has no binding is passed over.
 class HookBodies {
   public:
-    HookBinding &operator[](HookBody body) { return bindings_[static_cast<std::size_t>(body)]; }
-    const HookBinding &operator[](HookBody body) const { return bindings_[static_cast<std::size_t>(body)]; }
-
-    void bind(std::span<const BodyBinding> table) {
-        for (const BodyBinding &entry : table) {
-            (*this)[entry.body] = {entry.implementation(), entry.orig};
-        }
+    // The binding of the row numbered row.number.
+    HookBinding &operator[](const HookRow &row) { return bindings_[static_cast<std::size_t>(row.number - 1)]; }
+    const HookBinding &operator[](const HookRow &row) const {
+        return bindings_[static_cast<std::size_t>(row.number - 1)];
     }
 
+    // Binds every entry whose row is in the table; the problems (a row bound twice or never, an entry for no row)
+    // come back as one line each, and a row bound twice keeps its first body.
+    std::vector<std::string> bind(std::span<const BodyBinding> entries);
+
   private:
-    std::array<HookBinding, kHookBodyCount> bindings_{};
+    std::array<HookBinding, kHookRowCount> bindings_{};
 };
 
 // Stands in for any argument in the checks below; never constructed outside them.
@@ -54,50 +57,32 @@ template <class Function, std::size_t... Index> constexpr bool callableWith(std:
 }
 
 // A method body takes its receiver and selector, then one argument per ':' of the row's selector.
-template <HookBody Body, class Function>
-concept FitsSelectorOf = FunctionPointer<Function> &&
-    callableWith<Function>(std::make_index_sequence<selectorArgumentCount(hookRow(Body).selector) + 2>());
+template <std::size_t Row, class Function>
+concept FitsSelectorOf = Row < kHookRowCount &&FunctionPointer<Function> && callableWith<Function>(
+                                   std::make_index_sequence<selectorArgumentCount(hookRow(Row).selector) + 2>());
 
-template <HookBody Body>
-concept ReplacesMethod = isReplacement(hookRow(Body).kind);
+template <std::size_t Row>
+concept ReplacesMethod = Row < kHookRowCount &&isReplacement(hookRow(Row).kind);
 
-template <HookBody Body>
-concept AddsMethod = !isReplacement(hookRow(Body).kind);
+template <std::size_t Row>
+concept AddsMethod = Row < kHookRowCount && !isReplacement(hookRow(Row).kind);
 
 template <FunctionPointer auto Function> MethodImplementation implementationOf() {
     return reinterpret_cast<MethodImplementation>(Function);
 }
 
 // A replacement row's body and the slot that receives orig; only replacement rows can be bound this way.
-template <HookBody Body, auto Function>
-requires ReplacesMethod<Body> && FitsSelectorOf<Body, decltype(Function)>
+template <std::size_t Row, auto Function>
+requires ReplacesMethod<Row> && FitsSelectorOf<Row, decltype(Function)>
 constexpr BodyBinding replacement(MethodImplementation &orig) {
-    return {Body, implementationOf<Function>, &orig};
+    return {Row, implementationOf<Function>, &orig};
 }
 
 // An addition row's body, which has no orig slot; only addition rows can be bound this way.
-template <HookBody Body, auto Function>
-requires AddsMethod<Body> && FitsSelectorOf<Body, decltype(Function)>
+template <std::size_t Row, auto Function>
+requires AddsMethod<Row> && FitsSelectorOf<Row, decltype(Function)>
 constexpr BodyBinding addition() {
-    return {Body, implementationOf<Function>, nullptr};
-}
-
-// True when table binds every body of list exactly once and nothing else.
-template <std::size_t Listed>
-constexpr bool bindsExactly(std::span<const BodyBinding> table, const std::array<HookBody, Listed> &list) {
-    if (table.size() != Listed) {
-        return false;
-    }
-    for (const HookBody body : list) {
-        std::size_t bindings = 0;
-        for (const BodyBinding &entry : table) {
-            bindings += entry.body == body ? 1 : 0;
-        }
-        if (bindings != 1) {
-            return false;
-        }
-    }
-    return true;
+    return {Row, implementationOf<Function>, nullptr};
 }
 
 } // namespace qv

@@ -28,7 +28,7 @@ void installRow(const HookRow &row, Runtime &runtime, const HookBodies &bodies, 
     if (daemon && row.condition != HookCondition::AllProcesses) {
         return;
     }
-    const HookBinding &binding = bodies[row.body];
+    const HookBinding &binding = bodies[row];
     if (!bodyFitsRow(row, binding)) {
         return;
     }

@@ -1,9 +1,14 @@
-// Binding bodies to rows: which bodies the compiler refuses for a row, and where a binding table puts the rest.
+// Binding bodies to rows: which bodies the compiler refuses for a row, where bindings put the rest, and what a
+// build that binds a row twice or never is told.
 #include "core/hook_binding.h"
 
 #include <gtest/gtest.h>
 
 #include <array>
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <vector>
 
 namespace qv {
 namespace {
@@ -28,64 +33,86 @@ void *receiverOnly(Object * /*self*/) {
 MethodImplementation origSlot = nullptr;
 MethodImplementation otherOrigSlot = nullptr;
 
-template <HookBody Body, auto Function>
+constexpr std::size_t kManagerInit = rowOf("SSPurchaseManager", "initWithManagerIdentifier:");
+constexpr std::size_t kStoreFetch = rowOf("AppStoreKit.Store", "fetch:::");
+constexpr std::size_t kStoreInit = rowOf("AppStoreKit.Store", "init");
+constexpr std::size_t kLibraryItem = rowOf("SKUIOfferView", "qv_libraryItem");
+
+template <std::size_t Row, auto Function>
 concept BindsAsReplacement = requires {
-    replacement<Body, Function>(origSlot);
+    replacement<Row, Function>(origSlot);
 };
-template <HookBody Body, auto Function>
+template <std::size_t Row, auto Function>
 concept BindsAsReplacementWithoutOrig = requires {
-    replacement<Body, Function>();
+    replacement<Row, Function>();
 };
-template <HookBody Body, auto Function>
+template <std::size_t Row, auto Function>
 concept BindsAsAddition = requires {
-    addition<Body, Function>();
+    addition<Row, Function>();
 };
-template <HookBody Body, auto Function>
+template <std::size_t Row, auto Function>
 concept BindsAsAdditionWithOrig = requires {
-    addition<Body, Function>(origSlot);
+    addition<Row, Function>(origSlot);
 };
 
-static_assert(BindsAsReplacement<HookBody::PurchaseManagerInit, oneArgument>);
-static_assert(!BindsAsReplacement<HookBody::PurchaseManagerInit, noArguments>);
-static_assert(!BindsAsReplacement<HookBody::PurchaseManagerInit, threeArguments>);
-static_assert(!BindsAsReplacement<HookBody::PurchaseManagerInit, receiverOnly>);
-static_assert(!BindsAsReplacementWithoutOrig<HookBody::PurchaseManagerInit, oneArgument>);
-static_assert(!BindsAsAddition<HookBody::PurchaseManagerInit, oneArgument>);
-static_assert(BindsAsReplacement<HookBody::StoreFetch, threeArguments>);
+static_assert(BindsAsReplacement<kManagerInit, oneArgument>);
+static_assert(!BindsAsReplacement<kManagerInit, noArguments>);
+static_assert(!BindsAsReplacement<kManagerInit, threeArguments>);
+static_assert(!BindsAsReplacement<kManagerInit, receiverOnly>);
+static_assert(!BindsAsReplacementWithoutOrig<kManagerInit, oneArgument>);
+static_assert(!BindsAsAddition<kManagerInit, oneArgument>);
+static_assert(BindsAsReplacement<kStoreFetch, threeArguments>);
+static_assert(!BindsAsReplacement<kHookRowCount, oneArgument>);
 
-static_assert(BindsAsAddition<HookBody::OfferViewLibraryItem, noArguments>);
-static_assert(!BindsAsAddition<HookBody::OfferViewLibraryItem, oneArgument>);
-static_assert(!BindsAsAdditionWithOrig<HookBody::OfferViewLibraryItem, noArguments>);
-static_assert(!BindsAsReplacement<HookBody::OfferViewLibraryItem, noArguments>);
+static_assert(BindsAsAddition<kLibraryItem, noArguments>);
+static_assert(!BindsAsAddition<kLibraryItem, oneArgument>);
+static_assert(!BindsAsAdditionWithOrig<kLibraryItem, noArguments>);
+static_assert(!BindsAsReplacement<kLibraryItem, noArguments>);
+static_assert(!BindsAsAddition<kHookRowCount, noArguments>);
+
+// Rows are found by what they hook, whichever class shares the selector.
+static_assert(hookRow(rowOf("AppStore.AccountViewController", "viewDidAppear:")).number == 66);
+static_assert(hookRow(rowOf("AppStore.UpdatesViewController", "viewDidAppear:")).number == 72);
 
 constexpr std::array kTable{
-    replacement<HookBody::PurchaseManagerInit, oneArgument>(origSlot),
-    addition<HookBody::OfferViewLibraryItem, noArguments>(),
-    replacement<HookBody::StoreFetch, threeArguments>(otherOrigSlot),
+    replacement<kManagerInit, oneArgument>(origSlot),
+    addition<kLibraryItem, noArguments>(),
+    replacement<kStoreFetch, threeArguments>(otherOrigSlot),
 };
 
-static_assert(bindsExactly(kTable, std::array{HookBody::StoreFetch, HookBody::PurchaseManagerInit,
-                                              HookBody::OfferViewLibraryItem}));
-static_assert(!bindsExactly(kTable, std::array{HookBody::PurchaseManagerInit, HookBody::OfferViewLibraryItem}));
-static_assert(!bindsExactly(kTable, std::array{HookBody::PurchaseManagerInit, HookBody::OfferViewLibraryItem,
-                                               HookBody::StoreFetch, HookBody::StoreInit}));
-static_assert(!bindsExactly(kTable, std::array{HookBody::PurchaseManagerInit, HookBody::OfferViewLibraryItem,
-                                               HookBody::StoreInit}));
-static_assert(!bindsExactly(std::array{kTable[0], kTable[0], kTable[1]},
-                            std::array{HookBody::PurchaseManagerInit, HookBody::OfferViewLibraryItem,
-                                       HookBody::StoreFetch}));
+std::vector<std::string> bind(HookBodies &bodies, std::initializer_list<BodyBinding> entries) {
+    return bodies.bind(std::span(entries.begin(), entries.size()));
+}
 
 TEST(HookBodies, BindPutsEachBodyUnderItsRowWithItsOwnOrigSlot) {
     HookBodies bodies;
-    bodies.bind(kTable);
-    EXPECT_EQ(bodies[HookBody::PurchaseManagerInit].implementation,
-              reinterpret_cast<MethodImplementation>(oneArgument));
-    EXPECT_EQ(bodies[HookBody::PurchaseManagerInit].orig, &origSlot);
-    EXPECT_EQ(bodies[HookBody::OfferViewLibraryItem].implementation,
-              reinterpret_cast<MethodImplementation>(noArguments));
-    EXPECT_EQ(bodies[HookBody::OfferViewLibraryItem].orig, nullptr);
-    EXPECT_EQ(bodies[HookBody::StoreFetch].orig, &otherOrigSlot);
-    EXPECT_EQ(bodies[HookBody::StoreInit].implementation, nullptr);
+    (void)bodies.bind(kTable);
+    EXPECT_EQ(bodies[hookRow(kManagerInit)].implementation, reinterpret_cast<MethodImplementation>(oneArgument));
+    EXPECT_EQ(bodies[hookRow(kManagerInit)].orig, &origSlot);
+    EXPECT_EQ(bodies[hookRow(kLibraryItem)].implementation, reinterpret_cast<MethodImplementation>(noArguments));
+    EXPECT_EQ(bodies[hookRow(kLibraryItem)].orig, nullptr);
+    EXPECT_EQ(bodies[hookRow(kStoreFetch)].orig, &otherOrigSlot);
+    EXPECT_EQ(bodies[hookRow(kStoreInit)].implementation, nullptr);
+}
+
+// Bindings gathered from every file of bodies: each row's problem is named, and a second body never replaces the
+// first.
+TEST(HookBodies, BindNamesRowsBoundTwiceOrNeverAndEntriesForNoRow) {
+    std::vector<BodyBinding> everyRow;
+    for (std::size_t index = 0; index < kHookRowCount; ++index) {
+        everyRow.push_back({index, implementationOf<noArguments>, &origSlot});
+    }
+    HookBodies complete;
+    EXPECT_EQ(complete.bind(everyRow), std::vector<std::string>{});
+
+    HookBodies faulty;
+    const auto problems = bind(faulty, {kTable[0], replacement<kManagerInit, oneArgument>(otherOrigSlot),
+                                        BodyBinding{kHookRowCount, implementationOf<noArguments>, nullptr}});
+    EXPECT_EQ(faulty[hookRow(kManagerInit)].orig, &origSlot);
+    ASSERT_EQ(problems.size(), 2 + kHookRowCount - 1);
+    EXPECT_EQ(problems[0], "hook bodies: row 9 is bound twice; the first body stays");
+    EXPECT_EQ(problems[1], "hook bodies: a binding names row position 73, which the table does not have");
+    EXPECT_EQ(problems[2], "hook bodies: no body bound for hook row 1");
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // The hook table and its installer against a fake runtime: which rows land, in which order, in which process.
 #include "core/hook_installer.h"
 #include "core/hook_table.h"
-#include "core/phone_bodies.h"
 #include "fakes/fake_runtime.h"
 
 #include <gtest/gtest.h>
@@ -20,15 +19,13 @@ constexpr std::string_view kAppStoreBundleId = "com.apple.AppStore";
 
 void dummyImplementation() {}
 
-// The bodies the phone binds, each replacement with an orig slot of its own.
+// A body for every row, as the phone binds them, each replacement with an orig slot of its own.
 struct PhoneBodies {
-    std::array<MethodImplementation, kHookBodyCount + 1> origSlots{};
+    std::array<MethodImplementation, kHookRowCount + 1> origSlots{};
     HookBodies bodies;
     PhoneBodies() {
         for (const HookRow &row : hookTable()) {
-            if (boundOnPhone(row.body)) {
-                bodies[row.body] = {dummyImplementation, &origSlots.at(row.number)};
-            }
+            bodies[row] = {dummyImplementation, &origSlots.at(static_cast<std::size_t>(row.number))};
         }
     }
 };
@@ -68,9 +65,6 @@ std::vector<const HookRow *> rowsOf(const RowSelection &selection) {
 std::vector<Event> expectedEvents(const std::vector<const HookRow *> &rows) {
     std::vector<Event> events;
     for (const HookRow *hook : rows) {
-        if (!boundOnPhone(hook->body)) {
-            continue;
-        }
         const std::string owner = (isClassMethod(hook->kind) ? "+" : "") + std::string(hook->className);
         events.push_back(
             {isReplacement(hook->kind) ? Event::What::Replace : Event::What::Add, owner, std::string(hook->selector)});
@@ -131,8 +125,10 @@ void defineProcessClasses(FakeRuntime &runtime, const ProcessCase &process) {
         }
     }
     if (process.stateCenterHasOldPerformPurchases) {
-        runtime.defineInstanceMethod("SKUIItemStateCenter",
-                                     std::string(hookRow(HookBody::StateCenterPerformPurchases).selector));
+        runtime.defineInstanceMethod(
+            "SKUIItemStateCenter",
+            std::string(hookRow(rowOf("SKUIItemStateCenter", "_performPurchases:withClientContext:completionBlock:"))
+                            .selector));
     }
 }
 
@@ -264,7 +260,7 @@ TEST(StartUp, ASecondStartUpInstallsNothingAgain) {
 
 struct BindingCase {
     const char *name;
-    HookBody body;
+    std::size_t row;
     bool withImplementation;
     bool withOrig;
     bool expectInstalled;
@@ -274,14 +270,13 @@ class RowValidation : public ::testing::TestWithParam<BindingCase> {};
 
 TEST_P(RowValidation, InstallsOnlyCompleteBindings) {
     const BindingCase &binding = GetParam();
-    const HookRow &hook = hookRow(binding.body);
+    const HookRow &hook = hookRow(binding.row);
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
     runtime.defineClass("SKUIItemStateCenter");
     runtime.defineClass(std::string(hook.className));
     MethodImplementation orig = nullptr;
     HookBodies bodies;
-    bodies[binding.body] = {binding.withImplementation ? dummyImplementation : nullptr,
-                            binding.withOrig ? &orig : nullptr};
+    bodies[hook] = {binding.withImplementation ? dummyImplementation : nullptr, binding.withOrig ? &orig : nullptr};
     installHookBatch(hook.batch, runtime, bodies);
     EXPECT_EQ(runtime.events().size(), binding.expectInstalled ? 1U : 0U);
 }
@@ -289,11 +284,12 @@ TEST_P(RowValidation, InstallsOnlyCompleteBindings) {
 INSTANTIATE_TEST_SUITE_P(
     Bindings, RowValidation,
     ::testing::Values(
-        BindingCase{"ReplacementWithOrigSlot", HookBody::BundlePathForResource, true, true, true},
-        BindingCase{"ReplacementWithoutOrigSlot", HookBody::BundlePathForResource, true, false, false},
-        BindingCase{"ReplacementWithoutImplementation", HookBody::BundlePathForResource, false, true, false},
-        BindingCase{"AdditionNeedsNoOrigSlot", HookBody::OfferViewLibraryItem, true, false, true},
-        BindingCase{"AdditionWithoutImplementation", HookBody::OfferViewLibraryItem, false, false, false}),
+        BindingCase{"ReplacementWithOrigSlot", rowOf("NSBundle", "pathForResource:ofType:"), true, true, true},
+        BindingCase{"ReplacementWithoutOrigSlot", rowOf("NSBundle", "pathForResource:ofType:"), true, false, false},
+        BindingCase{"ReplacementWithoutImplementation", rowOf("NSBundle", "pathForResource:ofType:"), false, true,
+                    false},
+        BindingCase{"AdditionNeedsNoOrigSlot", rowOf("SKUIOfferView", "qv_libraryItem"), true, false, true},
+        BindingCase{"AdditionWithoutImplementation", rowOf("SKUIOfferView", "qv_libraryItem"), false, false, false}),
     [](const auto &info) { return std::string(info.param.name); });
 
 TEST(RowInstallation, KeepsTheReplacedImplementationAndTheSignature) {

@@ -20,11 +20,12 @@ X86_64 = 0x01000007
 DATA = 0x4000  # file offset and address of __DATA_CONST, one 16 KiB page
 LINKEDIT = 0x8000
 SECTIONS = ("__auth_got", "__got", "__const")  # 0x100 bytes each, from DATA on
+BODIES = "__qv_bodies"  # after them, one 24-byte binding per hook body
 IMPORTS = ("_objc_msgSend", "_MSHookMessageEx")
 
 
 def section_address(name):
-    return DATA + 0x100 * SECTIONS.index(name)
+    return DATA + 0x100 * (SECTIONS + (BODIES,)).index(name)
 
 
 # Pointer bodies without their next field, as the linker writes them.
@@ -68,10 +69,11 @@ def load_command(cmd, body):
     return struct.pack("<II", cmd, 8 + len(body)) + body
 
 
-def segment(name, address, size, sections=()):
+def segment(name, address, size, sections=(), sizes=None):
     body = struct.pack("<16sQQQQIIII", name.encode(), address, size, address, size, 3, 3, len(sections), 0)
     for section in sections:
-        body += struct.pack("<16s16sQQIIIIIIII", section.encode(), name.encode(), section_address(section), 0x100,
+        section_size = (sizes or {}).get(section, 0x100)
+        body += struct.pack("<16s16sQQIIIIIIII", section.encode(), name.encode(), section_address(section), section_size,
                             section_address(section), 3, 0, 0, 0, 0, 0, 0)
     return load_command(macho_image.LC_SEGMENT_64, body)
 
@@ -90,13 +92,17 @@ def code_signature(image, flags=macho_image.CS_ADHOC):
 
 
 def thin(subtype=ARM64E, minimum=(14, 0), pointers=None, pointer_format=macho_image.PTR_ARM64E, sections=SECTIONS,
-         version_min=False, chained=True, signed=True, signature_flags=macho_image.CS_ADHOC, after_signing=None):
+         version_min=False, chained=True, signed=True, signature_flags=macho_image.CS_ADHOC, after_signing=None,
+         bodies=None):
     """A dylib slice: header, __TEXT, __DATA_CONST with the pointers chained in one page, __LINKEDIT."""
     pointers = {0: auth_bind(0), 8: auth_bind(1, diversity=0)} if pointers is None else pointers
     blob = fixups_blob(pointers, pointer_format) if chained else b""
     signature_offset = LINKEDIT + (len(blob) + 15) // 16 * 16
     packed_minimum = minimum[0] << 16 | minimum[1] << 8
-    commands = segment("__TEXT", 0, DATA) + segment("__DATA_CONST", DATA, DATA, sections)
+    sizes = {}
+    if bodies is not None:
+        sections, sizes = sections + (BODIES,), {BODIES: 24 * len(bodies)}
+    commands = segment("__TEXT", 0, DATA) + segment("__DATA_CONST", DATA, DATA, sections, sizes)
     commands += segment("__LINKEDIT", LINKEDIT, 0x4000)
     if version_min:
         commands += load_command(macho_image.LC_VERSION_MIN_IPHONEOS, struct.pack("<II", packed_minimum, 0))
@@ -116,6 +122,8 @@ def thin(subtype=ARM64E, minimum=(14, 0), pointers=None, pointer_format=macho_im
     for offset, following in zip(ordered, ordered[1:] + [None]):
         step = 0 if following is None else (following - offset) // stride
         struct.pack_into("<Q", data, offset, pointers[offset] | step << shift)
+    for index, row in enumerate(bodies or ()):
+        struct.pack_into("<Q", data, section_address(BODIES) - DATA + 24 * index, row)
     image += data + blob.ljust(signature_offset - LINKEDIT, b"\0")
     if signed:
         signature = code_signature(bytes(image), signature_flags)
@@ -156,6 +164,7 @@ def flip_byte(at):
 GOOD_ARM64 = thin(ARM64, (11, 0), chained=False, sections=("__got", "__const"), version_min=True)
 GOOD_ARM64E = thin()
 BOTH = ["--slice", "arm64:11.0", "--slice", "arm64e:14.0"]
+ARM64E_ONLY = ["--slice", "arm64e:14.0"]
 
 CASES = [
     # name, file bytes, arguments, expected exit code, text expected in the output
@@ -194,6 +203,13 @@ CASES = [
     ("truncated slice", fat(GOOD_ARM64E[:0x200]), [], 1, "past the end"),
     ("truncated universal table", fat(GOOD_ARM64, GOOD_ARM64E)[:24], [], 1, "truncated universal header"),
     ("not Mach-O", b"#!/bin/sh\necho hi\n", [], 1, "no 64-bit Mach-O header"),
+    ("a body for each hook row", thin(bodies=[3, 0, 2, 1]), ARM64E_ONLY + ["--hook-rows", "4"], 0, "4 hook bodies for 4 rows"),
+    ("a hook row without its body", thin(bodies=[3, 0, 1]), ARM64E_ONLY + ["--hook-rows", "4"], 1, "row(s) [3] have no body"),
+    ("a hook row bound twice", thin(bodies=[0, 1, 1, 2, 3]), ARM64E_ONLY + ["--hook-rows", "4"], 1,
+     "row(s) [2] bound more than once"),
+    ("a body for a row the table lacks", thin(bodies=[0, 1, 2, 3, 7]), ARM64E_ONLY + ["--hook-rows", "4"], 1,
+     "row position(s) [7]"),
+    ("no hook bodies linked in", GOOD_ARM64E, ARM64E_ONLY + ["--hook-rows", "4"], 1, "no __qv_bodies section"),
 ]
 
 

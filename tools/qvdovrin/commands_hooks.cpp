@@ -1,4 +1,4 @@
-// The hooks command: the hook table as lines or JSON, with whether the phone library binds each row's body.
+// The hooks command: the hook table as lines or JSON.
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
@@ -12,20 +12,15 @@
 #include "base/json.h"
 #include "base/value.h"
 #include "core/hook_table.h"
-#include "core/phone_bodies.h"
 
 namespace qvdovrin {
 
 namespace {
 
 constexpr std::string_view kNoSignature = "-";
-constexpr std::size_t kColumnCount = 8;
+constexpr std::size_t kColumnCount = 7;
 
 using Line = std::array<std::string, kColumnCount>;
-
-std::string_view bodyState(const qv::HookRow &row) {
-    return qv::boundOnPhone(row.body) ? "bound" : "pending";
-}
 
 Line lineOf(const qv::HookRow &row) {
     return {std::to_string(row.number),
@@ -34,8 +29,7 @@ Line lineOf(const qv::HookRow &row) {
             std::string(row.selector),
             std::string(qv::hookKindName(row.kind)),
             std::string(row.typeSignature.empty() ? kNoSignature : row.typeSignature),
-            std::string(qv::hookConditionName(row.condition)),
-            std::string(bodyState(row))};
+            std::string(qv::hookConditionName(row.condition))};
 }
 
 qv::Value jsonOf(const qv::HookRow &row) {
@@ -45,8 +39,7 @@ qv::Value jsonOf(const qv::HookRow &row) {
                           {"selector", row.selector},
                           {"kind", qv::hookKindName(row.kind)},
                           {"signature", row.typeSignature},
-                          {"condition", qv::hookConditionName(row.condition)},
-                          {"bound", qv::boundOnPhone(row.body)}};
+                          {"condition", qv::hookConditionName(row.condition)}};
 }
 
 // Columns padded to their widest cell, the last one left ragged.
@@ -72,37 +65,22 @@ void printAligned(std::ostream &out, const std::vector<Line> &lines) {
 } // namespace
 
 void registerHooksCommand(CLI::App &app, Io &io) {
-    struct Args {
-        bool pending = false;
-        bool json = false;
-    };
-    auto args = std::make_shared<Args>();
-    auto *command = app.add_subcommand(
-        "hooks", "Print the hook table: number, group, class, selector, kind, signature, condition, bound or pending");
-    command->add_flag("--pending", args->pending, "Only the rows whose body the phone library does not bind yet");
-    command->add_flag("--json", args->json, "Print a JSON array of row objects instead of aligned lines");
-    command->callback([args, &io] {
-        std::vector<const qv::HookRow *> rows;
-        for (const qv::HookRow &row : qv::hookTable()) {
-            if (!args->pending || !qv::boundOnPhone(row.body)) {
-                rows.push_back(&row);
-            }
-        }
-        if (args->json) {
+    auto json = std::make_shared<bool>(false);
+    auto *command =
+        app.add_subcommand("hooks", "Print the hook table: number, group, class, selector, kind, signature, condition");
+    command->add_flag("--json", *json, "Print a JSON array of row objects instead of aligned lines");
+    command->callback([json, &io] {
+        if (*json) {
             qv::Array array;
-            for (const qv::HookRow *row : rows) {
-                array.push_back(jsonOf(*row));
+            for (const qv::HookRow &row : qv::hookTable()) {
+                array.push_back(jsonOf(row));
             }
             io.out << qv::toJson(array) << "\n";
             return;
         }
-        // Nothing pending prints nothing, so a script can test the output for emptiness.
-        if (rows.empty()) {
-            return;
-        }
-        std::vector<Line> lines{{"#", "group", "class", "selector", "kind", "signature", "condition", "body"}};
-        for (const qv::HookRow *row : rows) {
-            lines.push_back(lineOf(*row));
+        std::vector<Line> lines{{"#", "group", "class", "selector", "kind", "signature", "condition"}};
+        for (const qv::HookRow &row : qv::hookTable()) {
+            lines.push_back(lineOf(row));
         }
         printAligned(io.out, lines);
     });

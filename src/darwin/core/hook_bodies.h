@@ -1,14 +1,24 @@
-// The files of the phone's hook bodies, each binding its own bodies into the build's table.
+// What a file of hook bodies needs: the binding helpers, the shared body shapes, and the section its bindings go in.
 #pragma once
 
 #include "core/hook_binding.h"
-#include "core/phone_bodies.h"
 #include "darwin/adapters/objc_runtime.h"
 #include "darwin/core/ownership.h"
 
+#include <span>
 #include <type_traits>
 
+// Each file of hook bodies ends with its bindings, declared QV_HOOK_BODIES std::array kBindings{...}. The linker
+// gathers every file's bindings into one section of the library, where start-up reads them all (hookBodiesInImage),
+// so a new body needs no list, header or start-up call of its own; "used" keeps them from being stripped.
+#define QV_HOOK_BODIES_SEGMENT "__DATA"
+#define QV_HOOK_BODIES_SECTION "__qv_bodies"
+#define QV_HOOK_BODIES [[gnu::used, gnu::section(QV_HOOK_BODIES_SEGMENT "," QV_HOOK_BODIES_SECTION)]] constinit const
+
 namespace qv::darwin {
+
+// Every binding of every file of hook bodies linked into the image that holds address.
+std::span<const BodyBinding> hookBodiesInImage(const void *address);
 
 template <MethodImplementation &Orig, void (*After)(id), class Signature> struct OrigThen;
 
@@ -29,18 +39,5 @@ struct OrigThen<Orig, After, Result(Arguments...)> {
         }
     }
 };
-
-void bindStoreObjectBodies(HookBodies &bodies);
-void bindOfferButtonBodies(HookBodies &bodies);
-void bindOfferConfirmBodies(HookBodies &bodies);
-void bindHoldHintBodies(HookBodies &bodies);
-void bindTweaksPageBodies(HookBodies &bodies);
-void bindPurchasePipelineBodies(HookBodies &bodies);
-void bindResourceBodies(HookBodies &bodies);
-void bindAnalyticsBodies(HookBodies &bodies);
-void bindUpdateFilterBodies(HookBodies &bodies);
-void bindUpdatesTableBodies(HookBodies &bodies);
-void bindUpdateSwipeBodies(HookBodies &bodies);
-void bindRedesignedUpdatesBodies(HookBodies &bodies);
 
 } // namespace qv::darwin

@@ -29,6 +29,7 @@
 #import <CoreFoundation/CoreFoundation.h>
 
 #include <dlfcn.h>
+#include <mach-o/getsect.h>
 
 #include <atomic>
 #include <string>
@@ -45,10 +46,12 @@
 namespace qv::darwin {
 namespace {
 
-// Where this library was loaded from; a rootless install finds its jailbreak root from it. Asked with the address of
-// data in the library: a function's address is a signed pointer on arm64e, not a plain address.
+// A byte of this library's own data: dladdr on its address finds the library's path and image. Asked with data, not
+// a function: a function's address is a signed pointer on arm64e, not a plain address.
+const char inThisLibrary = 0;
+
+// Where this library was loaded from; a rootless install finds its jailbreak root from it.
 std::string loadedLibraryPath() {
-    static const char inThisLibrary = 0;
     Dl_info info{};
     if (dladdr(&inThisLibrary, &info) == 0 || info.dli_fname == nullptr) {
         return {};
@@ -56,25 +59,11 @@ std::string loadedLibraryPath() {
     return info.dli_fname;
 }
 
+// The bodies of every file of hook bodies in this library; a row without one (or with two) is named in the log.
 HookBodies phoneHookBodies(Runtime &runtime) {
     HookBodies all;
-    bindStoreObjectBodies(all);
-    bindOfferButtonBodies(all);
-    bindOfferConfirmBodies(all);
-    bindHoldHintBodies(all);
-    bindTweaksPageBodies(all);
-    bindPurchasePipelineBodies(all);
-    bindResourceBodies(all);
-    bindAnalyticsBodies(all);
-    bindUpdateFilterBodies(all);
-    bindUpdatesTableBodies(all);
-    bindUpdateSwipeBodies(all);
-    bindRedesignedUpdatesBodies(all);
-    // Each file checks its own table while it compiles; this catches a file whose table is never bound here.
-    for (const HookRow &row : hookTable()) {
-        if (boundOnPhone(row.body) && all[row.body].implementation == nullptr) {
-            runtime.log("hookBodies: no body bound for hook row " + std::to_string(row.number));
-        }
+    for (const std::string &problem : all.bind(hookBodiesInImage(&inThisLibrary))) {
+        runtime.log(problem);
     }
     return all;
 }
@@ -117,6 +106,21 @@ Process::Process()
           serviceClient.getBundleIdWithStoreIdentifier(storeIdentifier, std::move(done));
       }),
       blockFailurePrompt(ui, mail, QV_SUPPORT_EMAIL) {}
+
+std::span<const BodyBinding> hookBodiesInImage(const void *address) {
+    Dl_info info{};
+    if (dladdr(address, &info) == 0 || info.dli_fbase == nullptr) {
+        return {};
+    }
+    unsigned long size = 0;
+    const uint8_t *data = getsectiondata(static_cast<const struct mach_header_64 *>(info.dli_fbase),
+                                         QV_HOOK_BODIES_SEGMENT, QV_HOOK_BODIES_SECTION, &size);
+    if (data == nullptr) {
+        return {};
+    }
+    // The linker lays each file's array end to end; every array is aligned as its elements are.
+    return {reinterpret_cast<const BodyBinding *>(data), size / sizeof(BodyBinding)};
+}
 
 Process &process() {
     return *built.load();

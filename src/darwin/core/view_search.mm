@@ -125,16 +125,11 @@ id documentContainerUndefinedKey(id /*self*/, SEL /*_cmd*/, NSString * /*key*/) 
     return nil;
 }
 
-constexpr std::array kBindings{
-    addition<HookBody::OfferViewLibraryItem, offerViewLibraryItem>(),
-    addition<HookBody::DocumentContainerUndefinedKey, documentContainerUndefinedKey>(),
+QV_HOOK_BODIES std::array kBindings{
+    addition<rowOf("SKUIOfferView", "qv_libraryItem"), offerViewLibraryItem>(),
+    addition<rowOf("SKUIDocumentContainerViewController", "valueForUndefinedKey:"), documentContainerUndefinedKey>(),
 };
-static_assert(bindsExactly(kBindings, kStoreObjectBodies));
 
 } // namespace
-
-void bindStoreObjectBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

@@ -30,10 +30,9 @@ NSString *bundlePathForResource(id self, SEL _cmd, id name, id type) {
     return callable<PathForResourceFunction>(origPathForResource)(self, _cmd, name, type);
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::BundlePathForResource, bundlePathForResource>(origPathForResource),
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("NSBundle", "pathForResource:ofType:"), bundlePathForResource>(origPathForResource),
 };
-static_assert(bindsExactly(kBindings, kResourceBodies));
 
 } // namespace
 
@@ -59,10 +58,6 @@ NSString *pathForTweakFile(NSString *name, NSString *extension) {
 
 BOOL tweakFileExists(NSString *name, NSString *extension) {
     return resourceBundle().fileExists(toStdString(name), toStdString(extension));
-}
-
-void bindResourceBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
 }
 
 } // namespace qv::darwin

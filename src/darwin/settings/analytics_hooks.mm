@@ -61,25 +61,22 @@ void appDelegateWillTerminate(id self, SEL _cmd, id application) {
     callable<void (*)(id, SEL, id)>(origWillTerminate)(self, _cmd, application);
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::AnalyticsTweakGAID, analyticsAnswerBody>(origTweakGAID),
-    replacement<HookBody::AnalyticsTweakName, analyticsAnswerBody>(origTweakName),
-    replacement<HookBody::AnalyticsTweakVersion, analyticsAnswerBody>(origTweakVersion),
-    replacement<HookBody::AnalyticsTweakPackageId, analyticsAnswerBody>(origTweakPackageId),
-    replacement<HookBody::AnalyticsTwitterHandle, analyticsAnswerBody>(origTwitterHandle),
-    replacement<HookBody::AnalyticsTwitterMessage, analyticsAnswerBody>(origTwitterMessage),
-    replacement<HookBody::RemoteMessagesEnabled, remoteMessagesEnabledBody>(origMessagesEnabled),
-    replacement<HookBody::AppDelegateLoadApplication, appDelegateLoadApplication>(origLoadApplication),
-    replacement<HookBody::AppDelegateDidBecomeActive, appDelegateDidBecomeActive>(origDidBecomeActive),
-    replacement<HookBody::AppDelegateWillResignActive, appDelegateWillResignActive>(origWillResignActive),
-    replacement<HookBody::AppDelegateWillTerminate, appDelegateWillTerminate>(origWillTerminate),
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("QVGAAnalytics", "tweakGAID"), analyticsAnswerBody>(origTweakGAID),
+    replacement<rowOf("QVGAAnalytics", "tweakName"), analyticsAnswerBody>(origTweakName),
+    replacement<rowOf("QVGAAnalytics", "tweakVersion"), analyticsAnswerBody>(origTweakVersion),
+    replacement<rowOf("QVGAAnalytics", "tweakPackageId"), analyticsAnswerBody>(origTweakPackageId),
+    replacement<rowOf("QVGAAnalytics", "twitterHandle"), analyticsAnswerBody>(origTwitterHandle),
+    replacement<rowOf("QVGAAnalytics", "twitterMessage"), analyticsAnswerBody>(origTwitterMessage),
+    replacement<rowOf("QVRemoteMessageManager", "messagesEnabled"), remoteMessagesEnabledBody>(origMessagesEnabled),
+    replacement<rowOf("ASAppDelegate", "_loadApplicationWithLaunchOptions:"), appDelegateLoadApplication>(
+        origLoadApplication),
+    replacement<rowOf("ASAppDelegate", "applicationDidBecomeActive:"), appDelegateDidBecomeActive>(origDidBecomeActive),
+    replacement<rowOf("ASAppDelegate", "applicationWillResignActive:"), appDelegateWillResignActive>(
+        origWillResignActive),
+    replacement<rowOf("ASAppDelegate", "applicationWillTerminate:"), appDelegateWillTerminate>(origWillTerminate),
 };
-static_assert(bindsExactly(kBindings, kAnalyticsBodies));
 
 } // namespace
-
-void bindAnalyticsBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

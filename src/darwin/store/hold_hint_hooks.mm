@@ -53,15 +53,11 @@ void storePageViewDidAppear(id self, SEL _cmd, BOOL animated) {
     });
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::StorePageViewDidAppear, storePageViewDidAppear>(origPageViewDidAppear),
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("SKUIStorePageSectionsViewController", "viewDidAppear:"), storePageViewDidAppear>(
+        origPageViewDidAppear),
 };
-static_assert(bindsExactly(kBindings, kHoldHintBodies));
 
 } // namespace
-
-void bindHoldHintBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

@@ -102,24 +102,20 @@ QV_RETURNS_RETAINED id modernOfferButtonInitWithFrame(QV_CONSUMED_SELF self, SEL
     return button;
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::OfferButtonAddTarget, offerButtonAddTarget>(origAddTarget),
-    addition<HookBody::OfferButtonLongPressGesture, longPressGesture>(),
-    addition<HookBody::OfferButtonSetLongPressGesture, setLongPressGesture>(),
-    addition<HookBody::OfferButtonDidLongPress, offerButtonDidLongPress>(),
-    addition<HookBody::ModernOfferButtonLongPressGesture, longPressGesture>(),
-    addition<HookBody::ModernOfferButtonSetLongPressGesture, setLongPressGesture>(),
-    addition<HookBody::ModernOfferButtonDidLongPress, modernOfferButtonDidLongPress>(),
-    replacement<HookBody::ModernOfferButtonLayoutSubviews, modernOfferButtonLayoutSubviews>(origLayoutSubviews),
-    replacement<HookBody::ModernOfferButtonInitWithCoder, modernOfferButtonInitWithCoder>(origInitWithCoder),
-    replacement<HookBody::ModernOfferButtonInitWithFrame, modernOfferButtonInitWithFrame>(origInitWithFrame),
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("SKUIItemOfferButton", "addTarget:action:forControlEvents:"), offerButtonAddTarget>(
+        origAddTarget),
+    addition<rowOf("SKUIItemOfferButton", "longPressGestureQV"), longPressGesture>(),
+    addition<rowOf("SKUIItemOfferButton", "setLongPressGestureQV:"), setLongPressGesture>(),
+    addition<rowOf("SKUIItemOfferButton", "buttonDidLongPress:"), offerButtonDidLongPress>(),
+    addition<rowOf("AppStore.OfferButton", "longPressGestureQV"), longPressGesture>(),
+    addition<rowOf("AppStore.OfferButton", "setLongPressGestureQV:"), setLongPressGesture>(),
+    addition<rowOf("AppStore.OfferButton", "buttonDidLongPress:"), modernOfferButtonDidLongPress>(),
+    replacement<rowOf("AppStore.OfferButton", "layoutSubviews"), modernOfferButtonLayoutSubviews>(origLayoutSubviews),
+    replacement<rowOf("AppStore.OfferButton", "initWithCoder:"), modernOfferButtonInitWithCoder>(origInitWithCoder),
+    replacement<rowOf("AppStore.OfferButton", "initWithFrame:"), modernOfferButtonInitWithFrame>(origInitWithFrame),
 };
-static_assert(bindsExactly(kBindings, kOfferButtonBodies));
 
 } // namespace
-
-void bindOfferButtonBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

@@ -108,18 +108,14 @@ void offerViewButtonAction(id self, SEL _cmd, id sender) {
     }
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::CellLayoutOfferConfirm, cellLayoutOfferConfirm<origCellConfirm>>(origCellConfirm),
-    replacement<HookBody::BrowseCellLayoutOfferConfirm, cellLayoutOfferConfirm<origBrowseCellConfirm>>(
-        origBrowseCellConfirm),
-    replacement<HookBody::OfferViewButtonAction, offerViewButtonAction>(origOfferViewAction),
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("SKUIItemCellLayout", "_itemOfferConfirmAction:"), cellLayoutOfferConfirm<origCellConfirm>>(
+        origCellConfirm),
+    replacement<rowOf("SKUIItemBrowseCellLayout", "_itemOfferConfirmAction:"),
+                cellLayoutOfferConfirm<origBrowseCellConfirm>>(origBrowseCellConfirm),
+    replacement<rowOf("SKUIOfferView", "_buttonAction:"), offerViewButtonAction>(origOfferViewAction),
 };
-static_assert(bindsExactly(kBindings, kOfferConfirmBodies));
 
 } // namespace
-
-void bindOfferConfirmBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

@@ -201,33 +201,33 @@ QV_RETURNS_RETAINED id globalContextInit(QV_CONSUMED_SELF self, SEL _cmd, id bag
     return global;
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::PurchaseManagerInit, purchaseManagerInit>(origManagerInit),
-    replacement<HookBody::PurchaseManagerAddPurchases, purchaseManagerAddPurchases>(origAddPurchases),
-    addition<HookBody::AppDocumentShouldHook, appDocumentShouldHook>(),
-    addition<HookBody::AppDocumentSetShouldHook, appDocumentSetShouldHook>(),
-    addition<HookBody::StateCenterPerformPurchases, stateCenterPerformPurchases>(),
-    replacement<HookBody::StorePerformPurchase, storePerformPurchase>(origPerformPurchase),
-    replacement<HookBody::StoreFetchStorePlatformData,
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("SSPurchaseManager", "initWithManagerIdentifier:"), purchaseManagerInit>(origManagerInit),
+    replacement<rowOf("SSPurchaseManager", "addPurchases:withCompletionBlock:"), purchaseManagerAddPurchases>(
+        origAddPurchases),
+    addition<rowOf("IKAppDocument", "shouldHookQV"), appDocumentShouldHook>(),
+    addition<rowOf("IKAppDocument", "setShouldHookQV:"), appDocumentSetShouldHook>(),
+    addition<rowOf("SKUIItemStateCenter", "_performPurchases:withClientContext:completionBlock:"),
+             stateCenterPerformPurchases>(),
+    replacement<rowOf("AppStoreKit.Store", "performPurchase::"), storePerformPurchase>(origPerformPurchase),
+    replacement<rowOf("AppStoreKit.Store", "fetchStorePlatformData:::"),
                 OrigThen<origFetchStorePlatformData, rememberStore, FetchSignature>::body>(origFetchStorePlatformData),
-    replacement<HookBody::StoreFetchPlist, OrigThen<origFetchPlist, rememberStore, FetchSignature>::body>(
-        origFetchPlist),
-    replacement<HookBody::StoreFetchJson, OrigThen<origFetchJson, rememberStore, FetchSignature>::body>(origFetchJson),
-    replacement<HookBody::StoreFetch, OrigThen<origFetch, rememberStore, FetchSignature>::body>(origFetch),
-    replacement<HookBody::StoreBeginFetches, OrigThen<origBeginFetches, rememberStore, BatchSignature>::body>(
-        origBeginFetches),
-    replacement<HookBody::StoreCommitFetches, OrigThen<origCommitFetches, rememberStore, BatchSignature>::body>(
-        origCommitFetches),
-    replacement<HookBody::StoreInit, storeInit>(origStoreInit),
-    addition<HookBody::StoreSharedStore, storeSharedStore>(),
-    replacement<HookBody::GlobalContextInit, globalContextInit>(origGlobalInit),
+    replacement<rowOf("AppStoreKit.Store", "fetchPlist:::"),
+                OrigThen<origFetchPlist, rememberStore, FetchSignature>::body>(origFetchPlist),
+    replacement<rowOf("AppStoreKit.Store", "fetchJson:::"),
+                OrigThen<origFetchJson, rememberStore, FetchSignature>::body>(origFetchJson),
+    replacement<rowOf("AppStoreKit.Store", "fetch:::"), OrigThen<origFetch, rememberStore, FetchSignature>::body>(
+        origFetch),
+    replacement<rowOf("AppStoreKit.Store", "beginStorePlatformDataFetches"),
+                OrigThen<origBeginFetches, rememberStore, BatchSignature>::body>(origBeginFetches),
+    replacement<rowOf("AppStoreKit.Store", "commitStorePlatformDataFetches"),
+                OrigThen<origCommitFetches, rememberStore, BatchSignature>::body>(origCommitFetches),
+    replacement<rowOf("AppStoreKit.Store", "init"), storeInit>(origStoreInit),
+    addition<rowOf("AppStoreKit.Store", "sharedStore"), storeSharedStore>(),
+    replacement<rowOf("AppStoreKit.ASKGlobal", "initWithBag:client:loc:store:storeMetrics:user:props:randomSource:"),
+                globalContextInit>(origGlobalInit),
 };
-static_assert(bindsExactly(kBindings, kPurchasePipelineBodies));
 
 } // namespace
-
-void bindPurchasePipelineBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

@@ -44,16 +44,12 @@ void lockupCellShowAvailableTweaks(id self, SEL /*_cmd*/) {
     });
 }
 
-constexpr std::array kBindings{
-    addition<HookBody::LockupCellDisplayTweaks, lockupCellDisplayTweaks>(),
-    addition<HookBody::LockupCellShowAvailableTweaks, lockupCellShowAvailableTweaks>(),
+QV_HOOK_BODIES std::array kBindings{
+    addition<rowOf("SKUIProductLockupCollectionViewCell", "displayTweaksControllerWithBundleId:"),
+             lockupCellDisplayTweaks>(),
+    addition<rowOf("SKUIProductLockupCollectionViewCell", "showAvailableTweaks"), lockupCellShowAvailableTweaks>(),
 };
-static_assert(bindsExactly(kBindings, kTweaksPageBodies));
 
 } // namespace
-
-void bindTweaksPageBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

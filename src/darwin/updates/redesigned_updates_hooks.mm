@@ -32,29 +32,24 @@ void reloadPossibleUpdates(id self, SEL /*_cmd*/) {
     guarded([&] { sendIfAnswered(self, @"fetchUpdates"); });
 }
 
-constexpr std::array kBindings{
-    addition<HookBody::AccountSetLeftBarButtons, setLeftBarButtons>(),
-    replacement<HookBody::AccountViewDidAppear,
+QV_HOOK_BODIES std::array kBindings{
+    addition<rowOf("AppStore.AccountViewController", "setQVLeftBarButtons"), setLeftBarButtons>(),
+    replacement<rowOf("AppStore.AccountViewController", "viewDidAppear:"),
                 OrigThen<origAccountViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(
         origAccountViewDidAppear),
-    replacement<HookBody::AccountViewDidLayoutSubviews,
+    replacement<rowOf("AppStore.AccountViewController", "viewDidLayoutSubviews"),
                 OrigThen<origAccountViewDidLayoutSubviews, putSettingsButtonsAgain, void()>::body>(
         origAccountViewDidLayoutSubviews),
-    addition<HookBody::AccountShowSettings, showSettings>(),
-    addition<HookBody::ModernUpdatesSetLeftBarButtons, setLeftBarButtons>(),
-    addition<HookBody::ModernUpdatesShowSettings, showSettings>(),
-    addition<HookBody::ModernUpdatesReloadPossibleUpdates, reloadPossibleUpdates>(),
-    replacement<HookBody::ModernUpdatesViewDidAppear,
+    addition<rowOf("AppStore.AccountViewController", "showSettings:"), showSettings>(),
+    addition<rowOf("AppStore.UpdatesViewController", "setQVLeftBarButtons"), setLeftBarButtons>(),
+    addition<rowOf("AppStore.UpdatesViewController", "showSettings:"), showSettings>(),
+    addition<rowOf("AppStore.UpdatesViewController", "reloadPossibleUpadtes"), reloadPossibleUpdates>(),
+    replacement<rowOf("AppStore.UpdatesViewController", "viewDidAppear:"),
                 OrigThen<origUpdatesViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(
         origUpdatesViewDidAppear),
-    replacement<HookBody::ModernUpdatesViewDidLoad, updatesViewDidLoad>(origUpdatesViewDidLoad),
+    replacement<rowOf("AppStore.UpdatesViewController", "viewDidLoad"), updatesViewDidLoad>(origUpdatesViewDidLoad),
 };
-static_assert(bindsExactly(kBindings, kRedesignedUpdatesBodies));
 
 } // namespace
-
-void bindRedesignedUpdatesBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

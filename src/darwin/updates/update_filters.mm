@@ -80,17 +80,13 @@ void *updatesDatabaseMerge(id self, SEL _cmd, NSArray *updates, std::int64_t *av
     return callable<MergeFunction>(origMergeAvailableUpdates)(self, _cmd, filtered ?: updates, availableCount);
 }
 
-constexpr std::array kBindings{
-    replacement<HookBody::UpdatesSectionItems, updatesSectionItems>(origSectionItems),
-    replacement<HookBody::SoftwareUpdatesCopyUpdates, softwareUpdatesCopyUpdates>(origCopyUpdates),
-    replacement<HookBody::UpdatesDatabaseMerge, updatesDatabaseMerge>(origMergeAvailableUpdates),
+QV_HOOK_BODIES std::array kBindings{
+    replacement<rowOf("ASUpdatesPageSection", "items"), updatesSectionItems>(origSectionItems),
+    replacement<rowOf("SSSoftwareUpdatesStore", "_copyUpdates"), softwareUpdatesCopyUpdates>(origCopyUpdates),
+    replacement<rowOf("SSUpdatesDatabaseTransaction", "mergeAvailableUpdates:availableCount:"), updatesDatabaseMerge>(
+        origMergeAvailableUpdates),
 };
-static_assert(bindsExactly(kBindings, kUpdateFilterBodies));
 
 } // namespace
-
-void bindUpdateFilterBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

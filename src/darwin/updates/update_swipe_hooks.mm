@@ -104,19 +104,15 @@ void hideUpdate(id self, SEL /*_cmd*/, NSIndexPath *indexPath, BOOL allUpdates) 
     }
 }
 
-constexpr std::array kBindings{
-    addition<HookBody::UpdatesIsUpdatableItem, isUpdatableItem>(),
-    addition<HookBody::UpdatesCanEditRow, canEditRow>(),
-    addition<HookBody::UpdatesCommitEditing, commitEditing>(),
-    addition<HookBody::UpdatesHideUpdate, hideUpdate>(),
-    addition<HookBody::UpdatesDeleteButtonTitle, deleteButtonTitle>(),
+QV_HOOK_BODIES std::array kBindings{
+    addition<rowOf("ASUpdatesViewController", "isUpdatableItem:"), isUpdatableItem>(),
+    addition<rowOf("ASUpdatesViewController", "tableView:canEditRowAtIndexPath:"), canEditRow>(),
+    addition<rowOf("ASUpdatesViewController", "tableView:commitEditingStyle:forRowAtIndexPath:"), commitEditing>(),
+    addition<rowOf("ASUpdatesViewController", "hideUpdateAtIndexPath:hideAllUpdates:"), hideUpdate>(),
+    addition<rowOf("ASUpdatesViewController", "tableView:titleForDeleteConfirmationButtonForRowAtIndexPath:"),
+             deleteButtonTitle>(),
 };
-static_assert(bindsExactly(kBindings, kUpdateSwipeBodies));
 
 } // namespace
-
-void bindUpdateSwipeBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin

@@ -68,29 +68,25 @@ void hiddenUpdatesDidDeleteUpdate(id self, SEL /*_cmd*/) {
     guarded([&] { sendIfAnswered(self, @"reloadTableViewData"); });
 }
 
-constexpr std::array kBindings{
-    addition<HookBody::UpdatesSetLeftBarButtons, setLeftBarButtons>(),
-    replacement<HookBody::UpdatesReloadData, OrigThen<origReloadData, putSettingsButtonsAgain, void()>::body>(
-        origReloadData),
-    replacement<HookBody::UpdatesReloadBars, OrigThen<origReloadBars, putSettingsButtonsAgain, void()>::body>(
-        origReloadBars),
-    replacement<HookBody::UpdatesViewDidLoad, viewDidLoad>(origViewDidLoad),
-    replacement<HookBody::UpdatesViewDidAppear, OrigThen<origViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(
-        origViewDidAppear),
-    replacement<HookBody::UpdatesViewDidLayoutSubviews,
+QV_HOOK_BODIES std::array kBindings{
+    addition<rowOf("ASUpdatesViewController", "setQVLeftBarButtons"), setLeftBarButtons>(),
+    replacement<rowOf("ASUpdatesViewController", "_reloadData"),
+                OrigThen<origReloadData, putSettingsButtonsAgain, void()>::body>(origReloadData),
+    replacement<rowOf("ASUpdatesViewController", "_reloadBars"),
+                OrigThen<origReloadBars, putSettingsButtonsAgain, void()>::body>(origReloadBars),
+    replacement<rowOf("ASUpdatesViewController", "viewDidLoad"), viewDidLoad>(origViewDidLoad),
+    replacement<rowOf("ASUpdatesViewController", "viewDidAppear:"),
+                OrigThen<origViewDidAppear, putSettingsButtonsAgain, void(BOOL)>::body>(origViewDidAppear),
+    replacement<rowOf("ASUpdatesViewController", "viewDidLayoutSubviews"),
                 OrigThen<origViewDidLayoutSubviews, putSettingsButtonsAgain, void()>::body>(origViewDidLayoutSubviews),
-    replacement<HookBody::UpdatesWillEnterForeground, willEnterForeground>(origWillEnterForeground),
-    addition<HookBody::UpdatesShowSettings, showSettings>(),
-    addition<HookBody::UpdatesReloadTableViewData, reloadTableViewData>(),
-    addition<HookBody::UpdatesRefreshHiddenItems, refreshHiddenItems>(),
-    addition<HookBody::UpdatesHiddenUpdateDeleted, hiddenUpdatesDidDeleteUpdate>(),
+    replacement<rowOf("ASUpdatesViewController", "_applicationWillEnterForeground:"), willEnterForeground>(
+        origWillEnterForeground),
+    addition<rowOf("ASUpdatesViewController", "showSettings:"), showSettings>(),
+    addition<rowOf("ASUpdatesViewController", "reloadTableViewData"), reloadTableViewData>(),
+    addition<rowOf("ASUpdatesViewController", "refreshHiddenItems"), refreshHiddenItems>(),
+    addition<rowOf("ASUpdatesViewController", "hiddenUpdatesDidDeleteUpdate"), hiddenUpdatesDidDeleteUpdate>(),
 };
-static_assert(bindsExactly(kBindings, kUpdatesTableBodies));
 
 } // namespace
-
-void bindUpdatesTableBodies(HookBodies &bodies) {
-    bodies.bind(kBindings);
-}
 
 } // namespace qv::darwin
