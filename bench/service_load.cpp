@@ -13,11 +13,13 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "base/text.h"
 #include "server/http_front.h"
 #include "server/sqlite_storage.h"
 
@@ -49,6 +51,16 @@ struct Options {
     int clients = 300;      // idle-memory: clients that read the large list and then sit idle
 };
 
+// A count or port from the command line; a typo stops the run rather than measuring with 0.
+int wholeOption(const std::string &key, const char *value) {
+    const auto number = qv::strictInteger(value, 0, std::numeric_limits<int>::max());
+    if (!number) {
+        std::fprintf(stderr, "service_load: %s: %s\n", key.c_str(), number.error().describe().c_str());
+        std::exit(2);
+    }
+    return static_cast<int>(*number);
+}
+
 Options parse(int argc, char **argv) {
     Options options;
     options.mode = argc > 1 ? argv[1] : "";
@@ -58,29 +70,29 @@ Options parse(int argc, char **argv) {
         if (key == "--db") {
             options.db = value;
         } else if (key == "--port") {
-            options.port = std::atoi(value);
+            options.port = wholeOption(key, value);
         } else if (key == "--apps") {
-            options.apps = std::atoi(value);
+            options.apps = wholeOption(key, value);
         } else if (key == "--versions") {
-            options.versions = std::atoi(value);
+            options.versions = wholeOption(key, value);
         } else if (key == "--connections") {
-            options.connections = std::atoi(value);
+            options.connections = wholeOption(key, value);
         } else if (key == "--seconds") {
             options.seconds = std::atof(value);
         } else if (key == "--max-requests") {
-            options.maxRequests = std::atol(value);
+            options.maxRequests = wholeOption(key, value);
         } else if (key == "--idle") {
-            options.idle = std::atoi(value);
+            options.idle = wholeOption(key, value);
         } else if (key == "--slow") {
-            options.slow = std::atoi(value);
+            options.slow = wholeOption(key, value);
         } else if (key == "--pid") {
-            options.pid = std::atoi(value);
+            options.pid = wholeOption(key, value);
         } else if (key == "--posters") {
-            options.posters = std::atoi(value);
+            options.posters = wholeOption(key, value);
         } else if (key == "--report-versions") {
-            options.reportVersions = std::atoi(value);
+            options.reportVersions = wholeOption(key, value);
         } else if (key == "--clients") {
-            options.clients = std::atoi(value);
+            options.clients = wholeOption(key, value);
         }
     }
     return options;

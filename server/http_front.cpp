@@ -21,6 +21,7 @@
 #include <thread>
 #include <vector>
 
+#include "base/text.h"
 #include "server/request_bodies.h"
 
 namespace qv::server {
@@ -654,8 +655,8 @@ std::optional<std::pair<std::string, int>> parseListenAddress(const std::string 
     if (colon == std::string::npos || colon == 0) {
         return std::nullopt;
     }
-    const auto port = identifierFrom(std::string_view(text).substr(colon + 1));
-    if (!port || *port > kMaxPort) {
+    const auto port = strictInteger(std::string_view(text).substr(colon + 1), 0, kMaxPort);
+    if (!port) {
         return std::nullopt;
     }
     return std::make_pair(text.substr(0, colon), static_cast<int>(*port));

@@ -1,16 +1,12 @@
 // Strict reading of report and event bodies: every field checked before anything is stored.
 #include "server/request_bodies.h"
 
-#include <limits>
-
 #include "base/json.h"
 #include "base/text.h"
 
 namespace qv::server {
 
 namespace {
-
-constexpr std::int64_t kDecimalBase = 10;
 
 const Value *field(const Dictionary &object, std::string_view key) {
     return object.find(Value(key));
@@ -77,27 +73,10 @@ bool isCleanText(std::string_view text) {
     return text.find('\0') == std::string_view::npos && isValidUtf8(text);
 }
 
-std::optional<std::int64_t> identifierFrom(std::string_view text) {
-    if (text.empty()) {
-        return std::nullopt;
-    }
-    std::int64_t number = 0;
-    for (const char c : text) {
-        if (c < '0' || c > '9') {
-            return std::nullopt;
-        }
-        const std::int64_t digit = c - '0';
-        if (number > (std::numeric_limits<std::int64_t>::max() - digit) / kDecimalBase) {
-            return std::nullopt;
-        }
-        number = number * kDecimalBase + digit;
-    }
-    return number;
-}
-
 std::optional<std::int64_t> identifierFrom(const Value &value) {
     if (const auto *text = value.asString()) {
-        return identifierFrom(std::string_view(*text));
+        const auto identifier = strictInteger(*text);
+        return identifier ? std::optional<std::int64_t>(*identifier) : std::nullopt;
     }
     if (const auto *integer = value.asInteger(); integer != nullptr && *integer >= 0) {
         return *integer;
@@ -195,7 +174,7 @@ Result<SearchEvent> parseSearchEvent(std::string_view body) {
         const Dictionary *result = entry.asDictionary();
         const Value *appId = result != nullptr ? field(*result, "appId") : nullptr;
         const Value *rank = result != nullptr ? field(*result, "rank") : nullptr;
-        if (appId == nullptr || appId->asString() == nullptr || !identifierFrom(std::string_view(*appId->asString()))) {
+        if (appId == nullptr || appId->asString() == nullptr || !strictInteger(*appId->asString())) {
             return refused("every result needs \"appId\" as a string of decimal digits");
         }
         if (rank == nullptr || rank->asInteger() == nullptr || *rank->asInteger() < 1) {

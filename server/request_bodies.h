@@ -22,8 +22,8 @@ inline constexpr std::size_t kDefaultMaxVersionsPerReport = 2000;
 // True when the text is UTF-8 without NUL: what every stored or echoed piece of a request must be.
 bool isCleanText(std::string_view text);
 
-// A store or external identifier: decimal digits that fit in 63 bits, as text or as a non-negative integer.
-std::optional<std::int64_t> identifierFrom(std::string_view text);
+// A store or external identifier: decimal digits that fit in 63 bits (strictInteger's default range), as text or
+// as a non-negative integer.
 std::optional<std::int64_t> identifierFrom(const Value &value);
 
 // A version report for the app named in the path: {"bundle_id","identifier","title","versions":[…]} whose

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "base/json.h"
+#include "base/text.h"
 
 namespace qv::server {
 
@@ -287,7 +288,10 @@ std::optional<ServiceResponse> VersionService::answerFromMemory(const ServiceReq
         return std::nullopt;
     }
     const auto appIdText = versionsRouteId(request.path);
-    const auto appId = appIdText ? identifierFrom(std::string_view(*appIdText)) : std::nullopt;
+    if (!appIdText) {
+        return std::nullopt;
+    }
+    const auto appId = strictInteger(*appIdText);
     if (!appId) {
         return std::nullopt;
     }
@@ -308,7 +312,7 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
     if (!post && !isGet(request.method)) {
         return methodNotAllowed("GET, POST");
     }
-    const auto appId = identifierFrom(std::string_view(appIdText));
+    const auto appId = strictInteger(appIdText);
     if (!appId) {
         return badRequest("the app identifier must be decimal digits: " + appIdText);
     }
@@ -376,10 +380,11 @@ ServiceResponse VersionService::lookup(const ServiceRequest &request) const {
     }
     std::optional<std::int64_t> appId;
     if (id != request.query.end()) {
-        appId = identifierFrom(std::string_view(id->second));
-        if (!appId) {
+        const auto given = strictInteger(id->second);
+        if (!given) {
             return badRequest("id must be decimal digits: " + id->second);
         }
+        appId = *given;
     }
     const auto apps = appId ? storage_.appsWithId(*appId) : storage_.appsWithBundleId(bundleId->second);
     if (!apps) {

@@ -38,7 +38,9 @@ namespace qv {
     X(NotServiceAddress, "not an absolute http or https URL ending in \"/\"")                                          \
     X(MethodNotAllowed, "method not allowed")                                                                          \
     X(ListenFailed, "cannot listen on the address")                                                                    \
-    X(ServerFailed, "the server stopped with an error")
+    X(ServerFailed, "the server stopped with an error")                                                                \
+    X(NotInteger, "not a whole decimal number")                                                                        \
+    X(IntegerOutOfRange, "the number is out of range")
 
 enum class ErrorCode {
 #define QV_ERROR_ENUMERATOR(name, message) name,

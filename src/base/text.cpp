@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <limits>
+#include <string>
 
 namespace qv {
 
@@ -168,6 +169,35 @@ std::int64_t lenientInteger(std::string_view text) {
             }
             value = value * 10 - digit;
         }
+    }
+    return value;
+}
+
+Result<std::int64_t> strictInteger(std::string_view text, std::int64_t least, std::int64_t most) {
+    const bool signAllowed = least < 0;
+    const bool negative = signAllowed && !text.empty() && text.front() == '-';
+    const std::string_view digits =
+        signAllowed && !text.empty() && (text.front() == '-' || text.front() == '+') ? text.substr(1) : text;
+    const auto shown = [&text] { return "\"" + std::string(text) + "\""; };
+    if (digits.empty() || digits.find_first_not_of("0123456789") != std::string_view::npos) {
+        return fail(ErrorCode::NotInteger, shown() + " is not a whole decimal number");
+    }
+    // The magnitude is gathered unsigned, so the most negative number reads without overflow on the way.
+    constexpr std::uint64_t kLargestMagnitude = std::uint64_t{1} << 63U;
+    constexpr std::uint64_t kBase = 10;
+    std::uint64_t magnitude = 0;
+    bool tooLarge = false;
+    for (const char c : digits) {
+        const auto digit = static_cast<std::uint64_t>(c - '0');
+        tooLarge = tooLarge || magnitude > (kLargestMagnitude - digit) / kBase;
+        magnitude = tooLarge ? magnitude : magnitude * kBase + digit;
+    }
+    tooLarge = tooLarge || (!negative && magnitude == kLargestMagnitude);
+    const std::int64_t value =
+        negative ? static_cast<std::int64_t>(0U - magnitude) : static_cast<std::int64_t>(magnitude);
+    if (tooLarge || value < least || value > most) {
+        return fail(ErrorCode::IntegerOutOfRange,
+                    shown() + " is not from " + std::to_string(least) + " to " + std::to_string(most));
     }
     return value;
 }

@@ -3,10 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "base/result.h"
 #include "base/value.h"
 
 namespace qv {
@@ -71,6 +73,13 @@ class Utf16Text {
 // Reads text the way the platform's lenient integer reading does: leading white space, an optional sign, the
 // leading run of decimal digits (saturating on overflow); anything else reads as 0.
 std::int64_t lenientInteger(std::string_view text);
+
+// Reads outside input (identifiers in paths and bodies, ports, counts, menu choices) as a whole decimal integer
+// from least to most: digits only, no white space, base prefix or separator, and a leading "+" or "-" only where
+// the range admits negative numbers, so an identifier has exactly one spelling. NotInteger when the text is not
+// written that way, IntegerOutOfRange (naming the range) when it is but lies outside it.
+Result<std::int64_t> strictInteger(std::string_view text, std::int64_t least = 0,
+                                   std::int64_t most = std::numeric_limits<std::int64_t>::max());
 
 // A value read as a switch, the way the platform's boolean reading does: numbers are true when non-zero; texts
 // when, after leading white space, a sign and zeros, they start with Y, T (any case) or a non-zero digit ("YES",

@@ -2,6 +2,9 @@
 #include "service/service_endpoints.h"
 
 #include <algorithm>
+#include <cstdint>
+
+#include "base/text.h"
 
 namespace qv {
 
@@ -72,14 +75,8 @@ Result<void> checkAuthority(std::string_view authority) {
     if (port.empty()) {
         return {};
     }
-    long number = 0;
-    for (const char c : port) {
-        number = isDigit(c) && number <= 65535 ? number * 10 + (c - '0') : -1;
-        if (number < 0) {
-            break;
-        }
-    }
-    if (number < 1 || number > 65535) {
+    constexpr std::int64_t kLastPort = 65535;
+    if (!strictInteger(port, 1, kLastPort)) {
         return fail(ErrorCode::NotServiceAddress, "the port is not a number from 1 to 65535");
     }
     return {};

@@ -206,6 +206,34 @@ INSTANTIATE_TEST_SUITE_P(Commands, CliBadInput,
                                            "report item {dir}/disabled.json --preferences {dir}/disabled.json",
                                            "versions 1 --server http://127.0.0.1:1/"));
 
+struct FlagCase {
+    const char *name;
+    std::vector<std::string> arguments;
+    std::string err;
+};
+class ServeFlag : public ::testing::TestWithParam<FlagCase> {};
+// Counts and sizes are read like identifiers: what is not plain decimal digits is refused before anything starts.
+TEST_P(ServeFlag, IsRefusedUnlessPlainDecimalDigits) {
+    const auto run = test::runInProcess(GetParam().arguments);
+    EXPECT_EQ(run.exitCode, 2);
+    EXPECT_EQ(run.err, GetParam().err);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Values, ServeFlag,
+    ::testing::Values(FlagCase{"Exponent",
+                               {"serve", "--max-events", "1e3"},
+                               "qvdovrin: --max-events: \"1e3\" is not a whole decimal number\n"},
+                      FlagCase{"Hexadecimal",
+                               {"serve", "--max-event-bytes", "0x10"},
+                               "qvdovrin: --max-event-bytes: \"0x10\" is not a whole decimal number\n"},
+                      FlagCase{"Zero",
+                               {"serve", "--max-versions-per-app", "0"},
+                               "qvdovrin: --max-versions-per-app: \"0\" is not from 1 to 9223372036854775807\n"},
+                      FlagCase{"Negative",
+                               {"serve", "--reply-cache-bytes", "-1"},
+                               "qvdovrin: --reply-cache-bytes: \"-1\" is not a whole decimal number\n"}),
+    [](const auto &info) { return std::string(info.param.name); });
+
 struct RawCase {
     const char *method;
     std::string path;

@@ -7,7 +7,6 @@
 #include <cstdint>
 #include <filesystem>
 #include <iostream>
-#include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
@@ -15,6 +14,7 @@
 #include <vector>
 
 #include "base/json.h"
+#include "base/text.h"
 #include "platform/installed_apps.h"
 #include "posix/archive_file_posix.h"
 #include "posix/file_io.h"
@@ -132,20 +132,11 @@ qv::Value parseKey(const std::string &text) {
     if (text.empty()) {
         throw BadInput("KEY must not be empty");
     }
-    if (text.find_first_not_of("0123456789") != std::string::npos) {
-        return qv::Value(text);
+    const auto identifier = qv::strictInteger(text);
+    if (!identifier && identifier.error().code == qv::ErrorCode::IntegerOutOfRange) {
+        throw BadInput("store item identifier " + text + " is too large (at most 9223372036854775807)");
     }
-    constexpr std::uint64_t kMaxIdentifier = std::numeric_limits<std::int64_t>::max();
-    constexpr std::uint64_t kDecimalBase = 10;
-    std::uint64_t identifier = 0;
-    for (const char digit : text) {
-        const auto value = static_cast<std::uint64_t>(digit - '0');
-        if (identifier > (kMaxIdentifier - value) / kDecimalBase) {
-            throw BadInput("store item identifier " + text + " is too large (at most 9223372036854775807)");
-        }
-        identifier = identifier * kDecimalBase + value;
-    }
-    return qv::Value(static_cast<long long>(identifier));
+    return identifier ? qv::Value(static_cast<long long>(*identifier)) : qv::Value(text);
 }
 
 std::string keyText(const qv::Value &key) {
@@ -303,14 +294,13 @@ void reviewRecords(const ReviewOptions &options, Io &io) {
         }
         if (line == "e") {
             screen->toggleEditing();
-        } else if (line.size() > 2 && line.compare(0, 2, "d ") == 0 && line.size() < 12 &&
-                   line.find_first_not_of("0123456789", 2) == std::string::npos) {
-            const std::size_t number = std::stoul(line.substr(2));
-            if (number == 0 || number > screen->rowCount()) {
+        } else if (line.size() > 2 && line.compare(0, 2, "d ") == 0 && qv::strictInteger(line.substr(2))) {
+            const auto number = qv::strictInteger(line.substr(2), 1, static_cast<std::int64_t>(screen->rowCount()));
+            if (!number) {
                 io.out << "no row " << line.substr(2) << "\n";
                 continue;
             }
-            const std::string key = keyText(screen->keys()[number - 1]);
+            const std::string key = keyText(screen->keys()[static_cast<std::size_t>(*number - 1)]);
             // The screen stays open while others change the file: each deletion reads the records afresh under
             // the change lock, so it removes one record and keeps everything added meanwhile.
             const auto lock =
@@ -321,7 +311,7 @@ void reviewRecords(const ReviewOptions &options, Io &io) {
                 continue;
             }
             opened.store().reloadBlockedUpdatesDict();
-            const auto unblocked = screen->deleteRow(number - 1);
+            const auto unblocked = screen->deleteRow(static_cast<std::size_t>(*number - 1));
             io.out << (unblocked ? "unblocked " + key : "not saved: " + unblocked.error().describe()) << "\n";
         } else {
             io.out << "commands: d N (delete row N), e (Edit/Done), q (quit)\n";

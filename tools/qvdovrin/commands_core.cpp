@@ -2,17 +2,17 @@
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <cstdint>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 #include <string_view>
-#include <system_error>
 #include <vector>
 
 #include "base/json.h"
+#include "base/text.h"
 #include "base/value.h"
 #include "service/buy_parameters.h"
 #include "service/version_compare.h"
@@ -27,20 +27,14 @@ namespace {
 constexpr std::string_view kDecimalDigits = "0123456789";
 
 std::int64_t parseInteger(const std::string &text) {
-    std::int64_t value = 0;
-    const char *first = text.data();
-    const char *last = text.data() + text.size();
-    if (first != last && *first == '+') {
-        ++first;
+    const auto value =
+        qv::strictInteger(text, std::numeric_limits<std::int64_t>::min(), std::numeric_limits<std::int64_t>::max());
+    if (!value) {
+        throw BadInput((value.error().code == qv::ErrorCode::IntegerOutOfRange ? "state out of range: "
+                                                                               : "state is not an integer: ") +
+                       text);
     }
-    const auto [end, error] = std::from_chars(first, last, value);
-    if (error == std::errc::result_out_of_range) {
-        throw BadInput("state out of range: " + text);
-    }
-    if (error != std::errc() || end != last || first == last) {
-        throw BadInput("state is not an integer: " + text);
-    }
-    return value;
+    return *value;
 }
 
 // The store hands over only the low 32 bits of its state.

@@ -9,16 +9,17 @@
 #include <iostream>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
 
 #include "base/json.h"
+#include "base/text.h"
 #include "downgrade/versions_list_model.h"
 #include "posix/curl_http.h"
 #include "posix/thread_queues.h"
-#include "server/request_bodies.h"
 #include "service/buy_parameters.h"
 #include "store/purchase_initiated.h"
 
@@ -35,10 +36,6 @@ struct DowngradeOptions {
     bool previous = false;
     bool json = false;
 };
-
-bool isDecimal(const std::string &text) {
-    return !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-}
 
 // The purchase asking for the version: the given buy parameters rewritten, or a new purchase.
 std::string buyParametersFor(const DowngradeOptions &options, const std::string &storeIdentifier,
@@ -63,11 +60,10 @@ std::string checkedVersion(const std::optional<std::string> &version) {
     if (!version) {
         throw BadInput("that version has no external identifier; type one with +");
     }
-    if (!isDecimal(*version)) {
-        throw BadInput("an external version identifier is decimal digits: " + *version);
-    }
-    if (!qv::server::identifierFrom(std::string_view(*version))) {
-        throw BadInput("an external version identifier is too large (at most 9223372036854775807): " + *version);
+    if (const auto identifier = qv::strictInteger(*version); !identifier) {
+        throw BadInput(identifier.error().code == qv::ErrorCode::IntegerOutOfRange
+                           ? "an external version identifier is too large (at most 9223372036854775807): " + *version
+                           : "an external version identifier is decimal digits: " + *version);
     }
     return *version;
 }
@@ -124,10 +120,11 @@ void askForChoice(TerminalUi &ui, qv::VersionsListModel &list, Io &io) {
         list.typeVersion();
         return;
     }
-    if (!isDecimal(*line) || line->size() > 9 || std::stoul(*line) < 1 || std::stoul(*line) > rows.size()) {
+    const auto choice = qv::strictInteger(*line, 1, static_cast<std::int64_t>(rows.size()));
+    if (!choice) {
         throw BadInput("not a choice: " + *line + " (choose 1-" + std::to_string(rows.size()) + ")");
     }
-    list.chooseRow(std::stoul(*line) - 1);
+    list.chooseRow(static_cast<std::size_t>(*choice - 1));
 }
 
 void downgrade(const DowngradeOptions &options, Io &io) {

@@ -277,26 +277,28 @@ void registerServiceCommands(CLI::App &app, Io &io) {
         ->capture_default_str();
     serveCommand->add_option("--max-events", serveOptions->maxEvents, "Search events kept, newest first")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(wholeNumber(1));
     serveCommand->add_option("--max-event-bytes", serveOptions->maxEventBytes, "Bytes of search events kept")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(wholeNumber(1));
     serveCommand->add_option("--max-versions-per-app", serveOptions->maxVersionsPerApp, "Versions kept per app")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(wholeNumber(1));
     serveCommand
         ->add_option("--max-versions-per-report", serveOptions->maxVersionsPerReport, "Versions one report may carry")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(wholeNumber(1));
     serveCommand->add_option("--reply-cache-bytes", serveOptions->replyCacheBytes, "Memory for cached versions lists")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check(wholeNumber(0));
     serveCommand->add_option("--max-version-bytes", serveOptions->maxVersionBytes, "Bytes of apps and versions kept")
         ->capture_default_str()
-        ->check(CLI::PositiveNumber);
+        ->check(wholeNumber(1));
     serveCommand
         ->add_option("--max-writes-per-minute", serveOptions->writesPerMinute,
                      "Reports and events one client may send per minute (0: no limit)")
-        ->capture_default_str();
+        ->capture_default_str()
+        ->check(wholeNumber(0));
     serveCommand->add_option("--client-address-header", serveOptions->clientAddressHeader,
                              "Header a trusted proxy sets to the client's address (e.g. X-Real-IP)");
     serveCommand->callback([serveOptions, &io] { serve(*serveOptions, io); });

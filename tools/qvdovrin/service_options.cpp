@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "base/text.h"
 #include "commands.h"
-#include "server/request_bodies.h"
 
 namespace qvdovrin {
 
@@ -41,12 +41,21 @@ qv::ServiceEndpoints endpointsFor(const std::string &serverUrl) {
 }
 
 std::string checkedStoreIdentifier(const std::string &text) {
-    if (!qv::server::identifierFrom(std::string_view(text))) {
-        const bool digits = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
-        throw BadInput(digits ? "a store identifier is too large (at most 9223372036854775807): " + text
-                              : "a store identifier is decimal digits: " + text);
+    if (const auto identifier = qv::strictInteger(text); !identifier) {
+        throw BadInput(identifier.error().code == qv::ErrorCode::IntegerOutOfRange
+                           ? "a store identifier is too large (at most 9223372036854775807): " + text
+                           : "a store identifier is decimal digits: " + text);
     }
     return text;
+}
+
+CLI::Validator wholeNumber(std::int64_t least, std::int64_t most) {
+    return CLI::Validator(
+        [least, most](std::string &text) -> std::string {
+            const auto number = qv::strictInteger(text, least, most);
+            return number ? std::string() : number.error().describe();
+        },
+        "NUMBER");
 }
 
 void addServerOption(CLI::App &command, std::string &serverUrl) {

@@ -2,13 +2,16 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
+#include <limits>
 #include <string>
 
 #include "service/service_endpoints.h"
 
 namespace CLI {
 class App;
-}
+class Validator;
+} // namespace CLI
 
 namespace qvdovrin {
 
@@ -17,6 +20,9 @@ qv::ServiceEndpoints endpointsFor(const std::string &serverUrl);
 // The text when it is decimal digits; BadInput otherwise.
 std::string checkedStoreIdentifier(const std::string &text);
 void addServerOption(CLI::App &command, std::string &serverUrl);
+// A count or size given on the command line, read as the service reads identifiers: whole decimal digits from
+// least to most, so "1e3", "0x10" or " 5" are refused rather than read as something else.
+CLI::Validator wholeNumber(std::int64_t least, std::int64_t most = std::numeric_limits<std::int64_t>::max());
 
 inline constexpr double kDefaultTimeoutSeconds = 15;
 inline constexpr double kMaxTimeoutSeconds = 3600;

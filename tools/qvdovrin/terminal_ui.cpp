@@ -1,9 +1,12 @@
 // Drawing dialogs and screens as text and reading the user's answers from a stream.
 #include "terminal_ui.h"
 
+#include <cstdint>
 #include <istream>
 #include <ostream>
 #include <string>
+
+#include "base/text.h"
 
 namespace qvdovrin {
 
@@ -76,13 +79,9 @@ void TerminalUi::presentDialog(const qv::Dialog &dialog, std::function<void(cons
     if (!line) {
         return;
     }
-    try {
-        const std::size_t chosen = std::stoul(*line);
-        if (chosen >= 1 && chosen <= dialog.buttons.size()) {
-            answer({chosen - 1, {}});
-        }
-    } catch (const std::exception &) {
-        // Not a number: the dialog is left unanswered, as a dismissed one is.
+    // Anything but a button's number leaves the dialog unanswered, as a dismissed one is.
+    if (const auto chosen = qv::strictInteger(*line, 1, static_cast<std::int64_t>(dialog.buttons.size()))) {
+        answer({static_cast<std::size_t>(*chosen - 1), {}});
     }
 }
 
