@@ -5,76 +5,19 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
-#include <iterator>
+#include <limits>
 #include <utility>
 
+#include "base/text.h"
 #include "server/clients.h"
+#include "server/schema.h"
 
 namespace qv::server {
 
 namespace {
 
-// Every schema change, in order; the schema_version table records how many of them a database has had.
-constexpr const char *kMigrations[] = {
-    R"sql(
-CREATE TABLE apps(
-  app_id bigint PRIMARY KEY,
-  bundle_id text NOT NULL,
-  title text NOT NULL,
-  reported_at bigint NOT NULL);
-CREATE INDEX apps_by_bundle_id ON apps(bundle_id);
-CREATE TABLE versions(
-  app_id bigint NOT NULL REFERENCES apps(app_id),
-  external_id bigint NOT NULL,
-  display text NOT NULL,
-  reported_at bigint NOT NULL,
-  PRIMARY KEY(app_id, external_id));
-CREATE TABLE search_events(
-  id bigserial PRIMARY KEY,
-  query text NOT NULL,
-  body text NOT NULL,
-  bytes bigint NOT NULL,
-  received_at bigint NOT NULL);
-CREATE TABLE search_event_totals(
-  id integer PRIMARY KEY CHECK(id = 1),
-  events bigint NOT NULL,
-  bytes bigint NOT NULL);
-INSERT INTO search_event_totals(id, events, bytes) VALUES(1, 0, 0);
-CREATE TABLE service_state(
-  id integer PRIMARY KEY CHECK(id = 1),
-  opened_at bigint NOT NULL);
-)sql",
-    // Who reported what, the bytes kept and the key senders' addresses are hashed with. Versions stored before
-    // senders were counted get one anonymous sender, so they do not look less supported than anything new.
-    R"sql(
-CREATE TABLE version_sources(
-  app_id bigint NOT NULL,
-  external_id bigint NOT NULL,
-  client text NOT NULL,
-  PRIMARY KEY(app_id, external_id, client));
-CREATE TABLE app_sources(
-  app_id bigint NOT NULL,
-  client text NOT NULL,
-  PRIMARY KEY(app_id, client));
-INSERT INTO version_sources(app_id, external_id, client) SELECT app_id, external_id, '' FROM versions;
-INSERT INTO app_sources(app_id, client) SELECT app_id, '' FROM apps;
-CREATE TABLE version_bytes(
-  id integer PRIMARY KEY CHECK(id = 1),
-  total bigint NOT NULL);
-INSERT INTO version_bytes(id, total) SELECT 1,
-  (SELECT COALESCE(SUM(octet_length(bundle_id) + octet_length(title) + 64), 0) FROM apps) +
-  (SELECT COALESCE(SUM(octet_length(display) + 64), 0) FROM versions);
-CREATE TABLE client_key(
-  id integer PRIMARY KEY CHECK(id = 1),
-  secret text NOT NULL);
-)sql",
-};
-
 // Held for the length of the migration transaction, so instances starting together migrate one after another.
 constexpr const char *kMigrationLock = "SELECT pg_advisory_xact_lock(7423510982)";
-constexpr const char *kSchemaVersionTable = "CREATE TABLE IF NOT EXISTS schema_version(version integer NOT NULL)";
-constexpr const char *kSchemaVersion = "SELECT COALESCE(MAX(version), 0) FROM schema_version";
 
 struct Statement {
     const char *name;
@@ -199,8 +142,11 @@ class QueryResult {
     }
     int rows() const { return PQntuples(result_); }
     std::string text(int row, int column) const { return PQgetvalue(result_, row, column); }
+    // The server writes integers in plain decimal; anything else (a NULL's empty text) reads as 0.
     std::int64_t integer(int row, int column) const {
-        return std::strtoll(PQgetvalue(result_, row, column), nullptr, 10);
+        return strictInteger(PQgetvalue(result_, row, column), std::numeric_limits<std::int64_t>::min(),
+                             std::numeric_limits<std::int64_t>::max())
+            .valueOr(0);
     }
     bool isNull(int row, int column) const { return PQgetisnull(result_, row, column) == 1; }
 
@@ -343,6 +289,21 @@ class PostgresStorage::Connection {
         return (*result)->integer(0, 0);
     }
 
+    // Runs the work in one transaction: committed when it succeeds, rolled back when it or the commit fails.
+    template <typename Work> Result<void> inTransaction(Work &&work) {
+        if (auto begun = execute("BEGIN"); !begun) {
+            return begun;
+        }
+        Result<void> outcome = work();
+        if (outcome) {
+            outcome = execute("COMMIT");
+        }
+        if (!outcome) {
+            rollBack();
+        }
+        return outcome;
+    }
+
     // Undoes the open transaction; the failure that led here is the one worth reporting.
     void rollBack() { (void)execute("ROLLBACK"); }
 
@@ -355,55 +316,46 @@ class PostgresStorage::Connection {
 
 namespace {
 
-// Brings the schema up to date and records the opening, in one transaction under the migration lock.
-Result<void> migrate(PostgresStorage::Connection &db) {
-    if (auto begun = db.execute("BEGIN"); !begun) {
-        return begun;
+// Runs the schema changes the database has not had yet; inside migrate's transaction, under the migration lock.
+Result<void> upgradeSchema(PostgresStorage::Connection &db) {
+    if (auto made = db.execute(kSchemaVersionTable); !made) {
+        return made;
     }
-    Result<void> outcome = db.execute(kMigrationLock);
-    if (outcome) {
-        outcome = db.execute(kSchemaVersionTable);
+    auto current = db.plain(kSchemaVersion);
+    if (!current) {
+        return current.error();
     }
-    if (outcome) {
-        auto current = db.plain(kSchemaVersion);
-        if (!current) {
-            outcome = current.error();
-        } else {
-            const std::int64_t applied = (*current)->integer(0, 0);
-            constexpr auto kKnown = static_cast<std::int64_t>(std::size(kMigrations));
-            if (applied > kKnown) {
-                outcome = storageFailure("the database's schema (version " + std::to_string(applied) +
-                                         ") is newer than this service knows (version " + std::to_string(kKnown) + ")");
-            }
-            for (std::int64_t next = applied; outcome && next < kKnown; ++next) {
-                outcome = db.execute(kMigrations[next]);
-            }
-            if (outcome && applied < kKnown) {
-                const std::string record = "DELETE FROM schema_version; INSERT INTO schema_version(version) VALUES(" +
-                                           std::to_string(kKnown) + ")";
-                outcome = db.execute(record.c_str());
-            }
+    const auto pending = pendingSchemaChanges((*current)->integer(0, 0));
+    if (!pending) {
+        return pending.error();
+    }
+    for (const auto &change : *pending) {
+        if (auto changed = db.execute(change.postgres); !changed) {
+            return changed;
         }
     }
-    if (outcome) {
-        outcome = db.prepareAll();
-    }
-    if (outcome) {
-        auto made = db.query(kMakeClientKey, {randomSecret()});
-        outcome = made ? Result<void>() : Result<void>(made.error());
-    }
-    if (outcome) {
+    return pending->empty() ? Result<void>() : db.execute(recordSchemaVersion(schemaChanges().size()).c_str());
+}
+
+// Brings the schema up to date and records the opening, in one transaction under the migration lock.
+Result<void> migrate(PostgresStorage::Connection &db) {
+    return db.inTransaction([&db]() -> Result<void> {
+        if (auto locked = db.execute(kMigrationLock); !locked) {
+            return locked;
+        }
+        if (auto upgraded = upgradeSchema(db); !upgraded) {
+            return upgraded;
+        }
+        if (auto prepared = db.prepareAll(); !prepared) {
+            return prepared;
+        }
+        if (auto made = db.query(kMakeClientKey, {randomSecret()}); !made) {
+            return made.error();
+        }
         // A real write at every open: a database that cannot take it is refused before the service listens.
         auto proven = db.query(kProveWritable, {std::to_string(nowSeconds())});
-        outcome = proven ? Result<void>() : Result<void>(proven.error());
-    }
-    if (outcome) {
-        outcome = db.execute("COMMIT");
-    }
-    if (!outcome) {
-        db.rollBack();
-    }
-    return outcome;
+        return proven ? Result<void>() : Result<void>(proven.error());
+    });
 }
 
 Result<std::vector<AppSummary>> readSummaries(const QueryResult &rows) {
@@ -438,6 +390,19 @@ class PostgresStorage::Lease {
             checkAfterFailure();
         }
         return rows;
+    }
+    // The work in one transaction on the leased connection.
+    template <typename Work> Result<void> inTransaction(Work &&work) {
+        auto leased = connection();
+        if (!leased) {
+            return leased.error();
+        }
+        Connection &db = **leased;
+        Result<void> outcome = db.inTransaction([&] { return work(db); });
+        if (!outcome) {
+            checkAfterFailure();
+        }
+        return outcome;
     }
     // A connection that failed mid-call and lost its server is made afresh on its next lease.
     void checkAfterFailure() {
@@ -603,24 +568,7 @@ Result<void> PostgresStorage::recordReport(const VersionReport &report) {
                     "a report carries at most " + std::to_string(options_.maxVersionsPerApp) + " versions here");
     }
     Lease lease(*this);
-    auto connection = lease.connection();
-    if (!connection) {
-        return connection.error();
-    }
-    Connection &db = **connection;
-    if (auto begun = db.execute("BEGIN"); !begun) {
-        lease.checkAfterFailure();
-        return begun;
-    }
-    Result<void> outcome = recordInTransaction(db, report, options_);
-    if (outcome) {
-        outcome = db.execute("COMMIT");
-    }
-    if (!outcome) {
-        db.rollBack();
-        lease.checkAfterFailure();
-    }
-    return outcome;
+    return lease.inTransaction([&](Connection &db) { return recordInTransaction(db, report, options_); });
 }
 
 Result<std::vector<StoredVersion>> PostgresStorage::versionsOf(std::int64_t appId) {
@@ -699,24 +647,9 @@ Result<void> insertAndTrim(PostgresStorage::Connection &db, const SearchEvent &e
 
 Result<void> PostgresStorage::recordSearchEvent(const SearchEvent &event) {
     Lease lease(*this);
-    auto connection = lease.connection();
-    if (!connection) {
-        return connection.error();
-    }
-    Connection &db = **connection;
-    if (auto begun = db.execute("BEGIN"); !begun) {
-        lease.checkAfterFailure();
-        return begun;
-    }
-    Result<void> outcome = insertAndTrim(db, event, options_.maxSearchEvents, options_.maxSearchEventBytes);
-    if (outcome) {
-        outcome = db.execute("COMMIT");
-    }
-    if (!outcome) {
-        db.rollBack();
-        lease.checkAfterFailure();
-    }
-    return outcome;
+    return lease.inTransaction([&](Connection &db) {
+        return insertAndTrim(db, event, options_.maxSearchEvents, options_.maxSearchEventBytes);
+    });
 }
 
 Result<std::int64_t> PostgresStorage::versionBytes() {

@@ -11,67 +11,13 @@
 #include <utility>
 
 #include "server/clients.h"
+#include "server/schema.h"
 
 namespace qv::server {
 
 namespace {
 
 // The statements stay C strings: SQLite reads them up to their terminating NUL.
-constexpr const char *kSchema = R"sql(
-CREATE TABLE IF NOT EXISTS apps(
-  app_id INTEGER PRIMARY KEY,
-  bundle_id TEXT NOT NULL,
-  title TEXT NOT NULL,
-  reported_at INTEGER NOT NULL);
-CREATE INDEX IF NOT EXISTS apps_by_bundle_id ON apps(bundle_id);
-CREATE TABLE IF NOT EXISTS versions(
-  app_id INTEGER NOT NULL REFERENCES apps(app_id),
-  external_id INTEGER NOT NULL,
-  display TEXT NOT NULL,
-  reported_at INTEGER NOT NULL,
-  PRIMARY KEY(app_id, external_id)) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS search_events(
-  id INTEGER PRIMARY KEY AUTOINCREMENT,
-  query TEXT NOT NULL,
-  body TEXT NOT NULL,
-  received_at INTEGER NOT NULL);
-CREATE TABLE IF NOT EXISTS search_event_bytes(
-  id INTEGER PRIMARY KEY CHECK(id = 1),
-  total INTEGER NOT NULL);
-INSERT OR IGNORE INTO search_event_bytes(id, total)
-  SELECT 1, COALESCE(SUM(length(CAST(query AS BLOB)) + length(CAST(body AS BLOB))), 0) FROM search_events;
-CREATE TABLE IF NOT EXISTS service_state(
-  id INTEGER PRIMARY KEY CHECK(id = 1),
-  opened_at INTEGER NOT NULL);
-)sql";
-
-// Who reported what, the bytes kept and the key senders' addresses are hashed with. Versions stored before senders
-// were counted get one anonymous sender, so they do not look less supported than anything new.
-constexpr const char *kSourcesSchema = R"sql(
-CREATE TABLE IF NOT EXISTS version_sources(
-  app_id INTEGER NOT NULL,
-  external_id INTEGER NOT NULL,
-  client TEXT NOT NULL,
-  PRIMARY KEY(app_id, external_id, client)) WITHOUT ROWID;
-CREATE TABLE IF NOT EXISTS app_sources(
-  app_id INTEGER NOT NULL,
-  client TEXT NOT NULL,
-  PRIMARY KEY(app_id, client)) WITHOUT ROWID;
-INSERT OR IGNORE INTO version_sources(app_id, external_id, client)
-  SELECT v.app_id, v.external_id, '' FROM versions v
-  WHERE NOT EXISTS (SELECT 1 FROM version_sources s WHERE s.app_id = v.app_id AND s.external_id = v.external_id);
-INSERT OR IGNORE INTO app_sources(app_id, client)
-  SELECT a.app_id, '' FROM apps a WHERE NOT EXISTS (SELECT 1 FROM app_sources s WHERE s.app_id = a.app_id);
-CREATE TABLE IF NOT EXISTS version_bytes(
-  id INTEGER PRIMARY KEY CHECK(id = 1),
-  total INTEGER NOT NULL);
-INSERT OR IGNORE INTO version_bytes(id, total) SELECT 1,
-  (SELECT COALESCE(SUM(length(CAST(bundle_id AS BLOB)) + length(CAST(title AS BLOB)) + 64), 0) FROM apps) +
-  (SELECT COALESCE(SUM(length(CAST(display AS BLOB)) + 64), 0) FROM versions);
-CREATE TABLE IF NOT EXISTS client_key(
-  id INTEGER PRIMARY KEY CHECK(id = 1),
-  secret TEXT NOT NULL);
-)sql";
 constexpr const char *kMakeClientKey = "INSERT OR IGNORE INTO client_key(id, secret) VALUES(1, ?1)";
 constexpr const char *kClientKey = "SELECT secret FROM client_key WHERE id = 1";
 
@@ -192,38 +138,68 @@ class SqliteStorage::Connection {
         return {};
     }
 
-    // Creates what is missing of the schema and records the opening, in one transaction.
-    Result<void> proveWritable() {
+    // Runs the work in one write transaction: committed when it succeeds, rolled back when it or the commit fails.
+    // The write lock is taken at the start, so the work never meets another writer half-way.
+    template <typename Work> Result<void> inTransaction(Work &&work) {
         if (auto begun = execute("BEGIN IMMEDIATE"); !begun) {
             return begun;
         }
-        Result<void> outcome = execute(kSchema);
+        Result<void> outcome = work();
         if (outcome) {
-            outcome = execute(kSourcesSchema);
-        }
-        if (outcome) {
-            sqlite3_stmt *key = prepare(kMakeClientKey);
-            const std::string secret = randomSecret();
-            if (key != nullptr) {
-                bindText(key, 1, secret);
-            }
-            if (key == nullptr || sqlite3_step(key) != SQLITE_DONE) {
-                outcome = storageFailure(lastError());
-            }
-        }
-        if (outcome) {
-            sqlite3_stmt *opened = prepare(kProveWritable);
-            if (opened != nullptr) {
-                sqlite3_bind_int64(opened, 1, nowSeconds());
-            }
-            outcome = opened != nullptr && sqlite3_step(opened) == SQLITE_DONE
-                          ? execute("COMMIT")
-                          : Result<void>(storageFailure(lastError()));
+            outcome = execute("COMMIT");
         }
         if (!outcome) {
             rollBack();
         }
         return outcome;
+    }
+
+    // Brings the schema up to date and records the opening, in one transaction.
+    Result<void> proveWritable() {
+        return inTransaction([this]() -> Result<void> {
+            if (auto upgraded = upgradeSchema(); !upgraded) {
+                return upgraded;
+            }
+            sqlite3_stmt *key = prepare(kMakeClientKey);
+            const std::string secret = randomSecret();
+            if (key == nullptr) {
+                return storageFailure(lastError());
+            }
+            bindText(key, 1, secret);
+            if (sqlite3_step(key) != SQLITE_DONE) {
+                return storageFailure(lastError());
+            }
+            sqlite3_stmt *opened = prepare(kProveWritable);
+            if (opened == nullptr) {
+                return storageFailure(lastError());
+            }
+            sqlite3_bind_int64(opened, 1, nowSeconds());
+            if (sqlite3_step(opened) != SQLITE_DONE) {
+                return storageFailure(lastError());
+            }
+            return {};
+        });
+    }
+
+    // Runs the schema changes the file has not had yet; inside proveWritable's transaction.
+    Result<void> upgradeSchema() {
+        if (auto made = execute(kSchemaVersionTable); !made) {
+            return made;
+        }
+        const auto applied = integer(kSchemaVersion);
+        if (!applied) {
+            return applied.error();
+        }
+        const auto pending = pendingSchemaChanges(*applied);
+        if (!pending) {
+            return pending.error();
+        }
+        for (const auto &change : *pending) {
+            if (auto changed = execute(change.sqlite); !changed) {
+                return changed;
+            }
+        }
+        return pending->empty() ? Result<void>() : execute(recordSchemaVersion(schemaChanges().size()).c_str());
     }
 
     // The single integer a statement yields, bound to at most one parameter.
@@ -395,19 +371,15 @@ Result<void> SqliteStorage::recordReport(const VersionReport &report) {
         return writer.error();
     }
     Connection &db = **writer;
-    if (auto begun = db.execute("BEGIN IMMEDIATE"); !begun) {
+    return writeLocked(db, [&] { return recordLocked(db, report); });
+}
+
+// A write on the writer in one transaction. A database failure drops the writer: a connection that met a read-only
+// or vanished file stays that way, and the next write opens the file as it is then.
+Result<void> SqliteStorage::writeLocked(Connection &db, const std::function<Result<void>()> &work) {
+    Result<void> outcome = db.inTransaction(work);
+    if (!outcome && outcome.error().code == ErrorCode::StorageFailed) {
         writer_.reset();
-        return begun;
-    }
-    Result<void> outcome = recordLocked(db, report);
-    if (outcome) {
-        outcome = db.execute("COMMIT");
-    }
-    if (!outcome) {
-        db.rollBack();
-        if (outcome.error().code == ErrorCode::StorageFailed) {
-            writer_.reset();
-        }
     }
     return outcome;
 }
@@ -563,28 +535,19 @@ Result<void> SqliteStorage::recordSearchEvent(const SearchEvent &event) {
         return writer.error();
     }
     Connection &db = **writer;
-    if (auto begun = db.execute("BEGIN IMMEDIATE"); !begun) {
-        writer_.reset();
-        return begun;
-    }
-    bool ok = false;
-    if (sqlite3_stmt *insert = db.prepare(kInsertEvent)) {
+    return writeLocked(db, [&]() -> Result<void> {
+        sqlite3_stmt *insert = db.prepare(kInsertEvent);
+        if (insert == nullptr) {
+            return storageFailure(db.lastError());
+        }
         bindText(insert, 1, event.query);
         bindText(insert, 2, event.bodyJson);
         sqlite3_bind_int64(insert, 3, nowSeconds());
-        ok = sqlite3_step(insert) == SQLITE_DONE;
-    }
-    Result<void> outcome =
-        ok ? trimSearchEvents(db, static_cast<std::int64_t>(event.query.size() + event.bodyJson.size()))
-           : Result<void>(storageFailure(db.lastError()));
-    if (outcome) {
-        outcome = db.execute("COMMIT");
-    }
-    if (!outcome) {
-        db.rollBack();
-        writer_.reset();
-    }
-    return outcome;
+        if (sqlite3_step(insert) != SQLITE_DONE) {
+            return storageFailure(db.lastError());
+        }
+        return trimSearchEvents(db, static_cast<std::int64_t>(event.query.size() + event.bodyJson.size()));
+    });
 }
 
 // Drops the oldest events beyond the count cap, then beyond the byte budget, keeping the running byte total in

@@ -6,6 +6,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -54,6 +55,7 @@ class SqliteStorage : public VersionStorage {
     void releaseReader(Connection *reader);
     // The writer, opened again (and proven writable) after a failed write; called with writerMutex_ held.
     Result<Connection *> writerLocked();
+    Result<void> writeLocked(Connection &db, const std::function<Result<void>()> &work);
     Result<void> trimSearchEvents(Connection &db, std::int64_t addedBytes);
     Result<void> recordLocked(Connection &db, const VersionReport &report);
 

@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 
 #include <cstdio>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <memory>
@@ -16,6 +17,7 @@
 #include <vector>
 
 #include "server/postgres_storage.h"
+#include "server/schema.h"
 #include "server/serve.h"
 #include "server/sqlite_storage.h"
 #include "server/version_service.h"
@@ -42,7 +44,35 @@ class Database {
     Database &operator=(const Database &) = delete;
     virtual ~Database() = default;
     virtual Result<std::unique_ptr<VersionStorage>> open(const StorageLimits &limits) = 0;
+    // Runs SQL on the database behind the service's back; true when it succeeded.
+    virtual bool administer(const std::string &sql) = 0;
 };
+
+// Runs SQL on a SQLite file behind the service's back; true when it succeeded.
+bool administerFile(const std::string &path, const std::string &sql) {
+    sqlite3 *db = nullptr;
+    const bool ok = sqlite3_open(path.c_str(), &db) == SQLITE_OK &&
+                    sqlite3_exec(db, sql.c_str(), nullptr, nullptr, nullptr) == SQLITE_OK;
+    sqlite3_close(db);
+    return ok;
+}
+
+// The single integer a query on a SQLite file yields, or -1.
+std::int64_t fileInteger(const std::string &path, const std::string &sql) {
+    std::int64_t value = -1;
+    sqlite3 *db = nullptr;
+    if (sqlite3_open(path.c_str(), &db) == SQLITE_OK) {
+        sqlite3_exec(
+            db, sql.c_str(),
+            [](void *out, int, char **values, char **) {
+                *static_cast<std::int64_t *>(out) = values[0] != nullptr ? std::stoll(values[0]) : -1;
+                return 0;
+            },
+            &value, nullptr);
+    }
+    sqlite3_close(db);
+    return value;
+}
 
 class SqliteDatabase : public Database {
   public:
@@ -57,6 +87,7 @@ class SqliteDatabase : public Database {
         }
         return std::unique_ptr<VersionStorage>(std::move(*opened));
     }
+    bool administer(const std::string &sql) override { return administerFile(directory_.file("v.sqlite"), sql); }
 
   private:
     test::TemporaryDirectory directory_{"qv-storage"};
@@ -79,6 +110,9 @@ class PostgresDatabase : public Database {
             return opened.error();
         }
         return std::unique_ptr<VersionStorage>(std::move(*opened));
+    }
+    bool administer(const std::string &sql) override {
+        return test::PostgresCluster::shared().administer(test::PostgresCluster::databaseOf(url_), sql);
     }
 
   private:
@@ -202,6 +236,59 @@ struct NoCase {
 class EachBackend : public OnEachBackend<NoCase> {};
 INSTANTIATE_TEST_SUITE_P(Storage, EachBackend, ::testing::Combine(kBackends, ::testing::Values(NoCase{})),
                          [](const auto &info) { return backendName(std::get<0>(info.param)); });
+
+TEST_P(EachBackend, ADatabaseANewerReleaseUpgradedIsRefusedRatherThanMisread) {
+    ASSERT_TRUE(database_->open({}));
+    ASSERT_TRUE(database_->administer(recordSchemaVersion(schemaChanges().size() + 1)));
+    const auto refused = database_->open({});
+    ASSERT_FALSE(refused);
+    EXPECT_NE(refused.error().describe().find("schema is at version " + std::to_string(schemaChanges().size() + 1)),
+              std::string::npos)
+        << refused.error().describe();
+}
+
+// A file the service made before schema changes were numbered: two apps (one version without a display text), one
+// search event. It must open, upgrade in place and keep everything, its client key included, and stay that way on
+// every later start.
+TEST(SqliteUpgrade, AFileFromBeforeNumberedChangesKeepsItsData) {
+    const test::TemporaryDirectory directory("qv-upgrade");
+    const std::string path = directory.file("v.sqlite");
+    std::filesystem::copy_file(std::string(QV_TEST_DATA_DIR) + "/server/unversioned-schema.sqlite", path);
+    sqlite3 *original = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &original), SQLITE_OK);
+    std::string clientKey;
+    sqlite3_exec(
+        original, "SELECT secret FROM client_key",
+        [](void *out, int, char **values, char **) {
+            *static_cast<std::string *>(out) = values[0];
+            return 0;
+        },
+        &clientKey, nullptr);
+    sqlite3_close(original);
+    ASSERT_FALSE(clientKey.empty());
+    for (int start = 1; start <= 2; ++start) {
+        SCOPED_TRACE("start " + std::to_string(start));
+        auto storage = openAt(path);
+        ASSERT_TRUE(storage) << storage.error().describe();
+        const auto versions = (*storage)->versionsOf(284882215);
+        ASSERT_TRUE(versions && versions->size() == 2U);
+        EXPECT_EQ((*versions)[0].display + " " + std::to_string((*versions)[0].externalId), "1.2.0 811000001");
+        EXPECT_EQ((*versions)[1].display + " " + std::to_string((*versions)[1].externalId), "1.1.5 810000004");
+        const auto notes = (*storage)->appsWithBundleId("com.example.notes");
+        ASSERT_TRUE(notes && notes->size() == 1U);
+        EXPECT_EQ((*notes)[0].appId, 310633997);
+        EXPECT_EQ((*storage)->appsWithId(284882215)->at(0).title, "Chat <b>Today</b>");
+        EXPECT_EQ((*storage)->searchEventCount().valueOr(-1), 1);
+        EXPECT_EQ((*storage)->clientKey(), clientKey);
+        EXPECT_EQ((*storage)->versionBytes().valueOr(-1), 385 + (start - 1) * (3 + StorageLimits::kRowBytes));
+        EXPECT_EQ(fileInteger(path, "SELECT version FROM schema_version"),
+                  static_cast<std::int64_t>(schemaChanges().size()));
+        EXPECT_EQ(fileInteger(path, "SELECT COUNT(*) FROM version_sources"), 3 + (start - 1));
+        // The upgraded file takes new reports and counts them as before.
+        ASSERT_TRUE((*storage)->recordReport(VersionReport{
+            310633997, "com.example.notes", "Notes", {{9000 + start, std::to_string(start) + ".0"}}, "c"}));
+    }
+}
 
 TEST_P(EachBackend, AFullAppDropsTheVersionsFewestClientsReported) {
     StorageLimits limits;
