@@ -158,6 +158,9 @@ template <typename Case> class OnEachBackend : public ::testing::TestWithParam<s
     void SetUp() override {
         std::string skipReason;
         database_ = makeDatabase(std::get<0>(this->GetParam()), skipReason);
+        if (!database_ && test::PostgresCluster::required()) {
+            FAIL() << skipReason;
+        }
         if (!database_) {
             GTEST_SKIP() << skipReason;
         }
@@ -528,6 +531,9 @@ class PostgresOnly : public ::testing::Test {
   protected:
     void SetUp() override {
         auto url = freshPostgresDatabase();
+        if (!url && test::PostgresCluster::required()) {
+            FAIL() << url.error().detail;
+        }
         if (!url) {
             GTEST_SKIP() << url.error().detail;
         }

@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -30,7 +31,8 @@ class PostgresCluster {
         std::call_once(started, [&cluster] {
             cluster.start();
             if (!cluster.available()) {
-                std::fprintf(stderr, "PostgreSQL tests skipped: %s\n", cluster.unavailableReason_.c_str());
+                std::fprintf(stderr, "PostgreSQL tests %s: %s\n", required() ? "failed" : "skipped",
+                             cluster.unavailableReason_.c_str());
             }
         });
         return cluster;
@@ -43,6 +45,12 @@ class PostgresCluster {
     }
 
     bool available() const { return unavailableReason_.empty(); }
+    // Whether a test without a cluster must fail rather than skip: in CI (CI=true) the bootstrap has installed the
+    // server, so a cluster that does not start is a broken machine, and skipping would let the run pass unseen.
+    static bool required() {
+        const char *ci = std::getenv("CI");
+        return ci != nullptr && std::string(ci) == "true";
+    }
     const std::string &unavailableReason() const { return unavailableReason_; }
 
     // A new, empty database on the cluster, as a postgresql:// URL; empty when it could not be made.
