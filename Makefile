@@ -4,7 +4,7 @@ JOBS ?= 2
 FUZZ_SECONDS ?= 30
 QVDOVRIN := build/linux/tools/qvdovrin/qvdovrin
 
-.PHONY: bootstrap build run test test-asan test-tsan coverage bench fuzz format format-check tidy lint clean ios package
+.PHONY: bootstrap build run test test-asan test-tsan coverage bench fuzz format format-check tidy lint clean ios package repo
 
 bootstrap:
 	@scripts/bootstrap.sh
@@ -70,6 +70,11 @@ package: bootstrap
 	$(if $(device_toolchain_missing),$(error make $@: $(device_toolchain_missing)))
 	cmake --preset package '-DCMAKE_OSX_ARCHITECTURES=$(DEVICE_ARCHS)' $(PHONE_ADDRESSES)
 	cmake --build --preset package -j $(JOBS)
+
+# The package source in build/repo from the packages make package built; `qvdovrin serve --repo build/repo` serves it
+# under /repo/. With QV_API_BASE_URL the packages' depiction and icon point at that service.
+repo: bootstrap
+	scripts/make-repo.py build/packages build/repo $(if $(QV_API_BASE_URL),--base-url '$(QV_API_BASE_URL)repo/')
 
 format:
 	scripts/check-format.sh --fix

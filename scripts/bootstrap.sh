@@ -9,6 +9,8 @@ packages=(
   libicu-dev libplist-dev libzip-dev libcurl4-openssl-dev libcli11-dev
   libboost-dev zlib1g-dev libcpp-httplib-dev libsqlite3-dev sqlite3 libpq-dev postgresql
   dpkg-dev fakeroot curl python3 python3-yaml
+  # The package source (make repo) and the tests of what an operator sees: apt-ftparchive, promtool.
+  apt-utils xz-utils bzip2 prometheus
   # The phone library: clang-22 compiles both slices; building the arm64e linker (README "The phone library") also
   # takes LLVM 22's TextAPI reader, uuid-dev and patchelf.
   clang-22 llvm-22 llvm-22-dev uuid-dev patchelf make

@@ -19,6 +19,7 @@
 #include <exception>
 #include <mutex>
 #include <thread>
+#include <unordered_set>
 #include <vector>
 
 #include "base/text.h"
@@ -44,6 +45,8 @@ constexpr std::chrono::seconds kLingerTime{2};
 constexpr std::string_view kContinue = "HTTP/1.1 100 Continue\r\n\r\n";
 constexpr std::string_view kHeaderEnd = "\r\n\r\n";
 constexpr int kExpectationFailed = 417;
+constexpr std::string_view kUnknown = "-";
+constexpr std::chrono::milliseconds kDrainPoll{20};
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') {
@@ -148,6 +151,8 @@ class WorkerPool {
     bool stopping_ = false;
 };
 
+class Connection;
+
 // What every connection shares: the handlers, the limits, the worker pools and the count of open connections.
 struct Shared {
     explicit Shared(const FrontLimits &frontLimits)
@@ -160,6 +165,12 @@ struct Shared {
     WorkerPool readers;
     WorkerPool writers;
     std::atomic<std::size_t> open{0};
+    FrontObserver *observer = nullptr;
+    // Set once the front drains: no request starts on a connection after its current one.
+    std::atomic<bool> draining{false};
+    // The open connections, so that draining can reach the idle ones; touched once per connection, not per request.
+    std::mutex liveMutex;
+    std::unordered_set<Connection *> live;
 };
 
 // Refusals that need only the header, sent before any of the body is read.
@@ -221,7 +232,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // parser takes it, and the parser itself puts no bound on a trailer.
     Connection(tcp::socket socket, std::shared_ptr<Shared> shared)
         : stream_(std::move(socket)), buffer_(shared->limits.maxHeaderBytes), shared_(std::move(shared)) {}
-    ~Connection() { --shared_->open; }
+    ~Connection() {
+        {
+            const std::lock_guard<std::mutex> lock(shared_->liveMutex);
+            shared_->live.erase(this);
+        }
+        --shared_->open;
+    }
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
 
@@ -231,10 +248,29 @@ class Connection : public std::enable_shared_from_this<Connection> {
         if (!error) {
             peer_ = remote.address().to_string();
         }
+        {
+            const std::lock_guard<std::mutex> lock(shared_->liveMutex);
+            shared_->live.insert(this);
+        }
         awaitRequest();
     }
 
+    // Runs on the connection's strand once the front drains: a connection waiting for its next request gets no
+    // further one. It lingers, so that a request already on its way is read and dropped rather than met with a reset.
+    void postDrainIfIdle() {
+        net::post(stream_.get_executor(), [self = shared_from_this()] { self->drainIfIdle(); });
+    }
+
   private:
+    void drainIfIdle() {
+        if (!idle_) {
+            return;
+        }
+        // The waiting read ends at once and its handler lingers.
+        lingering_ = true;
+        stream_.cancel();
+    }
+
     const FrontLimits &limits() const { return shared_->limits; }
 
     // A new connection has the header deadline from its accept to send a whole header, so silent sockets cannot
@@ -242,14 +278,24 @@ class Connection : public std::enable_shared_from_this<Connection> {
     // the next request's first byte.
     void awaitRequest() {
         scanned_ = 0;
+        if (shared_->draining) {
+            linger();
+            return;
+        }
         if (buffer_.size() > 0) {
             stream_.expires_after(limits().headerDeadline);
             collectHeader();
             return;
         }
         stream_.expires_after(answered_ == 0 ? limits().headerDeadline : limits().idleTimeout);
+        idle_ = true;
         stream_.async_read_some(buffer_.prepare(firstReadBytes()),
                                 [self = shared_from_this()](beast::error_code error, std::size_t bytes) {
+                                    self->idle_ = false;
+                                    if (self->lingering_) {
+                                        self->linger();
+                                        return;
+                                    }
                                     if (error) {
                                         self->close();
                                         return;
@@ -292,6 +338,11 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
 
     void readHeader(std::size_t end) {
+        if (shared_->observer != nullptr) {
+            started_ = std::chrono::steady_clock::now();
+            method_ = kUnknown;
+            path_.assign(kUnknown);
+        }
         if (end != std::string_view::npos && hasFoldedLine(end)) {
             write(errorResponse(status::kBadRequest, "folded header lines are not accepted"), false);
             return;
@@ -309,6 +360,18 @@ class Connection : public std::enable_shared_from_this<Connection> {
                                 });
     }
 
+    // Kept for the observer: the method, and the path without the query, which may carry what a client keeps private.
+    void noteRequestLine(const http::request_parser<http::string_body>::value_type &header) {
+        if (header.method() == http::verb::unknown) {
+            method_ = kUnknown;
+        } else {
+            const auto name = http::to_string(header.method());
+            method_ = std::string_view(name.data(), name.size());
+        }
+        const std::string_view target(header.target().data(), header.target().size());
+        path_.assign(target.substr(0, target.find('?')));
+    }
+
     // A line that starts with a space or tab continues the one before: two parsers could read it two ways.
     bool hasFoldedLine(std::size_t end) const {
         const std::string_view header(static_cast<const char *>(buffer_.data().data()), end);
@@ -322,6 +385,9 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     void continueToBody() {
         const auto &header = parser_->get();
+        if (shared_->observer != nullptr) {
+            noteRequestLine(header);
+        }
         if (auto refusal = refusalForHeader(header)) {
             write(std::move(*refusal), false, header.version());
             return;
@@ -407,6 +473,10 @@ class Connection : public std::enable_shared_from_this<Connection> {
 
     // A reply to HEAD states the length of the body a GET would get and sends none of it.
     void write(ServiceResponse reply, bool keepAlive, unsigned version = kHttp11, bool headOnly = false) {
+        keepAlive = keepAlive && !shared_->draining;
+        replyStatus_ = reply.status;
+        replyBytes_ = headOnly ? 0 : reply.body.size();
+        replyVersion_ = version;
         response_ = {};
         response_.version(version);
         response_.result(static_cast<unsigned>(reply.status));
@@ -428,6 +498,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
         http::async_write(stream_, response_,
                           [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
                               self->releaseReply();
+                              self->report();
                               ++self->answered_;
                               if (error) {
                                   self->close();
@@ -439,6 +510,21 @@ class Connection : public std::enable_shared_from_this<Connection> {
                               }
                               self->awaitRequest();
                           });
+    }
+
+    void report() const {
+        if (shared_->observer == nullptr) {
+            return;
+        }
+        AnsweredRequest answered;
+        answered.method = method_;
+        answered.path = path_;
+        answered.peer = peer_;
+        answered.version = replyVersion_;
+        answered.status = replyStatus_;
+        answered.bodyBytes = replyStatus_ == status::kNotModified ? 0 : replyBytes_;
+        answered.elapsed = std::chrono::steady_clock::now() - started_;
+        shared_->observer->answered(answered);
     }
 
     // An idle connection keeps nothing of its last reply. Moving an empty message over it would not do: a string
@@ -486,6 +572,15 @@ class Connection : public std::enable_shared_from_this<Connection> {
     std::size_t answered_ = 0;
     std::size_t scanned_ = 0;
     std::string peer_;
+    // Only touched on the connection's strand.
+    bool idle_ = false;
+    bool lingering_ = false;
+    std::chrono::steady_clock::time_point started_;
+    std::string_view method_ = kUnknown;
+    std::string path_;
+    int replyStatus_ = 0;
+    std::size_t replyBytes_ = 0;
+    unsigned replyVersion_ = kHttp11;
 };
 
 std::string refusalText() {
@@ -537,6 +632,7 @@ struct HttpFront::State {
         socket.set_option(tcp::no_delay(true), ignored);
         if (shared->open.fetch_add(1) >= shared->limits.maxConnections) {
             --shared->open;
+            ++refusedConnections;
             refuse(std::move(socket));
             return;
         }
@@ -552,8 +648,45 @@ struct HttpFront::State {
     tcp::acceptor acceptor;
     net::steady_timer retry;
     std::shared_ptr<Shared> shared;
+    // Stops accepting, lets every connection finish its request under way, and ends the loop when none is left or
+    // the grace runs out. Runs on the loop.
+    void beginDrain(std::chrono::steady_clock::time_point deadline) {
+        if (shared->draining.exchange(true)) {
+            return;
+        }
+        beast::error_code ignored;
+        acceptor.close(ignored);
+        retry.cancel();
+        std::vector<std::shared_ptr<Connection>> idle;
+        {
+            const std::lock_guard<std::mutex> lock(shared->liveMutex);
+            idle.reserve(shared->live.size());
+            for (Connection *connection : shared->live) {
+                // A connection whose last owner is going away is already past its last request.
+                if (auto held = connection->weak_from_this().lock()) {
+                    idle.push_back(std::move(held));
+                }
+            }
+        }
+        for (auto &connection : idle) {
+            connection->postDrainIfIdle();
+        }
+        awaitDrained(deadline);
+    }
+
+    void awaitDrained(std::chrono::steady_clock::time_point deadline) {
+        if (shared->open == 0 || std::chrono::steady_clock::now() >= deadline) {
+            io.stop();
+            return;
+        }
+        drainTimer.expires_after(kDrainPoll);
+        drainTimer.async_wait([this, deadline](beast::error_code) { awaitDrained(deadline); });
+    }
+
     std::atomic<bool> serving{false};
     std::atomic<std::size_t> failedConnections{0};
+    std::atomic<std::size_t> refusedConnections{0};
+    net::steady_timer drainTimer{io};
 };
 
 HttpFront::HttpFront(VersionService &service, FrontLimits limits)
@@ -640,6 +773,23 @@ bool HttpFront::serve() {
 void HttpFront::stop() {
     // Remembered by the loop: a stop before serve() makes serve() return at once.
     state_->io.stop();
+}
+
+void HttpFront::drain(std::chrono::milliseconds grace) {
+    const auto deadline = std::chrono::steady_clock::now() + grace;
+    net::post(state_->io, [state = state_, deadline] { state->beginDrain(deadline); });
+}
+
+void HttpFront::observe(FrontObserver &observer) {
+    state_->shared->observer = &observer;
+}
+
+std::size_t HttpFront::openConnections() const {
+    return state_->shared->open;
+}
+
+std::size_t HttpFront::refusedConnections() const {
+    return state_->refusedConnections;
 }
 
 bool HttpFront::running() const {

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "server/version_service.h"
@@ -35,6 +36,28 @@ struct FrontLimits {
     std::size_t maxQueuedRequests = 256;
 };
 
+// One request as the front answered it, for metrics and the access log; the views live only during the call.
+struct AnsweredRequest {
+    std::string_view method; // "-" when the request line could not be read
+    std::string_view path;   // the target as sent, without its query; "-" likewise
+    std::string_view peer;
+    unsigned version = 11; // NOLINT(readability-magic-numbers): HTTP/1.1
+    int status = 0;
+    std::size_t bodyBytes = 0; // body bytes sent: none for HEAD and 304
+    // From the end of the request's header until its reply was written.
+    std::chrono::steady_clock::duration elapsed{};
+};
+
+// Told of every answered request, on the socket threads; it must not block.
+class FrontObserver {
+  public:
+    FrontObserver() = default;
+    FrontObserver(const FrontObserver &) = delete;
+    FrontObserver &operator=(const FrontObserver &) = delete;
+    virtual ~FrontObserver() = default;
+    virtual void answered(const AnsweredRequest &request) = 0;
+};
+
 using RequestHandler = std::function<ServiceResponse(const ServiceRequest &)>;
 // Answers a request from memory without waiting for anything, or declines it; runs on the socket threads.
 using MemoryHandler = std::function<std::optional<ServiceResponse>(const ServiceRequest &)>;
@@ -53,8 +76,18 @@ class HttpFront {
     // Serves until stop() is called, also when stop() came first; false when the server could not run. A failure
     // inside one connection closes that connection only.
     bool serve();
+    // Stops at once: connections are dropped, replies under way included.
     void stop();
+    // Stops gracefully: no new connections; idle kept-alive connections are closed, requests under way are answered
+    // (each with "Connection: close"), then serve() returns; after `grace` whatever is left is dropped as by stop().
+    // Safe from any thread, also before serve().
+    void drain(std::chrono::milliseconds grace);
     bool running() const;
+    // Reports every answered request to the observer, which must outlive serving; call before serve().
+    void observe(FrontObserver &observer);
+    std::size_t openConnections() const;
+    // Connections answered 503 and closed because the front already held its maximum.
+    std::size_t refusedConnections() const;
     // Connections closed because something threw while serving them; each is also logged on stderr.
     std::size_t failedConnections() const;
 

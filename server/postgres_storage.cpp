@@ -674,4 +674,17 @@ Result<std::int64_t> PostgresStorage::searchEventCount() {
     return count;
 }
 
+Result<void> PostgresStorage::ping() {
+    Lease lease(*this);
+    auto connection = lease.connection();
+    if (!connection) {
+        return connection.error();
+    }
+    auto answered = (*connection)->execute("SELECT 1");
+    if (!answered) {
+        lease.checkAfterFailure();
+    }
+    return answered;
+}
+
 } // namespace qv::server

@@ -40,6 +40,7 @@ class PostgresStorage : public VersionStorage {
     Result<std::int64_t> searchEventCount() override;
     Result<std::int64_t> versionBytes() override;
     std::string clientKey() const override;
+    Result<void> ping() override;
 
     class Connection;
 

@@ -1,4 +1,4 @@
-// The service's serve loop: storage, HTTP front and a signal thread that stops the front on SIGINT or SIGTERM.
+// The service's serve loop: storage, HTTP front and a signal thread that drains the front on SIGINT or SIGTERM.
 #include "server/serve.h"
 
 #include <fcntl.h>
@@ -21,7 +21,11 @@
 #include <thread>
 #include <utility>
 
+#include "server/access_log.h"
 #include "server/http_front.h"
+#include "server/metrics.h"
+#include "server/operator_routes.h"
+#include "server/package_source.h"
 #include "server/postgres_storage.h"
 #include "server/sqlite_storage.h"
 
@@ -71,6 +75,22 @@ std::size_t raiseDescriptorLimit() {
     }
     return static_cast<std::size_t>(limit.rlim_cur);
 }
+
+// Metrics and the access log both hear of every request.
+class ObserverPair : public FrontObserver {
+  public:
+    ObserverPair(FrontObserver &first, FrontObserver *second) : first_(first), second_(second) {}
+    void answered(const AnsweredRequest &request) override {
+        first_.answered(request);
+        if (second_ != nullptr) {
+            second_->answered(request);
+        }
+    }
+
+  private:
+    FrontObserver &first_;
+    FrontObserver *second_;
+};
 
 // Descriptors kept back from connections: the database, its journal, the listening socket and the standard streams.
 constexpr std::size_t kReservedDescriptors = 64;
@@ -158,6 +178,9 @@ ServiceLimits serviceLimitsFor(const ServeConfig &config) {
 }
 
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
+    // Before any thread starts (the access log's among them): a thread that does not block them would take the
+    // signals' default action, which ends the process without draining.
+    const BlockedStopSignals stopSignals;
     std::optional<SingleServiceLock> fileLock;
     if (!isPostgresUrl(config.database)) {
         const std::filesystem::path databasePath(config.database);
@@ -176,21 +199,63 @@ Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<
     if (!storage) {
         return fail(ErrorCode::StorageFailed, "cannot open the database: " + storage.error().describe());
     }
+    std::optional<PackageSource> packages;
+    if (!config.packageSource.empty()) {
+        auto opened = PackageSource::open(config.packageSource);
+        if (!opened) {
+            return opened.error();
+        }
+        packages.emplace(std::move(*opened));
+    }
+    std::unique_ptr<AccessLog> accessLog;
+    if (!config.accessLog.empty()) {
+        auto opened = AccessLog::open(config.accessLog);
+        if (!opened) {
+            return opened.error();
+        }
+        accessLog = std::move(*opened);
+    }
     VersionService service(**storage, serviceLimitsFor(config));
     FrontLimits limits;
     const std::size_t descriptors = raiseDescriptorLimit();
     if (descriptors > kReservedDescriptors) {
         limits.maxConnections = std::min(limits.maxConnections, descriptors - kReservedDescriptors);
     }
-    HttpFront front(service, limits);
+    ServiceMetrics metrics;
+    const HttpFront *frontOfMetrics = nullptr;
+    const OperatorRoutes operatorRoutes(
+        **storage, service, metrics,
+        [&frontOfMetrics] {
+            MetricsSnapshot gauges;
+            gauges.openConnections = frontOfMetrics->openConnections();
+            gauges.refusedConnections = frontOfMetrics->refusedConnections();
+            return gauges;
+        },
+        packages ? &*packages : nullptr);
+    HttpFront front(
+        [&](const ServiceRequest &request) {
+            if (auto reply = operatorRoutes.answer(request)) {
+                return std::move(*reply);
+            }
+            return service.handle(request);
+        },
+        limits, [&service](const ServiceRequest &request) { return service.answerFromMemory(request); });
+    frontOfMetrics = &front;
+    ObserverPair observers(metrics, accessLog.get());
+    front.observe(observers);
     const auto port = front.bind(config.host, config.port);
     if (!port) {
         return fail(ErrorCode::ListenFailed, "cannot listen on " + config.host + ":" + std::to_string(config.port));
     }
 
-    const BlockedStopSignals stopSignals;
     std::atomic<bool> finished{false};
     std::thread stopper([&] {
+        stopSignals.wait();
+        if (finished) {
+            return;
+        }
+        front.drain(kShutdownGrace);
+        // A second signal stops at once; the front ending on its own wakes this wait too.
         stopSignals.wait();
         while (!finished) {
             front.stop();

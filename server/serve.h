@@ -1,6 +1,7 @@
 // The version service as a process: open the database, listen, serve until SIGINT or SIGTERM, stop cleanly.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -26,15 +27,24 @@ struct ServeConfig {
     std::size_t writesPerMinute = ServiceLimits::kDefaultWritesPerMinute;
     // Trusted only when set: the header a proxy in front puts the client's address in.
     std::string clientAddressHeader;
+    // Where the access log goes: a file, "-" for standard output, or empty for none.
+    std::string accessLog;
+    // A folder served under /repo/ (the package source), or empty.
+    std::string packageSource;
 };
+
+// How long requests under way may take to finish after SIGTERM or SIGINT; a second signal stops at once.
+inline constexpr std::chrono::seconds kShutdownGrace{10};
 
 // The service's limits for the configuration. A shared PostgreSQL database gets no reply cache: another instance
 // may accept a report this one would never hear about.
 ServiceLimits serviceLimitsFor(const ServeConfig &config);
 
-// Serves until SIGINT or SIGTERM arrives, then stops and returns. onListening runs once, with the bound port,
-// before the first request is accepted. Fails with StorageFailed (the database cannot be opened or written),
-// ListenFailed or ServerFailed. SIGINT and SIGTERM stay blocked in the calling thread while it serves.
+// Serves until SIGINT or SIGTERM arrives, then stops accepting, finishes the requests under way (for at most
+// kShutdownGrace) and returns. onListening runs once, with the bound port, before the first request is accepted.
+// Fails with StorageFailed (the database cannot be opened or written), FileUnreadable (the package source),
+// FileUnwritable (the access log), ListenFailed or ServerFailed. SIGINT and SIGTERM stay blocked in the calling
+// thread while it serves.
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening);
 
 } // namespace qv::server

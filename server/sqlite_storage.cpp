@@ -325,9 +325,7 @@ Result<std::unique_ptr<SqliteStorage>> SqliteStorage::open(const SqliteOptions &
 Result<SqliteStorage::Connection *> SqliteStorage::writerLocked() {
     // A file deleted or replaced under the service would take writes that vanish, or start an empty database;
     // either way the data written so far is not where the next start looks. Writes stop until an operator acts.
-    struct stat now {};
-    const bool same = ::stat(options_.path.c_str(), &now) == 0 && now.st_dev == fileDevice_ && now.st_ino == fileInode_;
-    if (!same) {
+    if (!sameFileAsOpened()) {
         if (!fileLost_.exchange(true)) {
             std::fprintf(stderr, "qvdovrin serve: %s was deleted or replaced while the service ran; writes stop\n",
                          options_.path.c_str());
@@ -606,6 +604,23 @@ Result<void> SqliteStorage::trimSearchEvents(Connection &db, std::int64_t addedB
         return storageFailure(db.lastError());
     }
     return {};
+}
+
+Result<void> SqliteStorage::ping() {
+    if (fileLost_ || !sameFileAsOpened()) {
+        return storageFailure(options_.path + ": the file was deleted or replaced while the service ran");
+    }
+    const Lease lease(*this);
+    // Reading the schema makes SQLite look at the file itself, which a constant query would not.
+    if (auto answered = (*lease).integer("SELECT count(*) FROM sqlite_master"); !answered) {
+        return answered.error();
+    }
+    return {};
+}
+
+bool SqliteStorage::sameFileAsOpened() const {
+    struct stat now {};
+    return ::stat(options_.path.c_str(), &now) == 0 && now.st_dev == fileDevice_ && now.st_ino == fileInode_;
 }
 
 bool SqliteStorage::fileLost() const {

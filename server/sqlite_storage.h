@@ -41,6 +41,8 @@ class SqliteStorage : public VersionStorage {
     Result<std::int64_t> searchEventCount() override;
     Result<std::int64_t> versionBytes() override;
     std::string clientKey() const override;
+    // Also fails once the file has been deleted or replaced, even before a write has noticed.
+    Result<void> ping() override;
     // Whether a write found the file deleted or replaced since it was opened; writes fail from then on.
     bool fileLost() const;
 
@@ -58,6 +60,7 @@ class SqliteStorage : public VersionStorage {
     Result<void> writeLocked(Connection &db, const std::function<Result<void>()> &work);
     Result<void> trimSearchEvents(Connection &db, std::int64_t addedBytes);
     Result<void> recordLocked(Connection &db, const VersionReport &report);
+    bool sameFileAsOpened() const;
 
     const SqliteOptions options_;
     std::string clientKey_;

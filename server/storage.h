@@ -91,6 +91,8 @@ class VersionStorage {
     // The secret that senders' addresses are hashed with; made once per database, so every instance sharing it
     // counts one sender once.
     virtual std::string clientKey() const = 0;
+    // Whether the database answers a trivial query now; for health checks, so it must stay cheap.
+    virtual Result<void> ping() = 0;
 };
 
 } // namespace qv::server

@@ -120,6 +120,7 @@ std::optional<TaggedReply> VersionsReplyCache::find(std::int64_t appId) {
         return std::nullopt;
     }
     recentFirst_.splice(recentFirst_.begin(), recentFirst_, found->second);
+    hits_.fetch_add(1, std::memory_order_relaxed);
     return found->second->second;
 }
 
@@ -273,6 +274,13 @@ std::string VersionService::clientOf(const ServiceRequest &request) const {
     return clientHash(clientKey_, address);
 }
 
+const Error &VersionService::counted(const Error &failure) const {
+    if (failure.code == ErrorCode::StorageFailed) {
+        databaseErrors_.fetch_add(1, std::memory_order_relaxed);
+    }
+    return failure;
+}
+
 std::optional<ServiceResponse> VersionService::rateLimited(const std::string &client) const {
     const auto wait = writeRate_.admit(client);
     if (!wait) {
@@ -328,7 +336,7 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
         const auto stored = storage_.recordReport(*report);
         cache_.invalidate(*appId);
         if (!stored) {
-            return writeFailure(stored.error());
+            return writeFailure(counted(stored.error()));
         }
         const auto recorded = static_cast<std::int64_t>(report->versions.size());
         return jsonResponse(Value(Dictionary{{"identifier", std::to_string(*appId)}, {"recorded", recorded}}));
@@ -339,7 +347,7 @@ ServiceResponse VersionService::versions(const ServiceRequest &request, const st
     const auto ticket = cache_.ticket();
     const auto versions = storage_.versionsOf(*appId);
     if (!versions) {
-        return storageFailure(versions.error());
+        return storageFailure(counted(versions.error()));
     }
     Array list;
     for (const auto &version : *versions) {
@@ -364,7 +372,7 @@ ServiceResponse VersionService::events(const ServiceRequest &request) const {
     }
     const auto stored = storage_.recordSearchEvent(*event);
     if (!stored) {
-        return writeFailure(stored.error());
+        return writeFailure(counted(stored.error()));
     }
     return jsonResponse(Value(Dictionary{{"recorded", true}}));
 }
@@ -388,7 +396,7 @@ ServiceResponse VersionService::lookup(const ServiceRequest &request) const {
     }
     const auto apps = appId ? storage_.appsWithId(*appId) : storage_.appsWithBundleId(bundleId->second);
     if (!apps) {
-        return storageFailure(apps.error());
+        return storageFailure(counted(apps.error()));
     }
     return taggedResponse(request, tagged(toJson(lookupResults(*apps))));
 }

@@ -1,6 +1,7 @@
 // The version service's request handling: routes, validation, storage calls and JSON replies, without sockets.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <list>
@@ -100,6 +101,8 @@ class VersionsReplyCache {
     void invalidate(std::int64_t appId);
     // What the cached replies cost, bookkeeping included.
     std::size_t bytes() const;
+    // Lookups that found a reply.
+    std::uint64_t hits() const { return hits_.load(std::memory_order_relaxed); }
 
   private:
     using Entry = std::pair<std::int64_t, TaggedReply>;
@@ -111,6 +114,7 @@ class VersionsReplyCache {
     std::list<Entry> recentFirst_;
     std::unordered_map<std::int64_t, std::list<Entry>::iterator> byApp_;
     std::size_t bytes_ = 0;
+    std::atomic<std::uint64_t> hits_{0};
 };
 
 class VersionService {
@@ -124,6 +128,11 @@ class VersionService {
     // for the database, so a socket thread may call it.
     std::optional<ServiceResponse> answerFromMemory(const ServiceRequest &request) const;
 
+    // For the operator: storage calls that failed (refusals of bad reports not counted), and the reply cache.
+    std::uint64_t databaseErrors() const { return databaseErrors_.load(std::memory_order_relaxed); }
+    std::size_t replyCacheBytes() const { return cache_.bytes(); }
+    std::uint64_t replyCacheHits() const { return cache_.hits(); }
+
   private:
     ServiceResponse versions(const ServiceRequest &request, const std::string &appIdText) const;
     ServiceResponse events(const ServiceRequest &request) const;
@@ -131,12 +140,15 @@ class VersionService {
     // The sender's keyed hash, and a 429 when it has written too much lately.
     std::string clientOf(const ServiceRequest &request) const;
     std::optional<ServiceResponse> rateLimited(const std::string &client) const;
+    // The failure, counted when the database itself failed.
+    const Error &counted(const Error &failure) const;
 
     VersionStorage &storage_;
     const ServiceLimits limits_;
     mutable VersionsReplyCache cache_;
     const std::string clientKey_;
     mutable WriteRateLimiter writeRate_;
+    mutable std::atomic<std::uint64_t> databaseErrors_{0};
 };
 
 } // namespace qv::server

@@ -36,6 +36,7 @@ class BrokenStorage : public VersionStorage {
     }
     Result<std::int64_t> searchEventCount() override { return working() ? behind_->searchEventCount() : ioError(); }
     Result<std::int64_t> versionBytes() override { return working() ? behind_->versionBytes() : ioError(); }
+    Result<void> ping() override { return working() ? behind_->ping() : ioError(); }
     std::string clientKey() const override { return behind_ != nullptr ? behind_->clientKey() : "key"; }
 
   private:

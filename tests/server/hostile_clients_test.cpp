@@ -189,6 +189,7 @@ class GatedStorage : public qv::server::VersionStorage {
     qv::Result<std::int64_t> searchEventCount() override { return 0; }
     qv::Result<std::int64_t> versionBytes() override { return 0; }
     std::string clientKey() const override { return "key"; }
+    qv::Result<void> ping() override { return {}; }
 
   private:
     std::mutex mutex_;

@@ -52,6 +52,8 @@ struct ServeOptions {
     std::int64_t maxVersionBytes = qv::server::StorageLimits::kDefaultMaxVersionBytes;
     std::size_t writesPerMinute = qv::server::ServiceLimits::kDefaultWritesPerMinute;
     std::string clientAddressHeader;
+    std::string accessLog;
+    std::string packageSource;
 };
 
 // The database as a person finds it: the SQLite file's full path, or the PostgreSQL URL without its password.
@@ -81,12 +83,18 @@ void serve(const ServeOptions &options, Io &io) {
     config.maxVersionBytes = options.maxVersionBytes;
     config.writesPerMinute = options.writesPerMinute;
     config.clientAddressHeader = options.clientAddressHeader;
+    config.accessLog = options.accessLog;
+    config.packageSource = options.packageSource;
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
         const std::string url = "http://" + config.host + ":" + std::to_string(port) + "/";
         io.out << "serving on " << url << " (database " << qv::server::withoutPassword(config.database) << ")\n"
                << "  feed it versions from app archives and metadata files you have, e.g.:\n"
                << "    qvdovrin import ~/Downloads/SomeApp.ipa --server " << url << "\n"
-               << "  the data lives in " << whereDataLives(config.database) << std::endl;
+               << "  the data lives in " << whereDataLives(config.database) << "\n";
+        if (!config.packageSource.empty()) {
+            io.out << "  the package source is " << url << "repo/ (apt: deb " << url << "repo/ ./)\n";
+        }
+        io.out << std::flush;
     });
     if (!served) {
         throw BadInput(served.error().describe());
@@ -301,6 +309,11 @@ void registerServiceCommands(CLI::App &app, Io &io) {
         ->check(wholeNumber(0));
     serveCommand->add_option("--client-address-header", serveOptions->clientAddressHeader,
                              "Header a trusted proxy sets to the client's address (e.g. X-Real-IP)");
+    serveCommand->add_option("--access-log", serveOptions->accessLog,
+                             "Write one line per request to this file (- for standard output); queries are never "
+                             "written");
+    serveCommand->add_option("--repo", serveOptions->packageSource,
+                             "Serve this folder (made by make repo) as the package source under /repo/");
     serveCommand->callback([serveOptions, &io] { serve(*serveOptions, io); });
 
     auto versionsOptions = std::make_shared<VersionsOptions>();

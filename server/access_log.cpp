@@ -1,0 +1,124 @@
+// The access log: lines formatted on the socket threads, gathered in memory and written out in batches, so that a
+// busy service makes one write per many requests.
+#include "server/access_log.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace qv::server {
+
+namespace {
+
+// Written out at once beyond this; otherwise by the flusher within a second.
+constexpr std::size_t kBatchBytes = std::size_t{64} * 1024;
+constexpr std::chrono::seconds kFlushInterval{1};
+constexpr mode_t kLogFileMode = 0640;
+constexpr unsigned kHttpMajor = 10;
+
+void appendEscaped(std::string &line, std::string_view text) {
+    static constexpr char kHex[] = "0123456789abcdef";
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < 0x20 || byte >= 0x7f || c == '"' || c == '\\') { // NOLINT(readability-magic-numbers): ASCII
+            line.append("\\x");
+            line.push_back(kHex[byte >> 4U]);
+            line.push_back(kHex[byte & 0xfU]); // NOLINT(readability-magic-numbers): low nibble
+        } else {
+            line.push_back(c);
+        }
+    }
+}
+
+} // namespace
+
+std::string accessLogLine(const AnsweredRequest &request, std::time_t when) {
+    std::tm utc{};
+    ::gmtime_r(&when, &utc);
+    char date[40];
+    std::strftime(date, sizeof date, "[%d/%b/%Y:%H:%M:%S +0000]", &utc);
+    std::string line;
+    line.reserve(request.path.size() + 96); // NOLINT(readability-magic-numbers): the line's other fields
+    appendEscaped(line, request.peer.empty() ? "-" : request.peer);
+    line.append(" - - ").append(date).append(" \"");
+    appendEscaped(line, request.method);
+    line.push_back(' ');
+    appendEscaped(line, request.path);
+    line.append(" HTTP/").append(std::to_string(request.version / kHttpMajor));
+    line.push_back('.');
+    line.append(std::to_string(request.version % kHttpMajor)).append("\" ");
+    line.append(std::to_string(request.status)).push_back(' ');
+    line.append(request.bodyBytes == 0 ? "-" : std::to_string(request.bodyBytes)).push_back('\n');
+    return line;
+}
+
+Result<std::unique_ptr<AccessLog>> AccessLog::open(const std::string &destination) {
+    if (destination == "-") {
+        return std::unique_ptr<AccessLog>(new AccessLog(STDOUT_FILENO, false));
+    }
+    const int descriptor = ::open(destination.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kLogFileMode);
+    if (descriptor < 0) {
+        return fail(ErrorCode::FileUnwritable,
+                    "cannot open the access log " + destination + ": " + std::strerror(errno));
+    }
+    return std::unique_ptr<AccessLog>(new AccessLog(descriptor, true));
+}
+
+AccessLog::AccessLog(int descriptor, bool owned) : descriptor_(descriptor), owned_(owned) {
+    flusher_ = std::thread([this] {
+        std::unique_lock<std::mutex> lock(mutex_);
+        while (!stopping_) {
+            wake_.wait_for(lock, kFlushInterval);
+            writeOutLocked();
+        }
+    });
+}
+
+AccessLog::~AccessLog() {
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        stopping_ = true;
+    }
+    wake_.notify_all();
+    flusher_.join();
+    const std::lock_guard<std::mutex> lock(mutex_);
+    writeOutLocked();
+    if (owned_) {
+        ::close(descriptor_);
+    }
+}
+
+void AccessLog::answered(const AnsweredRequest &request) {
+    const std::string line = accessLogLine(request, std::time(nullptr));
+    const std::lock_guard<std::mutex> lock(mutex_);
+    pending_.append(line);
+    if (pending_.size() >= kBatchBytes) {
+        writeOutLocked();
+    }
+}
+
+void AccessLog::flush() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    writeOutLocked();
+}
+
+void AccessLog::writeOutLocked() {
+    std::size_t written = 0;
+    while (written < pending_.size()) {
+        const ssize_t wrote = ::write(descriptor_, pending_.data() + written, pending_.size() - written);
+        if (wrote < 0 && errno == EINTR) {
+            continue;
+        }
+        if (wrote <= 0) {
+            // A full disk or a closed pipe loses log lines, never requests.
+            break;
+        }
+        written += static_cast<std::size_t>(wrote);
+    }
+    pending_.clear();
+}
+
+} // namespace qv::server
