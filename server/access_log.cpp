@@ -33,17 +33,25 @@ void appendEscaped(std::string &line, std::string_view text) {
     }
 }
 
-} // namespace
+// The date as the line writes it; formatted once a second per thread, not once a request.
+std::string_view dateOf(std::time_t when) {
+    struct Cached {
+        std::time_t second = -1;
+        char text[40] = {};
+    };
+    thread_local Cached cached;
+    if (cached.second != when) {
+        std::tm utc{};
+        ::gmtime_r(&when, &utc);
+        std::strftime(cached.text, sizeof cached.text, "[%d/%b/%Y:%H:%M:%S +0000]", &utc);
+        cached.second = when;
+    }
+    return cached.text;
+}
 
-std::string accessLogLine(const AnsweredRequest &request, std::time_t when) {
-    std::tm utc{};
-    ::gmtime_r(&when, &utc);
-    char date[40];
-    std::strftime(date, sizeof date, "[%d/%b/%Y:%H:%M:%S +0000]", &utc);
-    std::string line;
-    line.reserve(request.path.size() + 96); // NOLINT(readability-magic-numbers): the line's other fields
+void appendLine(std::string &line, const AnsweredRequest &request, std::time_t when) {
     appendEscaped(line, request.peer.empty() ? "-" : request.peer);
-    line.append(" - - ").append(date).append(" \"");
+    line.append(" - - ").append(dateOf(when)).append(" \"");
     appendEscaped(line, request.method);
     line.push_back(' ');
     appendEscaped(line, request.path);
@@ -52,6 +60,13 @@ std::string accessLogLine(const AnsweredRequest &request, std::time_t when) {
     line.append(std::to_string(request.version % kHttpMajor)).append("\" ");
     line.append(std::to_string(request.status)).push_back(' ');
     line.append(request.bodyBytes == 0 ? "-" : std::to_string(request.bodyBytes)).push_back('\n');
+}
+
+} // namespace
+
+std::string accessLogLine(const AnsweredRequest &request, std::time_t when) {
+    std::string line;
+    appendLine(line, request, when);
     return line;
 }
 
@@ -92,7 +107,10 @@ AccessLog::~AccessLog() {
 }
 
 void AccessLog::answered(const AnsweredRequest &request) {
-    const std::string line = accessLogLine(request, std::time(nullptr));
+    // Formatted outside the lock, into a buffer each socket thread keeps.
+    thread_local std::string line;
+    line.clear();
+    appendLine(line, request, std::time(nullptr));
     const std::lock_guard<std::mutex> lock(mutex_);
     pending_.append(line);
     if (pending_.size() >= kBatchBytes) {

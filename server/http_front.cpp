@@ -606,7 +606,8 @@ void refuse(tcp::socket socket) {
 
 struct HttpFront::State {
     State(RequestHandler handler, FrontLimits limits, MemoryHandler fromMemory)
-        : io(std::max(1, limits.threads)), acceptor(io), retry(io), shared(std::make_shared<Shared>(limits)) {
+        : io(std::max(1, limits.threads)), acceptStrand(net::make_strand(io)), acceptor(acceptStrand),
+          retry(acceptStrand), shared(std::make_shared<Shared>(limits)) {
         shared->handler = std::move(handler);
         shared->fromMemory = std::move(fromMemory);
     }
@@ -645,6 +646,8 @@ struct HttpFront::State {
     }
 
     net::io_context io;
+    // Accepting, retrying and the start of a drain run here, one at a time: the acceptor is not safe to share.
+    net::strand<net::io_context::executor_type> acceptStrand;
     tcp::acceptor acceptor;
     net::steady_timer retry;
     std::shared_ptr<Shared> shared;
@@ -686,7 +689,7 @@ struct HttpFront::State {
     std::atomic<bool> serving{false};
     std::atomic<std::size_t> failedConnections{0};
     std::atomic<std::size_t> refusedConnections{0};
-    net::steady_timer drainTimer{io};
+    net::steady_timer drainTimer{acceptStrand};
 };
 
 HttpFront::HttpFront(VersionService &service, FrontLimits limits)
@@ -777,7 +780,7 @@ void HttpFront::stop() {
 
 void HttpFront::drain(std::chrono::milliseconds grace) {
     const auto deadline = std::chrono::steady_clock::now() + grace;
-    net::post(state_->io, [state = state_, deadline] { state->beginDrain(deadline); });
+    net::post(state_->acceptStrand, [state = state_, deadline] { state->beginDrain(deadline); });
 }
 
 void HttpFront::observe(FrontObserver &observer) {
