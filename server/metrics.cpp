@@ -58,7 +58,7 @@ Route routeOf(std::string_view path) {
     if (path == "/repo" || startsWith(path, "/repo/")) {
         return Route::Repo;
     }
-    if (path == "/" || path == "/search" || startsWith(path, "/apps/") || startsWith(path, "/static/")) {
+    if (path == "/" || path == "/search" || path == "/style.css" || startsWith(path, "/apps/")) {
         return Route::Pages;
     }
     return Route::Other;

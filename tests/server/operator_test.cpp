@@ -43,6 +43,7 @@ INSTANTIATE_TEST_SUITE_P(
                       RouteCase{"Search", "/v1/apple_apps", "search"}, RouteCase{"Lookup", "/lookup", "lookup"},
                       RouteCase{"Events", "/v1/events", "events"}, RouteCase{"Home", "/", "pages"},
                       RouteCase{"AppPage", "/apps/42", "pages"}, RouteCase{"PackageIndex", "/repo/./Packages", "repo"},
+                      RouteCase{"Stylesheet", "/style.css", "pages"},
                       RouteCase{"RepoLookalike", "/repository", "other"},
                       RouteCase{"VersionsLookalike", "/v1/apple_apps/42/versions/x", "other"},
                       RouteCase{"Health", "/healthz", "healthz"}, RouteCase{"Unknown", "/wp-login.php", "other"}),
