@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace qv::server {
 
@@ -70,19 +71,45 @@ std::string accessLogLine(const AnsweredRequest &request, std::time_t when) {
     return line;
 }
 
-Result<std::unique_ptr<AccessLog>> AccessLog::open(const std::string &destination) {
-    if (destination == "-") {
-        return std::unique_ptr<AccessLog>(new AccessLog(STDOUT_FILENO, false));
-    }
-    const int descriptor = ::open(destination.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kLogFileMode);
+namespace {
+
+Result<int> openForAppending(const std::string &path) {
+    const int descriptor = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, kLogFileMode);
     if (descriptor < 0) {
-        return fail(ErrorCode::FileUnwritable,
-                    "cannot open the access log " + destination + ": " + std::strerror(errno));
+        return fail(ErrorCode::FileUnwritable, "cannot open the access log " + path + ": " + std::strerror(errno));
     }
-    return std::unique_ptr<AccessLog>(new AccessLog(descriptor, true));
+    return descriptor;
 }
 
-AccessLog::AccessLog(int descriptor, bool owned) : descriptor_(descriptor), owned_(owned) {
+} // namespace
+
+Result<std::unique_ptr<AccessLog>> AccessLog::open(const std::string &destination) {
+    if (destination == "-") {
+        return std::unique_ptr<AccessLog>(new AccessLog(STDOUT_FILENO, {}));
+    }
+    auto descriptor = openForAppending(destination);
+    if (!descriptor) {
+        return descriptor.error();
+    }
+    return std::unique_ptr<AccessLog>(new AccessLog(*descriptor, destination));
+}
+
+Result<void> AccessLog::reopen() {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    writeOutLocked();
+    if (path_.empty()) {
+        return {};
+    }
+    auto descriptor = openForAppending(path_);
+    if (!descriptor) {
+        return descriptor.error();
+    }
+    ::close(descriptor_);
+    descriptor_ = *descriptor;
+    return {};
+}
+
+AccessLog::AccessLog(int descriptor, std::string path) : descriptor_(descriptor), path_(std::move(path)) {
     flusher_ = std::thread([this] {
         std::unique_lock<std::mutex> lock(mutex_);
         while (!stopping_) {
@@ -101,7 +128,7 @@ AccessLog::~AccessLog() {
     flusher_.join();
     const std::lock_guard<std::mutex> lock(mutex_);
     writeOutLocked();
-    if (owned_) {
+    if (!path_.empty()) {
         ::close(descriptor_);
     }
 }

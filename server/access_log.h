@@ -30,13 +30,16 @@ class AccessLog : public FrontObserver {
     void answered(const AnsweredRequest &request) override;
     // Writes out what is buffered.
     void flush();
+    // Writes out what is buffered and opens the file by its name again, for a rotation that renamed it; standard
+    // output stays. When the name cannot be opened the old file is kept, and the reason returned.
+    Result<void> reopen();
 
   private:
-    explicit AccessLog(int descriptor, bool owned);
+    AccessLog(int descriptor, std::string path);
     void writeOutLocked();
 
-    const int descriptor_;
-    const bool owned_;
+    int descriptor_;
+    const std::string path_; // empty for standard output
     std::mutex mutex_;
     std::condition_variable wake_;
     std::string pending_;

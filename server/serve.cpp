@@ -13,6 +13,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -37,14 +38,15 @@ namespace {
 // listening is not remembered by it.
 constexpr std::chrono::milliseconds kStopRetry{10};
 
-// Blocks SIGINT and SIGTERM in the calling thread (and so in every thread it starts) for its lifetime, so that
-// only sigwait sees them.
+// Blocks SIGINT, SIGTERM and SIGHUP in the calling thread (and so in every thread it starts) for its lifetime, so
+// that only sigwait sees them.
 class BlockedStopSignals {
   public:
     BlockedStopSignals() {
         sigemptyset(&signals_);
         sigaddset(&signals_, SIGINT);
         sigaddset(&signals_, SIGTERM);
+        sigaddset(&signals_, SIGHUP);
         pthread_sigmask(SIG_BLOCK, &signals_, &previous_);
     }
     ~BlockedStopSignals() { pthread_sigmask(SIG_SETMASK, &previous_, nullptr); }
@@ -249,14 +251,25 @@ Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<
     }
 
     std::atomic<bool> finished{false};
+    // SIGHUP opens the access log again (after a rotation renamed it) and is otherwise ignored.
+    const auto waitForStop = [&] {
+        while (stopSignals.wait() == SIGHUP && !finished) {
+            if (accessLog) {
+                if (auto reopened = accessLog->reopen(); !reopened) {
+                    std::fprintf(stderr, "qvdovrin serve: %s; still writing to the old file\n",
+                                 reopened.error().describe().c_str());
+                }
+            }
+        }
+    };
     std::thread stopper([&] {
-        stopSignals.wait();
+        waitForStop();
         if (finished) {
             return;
         }
         front.drain(kShutdownGrace);
         // A second signal stops at once; the front ending on its own wakes this wait too.
-        stopSignals.wait();
+        waitForStop();
         while (!finished) {
             front.stop();
             std::this_thread::sleep_for(kStopRetry);

@@ -43,8 +43,8 @@ ServiceLimits serviceLimitsFor(const ServeConfig &config);
 // Serves until SIGINT or SIGTERM arrives, then stops accepting, finishes the requests under way (for at most
 // kShutdownGrace) and returns. onListening runs once, with the bound port, before the first request is accepted.
 // Fails with StorageFailed (the database cannot be opened or written), FileUnreadable (the package source),
-// FileUnwritable (the access log), ListenFailed or ServerFailed. SIGINT and SIGTERM stay blocked in the calling
-// thread while it serves.
+// FileUnwritable (the access log), ListenFailed or ServerFailed. SIGINT, SIGTERM and SIGHUP stay blocked in the
+// calling thread while it serves; SIGHUP opens the access log again.
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening);
 
 } // namespace qv::server

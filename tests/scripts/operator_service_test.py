@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""The service as an operator runs it: health, metrics read by promtool, the access log, no password at start-up,
-and a SIGTERM under load that answers every request under way and resets no connection."""
+"""The service as an operator runs it: health, metrics read by promtool, the access log and its rotation, no password
+at start-up, and a SIGTERM under load that answers every request under way and resets no connection."""
 import json
 import os
 import re
@@ -77,6 +77,12 @@ def operator_endpoints(folder):
                   "Content-Type: application/json\r\n")[0] == 200, "a report is taken")
     check(request(port, "GET", "/v1/apple_apps/1/versions")[0] == 200, "versions are read")
     check(request(port, "GET", "/lookup?bundleId=com.private.name&token=hunter2")[0] == 200, "a lookup answers")
+    # A rotation renames the file and asks for a new one. A request is logged once its reply is written, a moment
+    # after the client has it.
+    time.sleep(0.2)
+    os.rename(log, log + ".1")
+    process.send_signal(signal.SIGHUP)
+    time.sleep(0.3)
     check(request(port, "GET", "/healthz")[0] == 200, "healthz answers 200 while the database answers")
     status, metrics = request(port, "GET", "/metrics")
     check(status == 200, "metrics answer 200")
@@ -89,8 +95,11 @@ def operator_endpoints(folder):
     check(request(port, "GET", "/healthz")[0] == 503, "healthz answers 503 once the database file is gone")
     process.send_signal(signal.SIGTERM)
     check(process.wait(timeout=15) == 0, "the service exits 0 on SIGTERM")
+    with open(log + ".1", encoding="utf-8") as lines:
+        rotated = lines.read()
     with open(log, encoding="utf-8") as lines:
-        logged = lines.read()
+        logged = rotated + lines.read()
+    check(rotated.count("\n") == 3, f"the requests before the rotation stay in the renamed file:\n{rotated}")
     check(logged.count("\n") == 6, f"one line per request:\n{logged}")
     check('"GET /lookup HTTP/1.1" 200' in logged, f"the lookup is logged by its path:\n{logged}")
     check("hunter2" not in logged and "private" not in logged, "no query reaches the access log")
