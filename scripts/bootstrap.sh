@@ -11,6 +11,8 @@ packages=(
   dpkg-dev fakeroot curl python3 python3-yaml
   # The package source (make repo) and the tests of what an operator sees: apt-ftparchive, promtool.
   apt-utils xz-utils bzip2 prometheus
+  # make bench: the static-file server the service is measured beside, and the HTTP load generator.
+  nginx wrk
   # The phone library: clang-22 compiles both slices; building the arm64e linker (README "The phone library") also
   # takes LLVM 22's TextAPI reader, uuid-dev and patchelf.
   clang-22 llvm-22 llvm-22-dev uuid-dev patchelf make

@@ -179,6 +179,10 @@ ServiceLimits serviceLimitsFor(const ServeConfig &config) {
     return limits;
 }
 
+int hardwareThreads() {
+    return std::max(1, static_cast<int>(std::thread::hardware_concurrency()));
+}
+
 Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<void(int port)> &onListening) {
     // Before any thread starts (the access log's among them): a thread that does not block them would take the
     // signals' default action, which ends the process without draining.
@@ -219,6 +223,7 @@ Result<void> serveUntilSignalled(const ServeConfig &config, const std::function<
     }
     VersionService service(**storage, serviceLimitsFor(config));
     FrontLimits limits;
+    limits.threads = config.threads > 0 ? config.threads : hardwareThreads();
     const std::size_t descriptors = raiseDescriptorLimit();
     if (descriptors > kReservedDescriptors) {
         limits.maxConnections = std::min(limits.maxConnections, descriptors - kReservedDescriptors);

@@ -31,10 +31,15 @@ struct ServeConfig {
     std::string accessLog;
     // A folder served under /repo/ (the package source), or empty.
     std::string packageSource;
+    // Threads that read, answer and write requests; 0 for one per hardware thread of the machine.
+    int threads = 0;
 };
 
 // How long requests under way may take to finish after SIGTERM or SIGINT; a second signal stops at once.
 inline constexpr std::chrono::seconds kShutdownGrace{10};
+
+// One per hardware thread, or 1 where the machine does not say.
+int hardwareThreads();
 
 // The service's limits for the configuration. A shared PostgreSQL database gets no reply cache: another instance
 // may accept a report this one would never hear about.

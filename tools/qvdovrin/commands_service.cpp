@@ -54,6 +54,7 @@ struct ServeOptions {
     std::string clientAddressHeader;
     std::string accessLog;
     std::string packageSource;
+    int threads = qv::server::hardwareThreads();
 };
 
 // The database as a person finds it: the SQLite file's full path, or the PostgreSQL URL without its password.
@@ -85,6 +86,7 @@ void serve(const ServeOptions &options, Io &io) {
     config.clientAddressHeader = options.clientAddressHeader;
     config.accessLog = options.accessLog;
     config.packageSource = options.packageSource;
+    config.threads = options.threads;
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
         const std::string url = "http://" + config.host + ":" + std::to_string(port) + "/";
         io.out << "serving on " << url << " (database " << qv::server::withoutPassword(config.database) << ")\n"
@@ -314,6 +316,12 @@ void registerServiceCommands(CLI::App &app, Io &io) {
                              "written");
     serveCommand->add_option("--repo", serveOptions->packageSource,
                              "Serve this folder (made by make repo) as the package source under /repo/");
+    constexpr std::int64_t kMostThreads = 1024;
+    serveCommand
+        ->add_option("--threads", serveOptions->threads,
+                     "Threads that read, answer and write requests (default: the machine's hardware threads)")
+        ->capture_default_str()
+        ->check(wholeNumber(1, kMostThreads));
     serveCommand->callback([serveOptions, &io] { serve(*serveOptions, io); });
 
     auto versionsOptions = std::make_shared<VersionsOptions>();
