@@ -1,9 +1,10 @@
 // The event-driven HTTP front: accepts, frames and times every connection, and hands whole requests to the handler.
 #include "server/http_front.h"
 
+#include <boost/asio/executor_work_guard.hpp>
 #include <boost/asio/ip/tcp.hpp>
+#include <boost/asio/post.hpp>
 #include <boost/asio/steady_timer.hpp>
-#include <boost/asio/strand.hpp>
 #include <boost/asio/write.hpp>
 #include <boost/beast/core/flat_buffer.hpp>
 #include <boost/beast/core/string.hpp>
@@ -11,12 +12,14 @@
 #include <boost/beast/http.hpp>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cctype>
 #include <condition_variable>
 #include <cstdio>
 #include <deque>
 #include <exception>
+#include <functional>
 #include <mutex>
 #include <thread>
 #include <unordered_set>
@@ -47,6 +50,10 @@ constexpr std::string_view kHeaderEnd = "\r\n\r\n";
 constexpr int kExpectationFailed = 417;
 constexpr std::string_view kUnknown = "-";
 constexpr std::chrono::milliseconds kDrainPoll{20};
+constexpr std::size_t kKeptHeadBytes = 1024;
+constexpr int kFirstSuccess = 200;
+constexpr int kNoContent = 204;
+constexpr unsigned kVersionBase = 10; // HTTP/1.1 is version 11
 
 int hexDigit(char c) {
     if (c >= '0' && c <= '9') {
@@ -224,6 +231,42 @@ ServiceResponse busy() {
     return reply;
 }
 
+// The status line and header fields of a reply, framed as the message would be: the type and length of its body
+// (none for 1xx, 204 and 304, which carry no body), whether the connection stays open, then the reply's own
+// fields, which replace a framing field of the same name: a 304 states the length of the body it stands for.
+void writeHead(std::string &head, const ServiceResponse &reply, bool keepAlive, unsigned version) {
+    const auto given = [&reply](std::string_view name) {
+        return std::any_of(reply.headers.begin(), reply.headers.end(), [name](const auto &field) {
+            return beast::iequals(field.first, beast::string_view(name.data(), name.size()));
+        });
+    };
+    const auto reason = http::obsolete_reason(static_cast<http::status>(reply.status));
+    head.clear();
+    head.append("HTTP/")
+        .append(std::to_string(version / kVersionBase))
+        .append(".")
+        .append(std::to_string(version % kVersionBase));
+    head.append(" ").append(std::to_string(reply.status)).append(" ").append(reason.data(), reason.size());
+    head.append("\r\n");
+    if (!given("Content-Type")) {
+        head.append("Content-Type: ").append(kJsonType).append("\r\n");
+    }
+    const bool bodiless =
+        reply.status < kFirstSuccess || reply.status == kNoContent || reply.status == status::kNotModified;
+    if (!bodiless && !given("Content-Length")) {
+        head.append("Content-Length: ").append(std::to_string(reply.body.size())).append("\r\n");
+    }
+    if (version >= kHttp11 && !keepAlive) {
+        head.append("Connection: close\r\n");
+    } else if (version < kHttp11 && keepAlive) {
+        head.append("Connection: keep-alive\r\n");
+    }
+    for (const auto &[name, value] : reply.headers) {
+        head.append(name).append(": ").append(value).append("\r\n");
+    }
+    head.append("\r\n");
+}
+
 // One client connection: reads one request at a time under its deadlines and answers in order, so pipelined
 // requests get their replies in the order they came.
 class Connection : public std::enable_shared_from_this<Connection> {
@@ -241,6 +284,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     }
     Connection(const Connection &) = delete;
     Connection &operator=(const Connection &) = delete;
+
+    net::any_io_executor executor() { return stream_.get_executor(); }
 
     void start() {
         beast::error_code error;
@@ -458,7 +503,7 @@ class Connection : public std::enable_shared_from_this<Connection> {
             write(answer(*shared_, serviceRequest), keepAlive, version, headOnly);
             return;
         }
-        // The reply comes back to this connection's strand, where all of its socket work runs.
+        // The reply comes back to this connection's loop, where all of its socket work runs.
         auto job = [self = shared_from_this(), serviceRequest = std::move(serviceRequest), keepAlive, version,
                     headOnly]() mutable {
             ServiceResponse reply = answer(*self->shared_, serviceRequest);
@@ -471,45 +516,35 @@ class Connection : public std::enable_shared_from_this<Connection> {
         }
     }
 
-    // A reply to HEAD states the length of the body a GET would get and sends none of it.
+    // A reply to HEAD states the length of the body a GET would get and sends none of it. The header is written
+    // here rather than by a message serializer: most replies come from memory, and producing their header took
+    // more time than everything else the service does for them.
     void write(ServiceResponse reply, bool keepAlive, unsigned version = kHttp11, bool headOnly = false) {
         keepAlive = keepAlive && !shared_->draining;
         replyStatus_ = reply.status;
         replyBytes_ = headOnly ? 0 : reply.body.size();
         replyVersion_ = version;
-        response_ = {};
-        response_.version(version);
-        response_.result(static_cast<unsigned>(reply.status));
-        response_.set(http::field::content_type, beast::string_view(kJsonType.data(), kJsonType.size()));
-        const std::size_t bodyBytes = reply.body.size();
+        writeHead(head_, reply, keepAlive, version);
         if (!headOnly) {
-            response_.body() = std::move(reply.body);
+            body_ = std::move(reply.body);
         }
-        response_.keep_alive(keepAlive);
-        response_.prepare_payload();
-        if (headOnly) {
-            response_.content_length(bodyBytes);
-        }
-        // After the framing: a 304 states the length of the body it stands for, which the framing would drop.
-        for (const auto &[name, value] : reply.headers) {
-            response_.set(name, value);
-        }
+        const std::array<net::const_buffer, 2> buffers{net::buffer(head_), net::buffer(body_)};
         stream_.expires_after(limits().writeDeadline);
-        http::async_write(stream_, response_,
-                          [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
-                              self->releaseReply();
-                              self->report();
-                              ++self->answered_;
-                              if (error) {
-                                  self->close();
-                                  return;
-                              }
-                              if (!keepAlive) {
-                                  self->linger();
-                                  return;
-                              }
-                              self->awaitRequest();
-                          });
+        net::async_write(stream_, buffers,
+                         [self = shared_from_this(), keepAlive](beast::error_code error, std::size_t) {
+                             self->releaseReply();
+                             self->report();
+                             ++self->answered_;
+                             if (error) {
+                                 self->close();
+                                 return;
+                             }
+                             if (!keepAlive) {
+                                 self->linger();
+                                 return;
+                             }
+                             self->awaitRequest();
+                         });
     }
 
     void report() const {
@@ -527,11 +562,13 @@ class Connection : public std::enable_shared_from_this<Connection> {
         shared_->observer->answered(answered);
     }
 
-    // An idle connection keeps nothing of its last reply. Moving an empty message over it would not do: a string
-    // that takes a short one keeps its old buffer.
+    // An idle connection keeps nothing of its last reply but a header's worth of room for the next one. Moving an
+    // empty string over the body would not do: a string that takes a short one keeps its old buffer.
     void releaseReply() {
-        std::string().swap(response_.body());
-        response_ = {};
+        std::string().swap(body_);
+        if (head_.capacity() > kKeptHeadBytes) {
+            std::string().swap(head_);
+        }
     }
 
     // After the last reply the client may still be sending a body nobody will read. Closing with unread input would
@@ -566,7 +603,8 @@ class Connection : public std::enable_shared_from_this<Connection> {
     beast::tcp_stream stream_;
     beast::flat_buffer buffer_;
     std::optional<http::request_parser<http::string_body>> parser_;
-    http::response<http::string_body> response_;
+    std::string head_;
+    std::string body_;
     std::shared_ptr<Shared> shared_;
     std::size_t drained_ = 0;
     std::size_t answered_ = 0;
@@ -606,14 +644,31 @@ void refuse(tcp::socket socket) {
 
 struct HttpFront::State {
     State(RequestHandler handler, FrontLimits limits, MemoryHandler fromMemory)
-        : io(std::max(1, limits.threads)), acceptStrand(net::make_strand(io)), acceptor(acceptStrand),
-          retry(acceptStrand), shared(std::make_shared<Shared>(limits)) {
+        : loops(makeLoops(limits.threads)), io(*loops.front()), acceptor(io), retry(io),
+          shared(std::make_shared<Shared>(limits)) {
         shared->handler = std::move(handler);
         shared->fromMemory = std::move(fromMemory);
     }
 
+    // One event loop per socket thread, each run by that thread alone. A connection stays on the loop it was given,
+    // so its handlers never run at once and need no strand, and a loop never has to wake another thread for its
+    // work: taking turns on one shared loop cost the threads more than answering from memory did.
+    static std::vector<std::unique_ptr<net::io_context>> makeLoops(int threads) {
+        std::vector<std::unique_ptr<net::io_context>> made;
+        for (int i = 0; i < std::max(1, threads); ++i) {
+            made.push_back(std::make_unique<net::io_context>(1));
+        }
+        return made;
+    }
+
+    // Connections go to the loops in turn; only the accepting loop's thread takes this.
+    net::any_io_executor nextLoop() {
+        const std::size_t chosen = accepted++ % loops.size();
+        return loops[chosen]->get_executor();
+    }
+
     void accept() {
-        acceptor.async_accept(net::make_strand(io), [this](beast::error_code error, tcp::socket socket) {
+        acceptor.async_accept(nextLoop(), [this](beast::error_code error, tcp::socket socket) {
             if (!acceptor.is_open()) {
                 return;
             }
@@ -637,7 +692,17 @@ struct HttpFront::State {
             refuse(std::move(socket));
             return;
         }
-        std::make_shared<Connection>(std::move(socket), shared)->start();
+        // Started on its own loop, where everything it does from then on runs.
+        auto connection = std::make_shared<Connection>(std::move(socket), shared);
+        auto executor = connection->executor();
+        net::post(executor, [connection = std::move(connection)] { connection->start(); });
+    }
+
+    // Remembered by each loop: a stop before serve() makes serve() return at once.
+    void stopLoops() {
+        for (auto &loop : loops) {
+            loop->stop();
+        }
     }
 
     void connectionFailed(const char *what) {
@@ -645,14 +710,16 @@ struct HttpFront::State {
         std::fprintf(stderr, "qvdovrin serve: closed a connection after an internal failure: %s\n", what);
     }
 
-    net::io_context io;
-    // Accepting, retrying and the start of a drain run here, one at a time: the acceptor is not safe to share.
-    net::strand<net::io_context::executor_type> acceptStrand;
+    std::vector<std::unique_ptr<net::io_context>> loops;
+    // The first loop, run by the thread that called serve(). Accepting, retrying and the start of a drain all run
+    // on it, so one at a time: the acceptor is not safe to share.
+    net::io_context &io;
+    std::size_t accepted = 0;
     tcp::acceptor acceptor;
     net::steady_timer retry;
     std::shared_ptr<Shared> shared;
-    // Stops accepting, lets every connection finish its request under way, and ends the loop when none is left or
-    // the grace runs out. Runs on the loop.
+    // Stops accepting, lets every connection finish its request under way, and ends the loops when none is left or
+    // the grace runs out. Runs on the accepting loop.
     void beginDrain(std::chrono::steady_clock::time_point deadline) {
         if (shared->draining.exchange(true)) {
             return;
@@ -679,7 +746,7 @@ struct HttpFront::State {
 
     void awaitDrained(std::chrono::steady_clock::time_point deadline) {
         if (shared->open == 0 || std::chrono::steady_clock::now() >= deadline) {
-            io.stop();
+            stopLoops();
             return;
         }
         drainTimer.expires_after(kDrainPoll);
@@ -689,7 +756,7 @@ struct HttpFront::State {
     std::atomic<bool> serving{false};
     std::atomic<std::size_t> failedConnections{0};
     std::atomic<std::size_t> refusedConnections{0};
-    net::steady_timer drainTimer{acceptStrand};
+    net::steady_timer drainTimer{io};
 };
 
 HttpFront::HttpFront(VersionService &service, FrontLimits limits)
@@ -741,15 +808,21 @@ bool HttpFront::serve() {
     state_->shared->readers.start();
     state_->shared->writers.start();
     state_->accept();
-    const int threads = std::max(1, state_->shared->limits.threads);
+    auto &loops = state_->loops;
+    // A loop with no connection yet must not return for want of work.
+    std::vector<net::executor_work_guard<net::io_context::executor_type>> keepRunning;
+    keepRunning.reserve(loops.size());
+    for (auto &loop : loops) {
+        keepRunning.push_back(net::make_work_guard(*loop));
+    }
     std::vector<std::thread> workers;
-    workers.reserve(static_cast<std::size_t>(threads - 1));
+    workers.reserve(loops.size() - 1);
     // A handler that throws unwinds only its own operation, and with it the one connection that owned it; the loop
     // goes on serving every other connection.
-    const auto run = [this] {
+    const auto run = [this](net::io_context &loop) {
         while (true) {
             try {
-                state_->io.run();
+                loop.run();
                 return;
             } catch (const std::exception &failure) {
                 state_->connectionFailed(failure.what());
@@ -758,10 +831,10 @@ bool HttpFront::serve() {
             }
         }
     };
-    for (int i = 1; i < threads; ++i) {
-        workers.emplace_back(run);
+    for (std::size_t i = 1; i < loops.size(); ++i) {
+        workers.emplace_back(run, std::ref(*loops[i]));
     }
-    run();
+    run(*loops.front());
     for (auto &worker : workers) {
         worker.join();
     }
@@ -774,13 +847,12 @@ bool HttpFront::serve() {
 }
 
 void HttpFront::stop() {
-    // Remembered by the loop: a stop before serve() makes serve() return at once.
-    state_->io.stop();
+    state_->stopLoops();
 }
 
 void HttpFront::drain(std::chrono::milliseconds grace) {
     const auto deadline = std::chrono::steady_clock::now() + grace;
-    net::post(state_->acceptStrand, [state = state_, deadline] { state->beginDrain(deadline); });
+    net::post(state_->io, [state = state_, deadline] { state->beginDrain(deadline); });
 }
 
 void HttpFront::observe(FrontObserver &observer) {

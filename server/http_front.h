@@ -26,7 +26,8 @@ struct FrontLimits {
     std::chrono::milliseconds writeDeadline{std::chrono::seconds(30)};
     std::size_t maxHeaderBytes = std::size_t{16} * 1024;
     std::size_t maxBodyBytes = kMaxBodyBytes;
-    // Threads that run the event loop: they read and write sockets and never wait for the database.
+    // Socket threads, each running an event loop of its own: they read and write sockets and never wait for the
+    // database.
     int threads = 4;
     // Threads that run the handler for reads (GET, HEAD) and for everything else, each fed by its own queue, so
     // that reads never wait behind writes. With 0 the handler runs on the socket threads.

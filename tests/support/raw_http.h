@@ -18,7 +18,8 @@ namespace qv::test {
 
 class RunningFront {
   public:
-    RunningFront(server::RequestHandler handler, server::FrontLimits limits) : front_(std::move(handler), limits) {
+    RunningFront(server::RequestHandler handler, server::FrontLimits limits, server::MemoryHandler fromMemory = {})
+        : front_(std::move(handler), limits, std::move(fromMemory)) {
         port_ = front_.bind("127.0.0.1", 0).value_or(0);
         thread_ = std::thread([this] { front_.serve(); });
     }
