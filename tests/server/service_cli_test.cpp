@@ -220,18 +220,20 @@ TEST_P(ServeFlag, IsRefusedUnlessPlainDecimalDigits) {
 }
 INSTANTIATE_TEST_SUITE_P(
     Values, ServeFlag,
-    ::testing::Values(FlagCase{"Exponent",
-                               {"serve", "--max-events", "1e3"},
-                               "qvdovrin: --max-events: \"1e3\" is not a whole decimal number\n"},
-                      FlagCase{"Hexadecimal",
-                               {"serve", "--max-event-bytes", "0x10"},
-                               "qvdovrin: --max-event-bytes: \"0x10\" is not a whole decimal number\n"},
-                      FlagCase{"Zero",
-                               {"serve", "--max-versions-per-app", "0"},
-                               "qvdovrin: --max-versions-per-app: \"0\" is not from 1 to 9223372036854775807\n"},
-                      FlagCase{"Negative",
-                               {"serve", "--reply-cache-bytes", "-1"},
-                               "qvdovrin: --reply-cache-bytes: \"-1\" is not a whole decimal number\n"}),
+    ::testing::Values(
+        FlagCase{"Exponent",
+                 {"serve", "--max-events", "1e3"},
+                 "qvdovrin: --max-events: \"1e3\" is not a whole decimal number\n"},
+        FlagCase{"Hexadecimal",
+                 {"serve", "--max-event-bytes", "0x10"},
+                 "qvdovrin: --max-event-bytes: \"0x10\" is not a whole decimal number\n"},
+        FlagCase{"Zero",
+                 {"serve", "--max-versions-per-app", "0"},
+                 "qvdovrin: --max-versions-per-app: \"0\" is not from 1 to 9223372036854775807\n"},
+        FlagCase{"NoThreads", {"serve", "--threads", "0"}, "qvdovrin: --threads: \"0\" is not from 1 to 1024\n"},
+        FlagCase{"Negative",
+                 {"serve", "--reply-cache-bytes", "-1"},
+                 "qvdovrin: --reply-cache-bytes: \"-1\" is not a whole decimal number\n"}),
     [](const auto &info) { return std::string(info.param.name); });
 
 struct RawCase {
