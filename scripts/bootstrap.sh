@@ -8,6 +8,8 @@ packages=(
   libgtest-dev libgmock-dev libbenchmark-dev
   libicu-dev libplist-dev libzip-dev libcurl4-openssl-dev libcli11-dev
   libboost-dev zlib1g-dev libcpp-httplib-dev libsqlite3-dev sqlite3 libpq-dev postgresql
+  # The service's pages: their templates, and the browser (driven through its WebDriver) that tests them.
+  libkainjow-mustache-dev chromium chromium-driver
   dpkg-dev fakeroot curl python3 python3-yaml
   # The package source (make repo) and the tests of what an operator sees: apt-ftparchive, promtool.
   apt-utils xz-utils bzip2 prometheus

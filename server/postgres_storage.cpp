@@ -33,7 +33,8 @@ constexpr Statement kClientKey{"client_key", "SELECT secret FROM client_key WHER
 // The names stay as the first report gave them; the row lock it takes orders two reports of one app, from any
 // instance, one after the other.
 constexpr Statement kUpsertApp{"upsert_app",
-                               "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES($1, $2, $3, $4) "
+                               "INSERT INTO apps(app_id, bundle_id, title, reported_at, first_reported_at) "
+                               "VALUES($1, $2, $3, $4, $4) "
                                "ON CONFLICT(app_id) DO UPDATE SET reported_at = excluded.reported_at "
                                "RETURNING bundle_id, xmax = 0"};
 constexpr Statement kCountAppSource{"count_app_source",
@@ -61,22 +62,38 @@ constexpr Statement kLockVersionBytes{"lock_version_bytes", "SELECT total FROM v
 constexpr Statement kVersionBytes{"version_bytes", "SELECT total FROM version_bytes WHERE id = 1"};
 constexpr Statement kSetVersionBytes{"set_version_bytes", "UPDATE version_bytes SET total = $1 WHERE id = 1"};
 constexpr Statement kUpsertVersion{
-    "upsert_version", "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES($1, $2, $3, $4) "
+    "upsert_version", "INSERT INTO versions(app_id, external_id, display, reported_at, first_reported_at) "
+                      "VALUES($1, $2, $3, $4, $4) "
                       "ON CONFLICT(app_id, external_id) DO UPDATE SET "
                       "display = CASE WHEN versions.display = '' THEN excluded.display ELSE versions.display END, "
                       "reported_at = excluded.reported_at"};
 constexpr Statement kCountAppVersions{"count_app_versions", "SELECT COUNT(*) FROM versions WHERE app_id = $1"};
 constexpr Statement kSelectVersions{
     "select_versions", "SELECT display, external_id FROM versions WHERE app_id = $1 ORDER BY external_id DESC"};
-constexpr Statement kAppsWithId{
-    "apps_with_id", "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v "
-                    "WHERE v.app_id = a.app_id AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a "
-                    "WHERE a.app_id = $1"};
-constexpr Statement kAppsWithBundleId{
-    "apps_with_bundle_id",
-    "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
-    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a WHERE a.bundle_id = $1 ORDER BY "
-    "(SELECT COUNT(*) FROM app_sources s WHERE s.app_id = a.app_id) DESC, a.app_id LIMIT 1"};
+#define QV_APP_SUMMARY                                                                                                 \
+    "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "              \
+    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1), a.first_reported_at, a.reported_at FROM apps a "
+constexpr Statement kAppsWithId{"apps_with_id", QV_APP_SUMMARY "WHERE a.app_id = $1"};
+constexpr Statement kAppsWithBundleId{"apps_with_bundle_id", QV_APP_SUMMARY
+                                      "WHERE a.bundle_id = $1 ORDER BY "
+                                      "(SELECT COUNT(*) FROM app_sources s WHERE s.app_id = a.app_id) DESC, "
+                                      "a.app_id LIMIT 1"};
+// Every word ($1, with its range's end in $2) must begin one of the app's words; $3, when not null, is a store
+// identifier that finds its app as well.
+constexpr Statement kSearchApps{
+    "search_apps",
+    QV_APP_SUMMARY "WHERE a.app_id IN (SELECT t.app_id FROM unnest($1::text[], $2::text[]) AS w(low, high) "
+                   "JOIN app_search_terms t ON t.term >= w.low AND t.term < w.high GROUP BY t.app_id "
+                   "HAVING COUNT(DISTINCT w.low) = cardinality($1::text[]) UNION ALL SELECT $3::bigint) "
+                   "ORDER BY a.reported_at DESC, a.app_id DESC LIMIT $4"};
+constexpr Statement kRecentApps{"recent_apps", QV_APP_SUMMARY "ORDER BY a.reported_at DESC, a.app_id DESC LIMIT $1"};
+#undef QV_APP_SUMMARY
+constexpr Statement kSelectVersionHistory{"select_version_history",
+                                          "SELECT display, external_id, first_reported_at, reported_at FROM versions "
+                                          "WHERE app_id = $1 ORDER BY external_id DESC"};
+constexpr Statement kTotals{"totals", "SELECT (SELECT COUNT(*) FROM apps), (SELECT COUNT(*) FROM versions)"};
+constexpr Statement kInsertSearchTerm{"insert_search_term", "INSERT INTO app_search_terms(term, app_id) VALUES($1, $2) "
+                                                            "ON CONFLICT DO NOTHING"};
 // Taking the totals row first makes every instance's event writes queue up behind one another, so ids grow in the
 // order events are kept and the totals stay exact.
 constexpr Statement kLockEventTotals{"lock_event_totals",
@@ -93,12 +110,34 @@ constexpr Statement kSetEventTotals{"set_event_totals",
                                     "UPDATE search_event_totals SET events = $1, bytes = $2 WHERE id = 1"};
 constexpr Statement kCountEvents{"count_events", "SELECT COUNT(*) FROM search_events"};
 
-constexpr Statement kStatements[] = {kProveWritable,      kUpsertApp,     kUpsertVersion,       kCountAppVersions,
-                                     kSelectVersions,     kAppsWithId,    kAppsWithBundleId,    kLockEventTotals,
-                                     kInsertEvent,        kTrimCutoff,    kDeleteEventsUpTo,    kSetEventTotals,
-                                     kCountEvents,        kMakeClientKey, kClientKey,           kCountAppSource,
-                                     kCountVersionSource, kAppBytes,      kEvictLeastSupported, kDropOrphanSources,
-                                     kLockVersionBytes,   kVersionBytes,  kSetVersionBytes};
+constexpr Statement kStatements[] = {kProveWritable,
+                                     kUpsertApp,
+                                     kUpsertVersion,
+                                     kCountAppVersions,
+                                     kSelectVersions,
+                                     kAppsWithId,
+                                     kAppsWithBundleId,
+                                     kLockEventTotals,
+                                     kInsertEvent,
+                                     kTrimCutoff,
+                                     kDeleteEventsUpTo,
+                                     kSetEventTotals,
+                                     kCountEvents,
+                                     kMakeClientKey,
+                                     kClientKey,
+                                     kCountAppSource,
+                                     kCountVersionSource,
+                                     kAppBytes,
+                                     kEvictLeastSupported,
+                                     kDropOrphanSources,
+                                     kLockVersionBytes,
+                                     kVersionBytes,
+                                     kSetVersionBytes,
+                                     kSearchApps,
+                                     kRecentApps,
+                                     kSelectVersionHistory,
+                                     kTotals,
+                                     kInsertSearchTerm};
 
 std::int64_t nowSeconds() {
     return std::chrono::duration_cast<std::chrono::seconds>(std::chrono::system_clock::now().time_since_epoch())
@@ -258,6 +297,21 @@ class PostgresStorage::Connection {
         return result;
     }
 
+    // An unprepared statement with text parameters, for the schema work.
+    Result<std::unique_ptr<QueryResult>> plainWith(const char *sql, const std::vector<std::string> &parameters) {
+        std::vector<const char *> values;
+        values.reserve(parameters.size());
+        for (const auto &parameter : parameters) {
+            values.push_back(parameter.c_str());
+        }
+        auto result = std::make_unique<QueryResult>(
+            PQexecParams(db_, sql, static_cast<int>(values.size()), nullptr, values.data(), nullptr, nullptr, 0));
+        if (!result->succeeded()) {
+            return storageFailure(lastError());
+        }
+        return result;
+    }
+
     // Runs a prepared statement with text parameters; the result is checked by the caller.
     std::unique_ptr<QueryResult> run(const Statement &statement, const std::vector<std::string> &parameters) {
         std::vector<const char *> values;
@@ -267,6 +321,17 @@ class PostgresStorage::Connection {
         }
         return std::make_unique<QueryResult>(
             PQexecPrepared(db_, statement.name, static_cast<int>(values.size()), values.data(), nullptr, nullptr, 0));
+    }
+
+    // A prepared statement's rows for raw parameter values, where a null pointer is SQL NULL.
+    Result<std::unique_ptr<QueryResult>> queryValues(const Statement &statement,
+                                                     const std::vector<const char *> &values) {
+        auto result = std::make_unique<QueryResult>(
+            PQexecPrepared(db_, statement.name, static_cast<int>(values.size()), values.data(), nullptr, nullptr, 0));
+        if (!result->succeeded()) {
+            return storageFailure(std::string(statement.name) + ": " + lastError());
+        }
+        return result;
     }
 
     // The statement's rows, or StorageFailed with the server's reason.
@@ -316,6 +381,36 @@ class PostgresStorage::Connection {
 
 namespace {
 
+Result<void> indexAppForSearch(PostgresStorage::Connection &db, const std::string &appId, std::string_view bundleId,
+                               std::string_view title, const char *insertTerm) {
+    for (const auto &term : searchTermsOf(bundleId, title)) {
+        const std::vector<std::string> parameters{term, appId};
+        auto inserted =
+            insertTerm != nullptr ? db.plainWith(insertTerm, parameters) : db.query(kInsertSearchTerm, parameters);
+        if (!inserted) {
+            return inserted.error();
+        }
+    }
+    return {};
+}
+
+// The words of every app stored before apps were searchable; runs inside the migration that adds the index, before
+// any statement is prepared.
+Result<void> indexAppsForSearch(PostgresStorage::Connection &db) {
+    auto apps = db.plain("SELECT app_id, bundle_id, title FROM apps");
+    if (!apps) {
+        return apps.error();
+    }
+    for (int row = 0; row < (*apps)->rows(); ++row) {
+        if (auto indexed = indexAppForSearch(db, (*apps)->text(row, 0), (*apps)->text(row, 1), (*apps)->text(row, 2),
+                                             kInsertSearchTerm.sql);
+            !indexed) {
+            return indexed;
+        }
+    }
+    return {};
+}
+
 // Runs the schema changes the database has not had yet; inside migrate's transaction, under the migration lock.
 Result<void> upgradeSchema(PostgresStorage::Connection &db) {
     if (auto made = db.execute(kSchemaVersionTable); !made) {
@@ -325,13 +420,19 @@ Result<void> upgradeSchema(PostgresStorage::Connection &db) {
     if (!current) {
         return current.error();
     }
-    const auto pending = pendingSchemaChanges((*current)->integer(0, 0));
+    const std::int64_t applied = (*current)->integer(0, 0);
+    const auto pending = pendingSchemaChanges(applied);
     if (!pending) {
         return pending.error();
     }
     for (const auto &change : *pending) {
         if (auto changed = db.execute(change.postgres); !changed) {
             return changed;
+        }
+    }
+    if (applied < kSearchWordsChange) {
+        if (auto indexed = indexAppsForSearch(db); !indexed) {
+            return indexed;
         }
     }
     return pending->empty() ? Result<void>() : db.execute(recordSchemaVersion(schemaChanges().size()).c_str());
@@ -363,7 +464,8 @@ Result<std::vector<AppSummary>> readSummaries(const QueryResult &rows) {
     apps.reserve(static_cast<std::size_t>(rows.rows()));
     for (int row = 0; row < rows.rows(); ++row) {
         apps.push_back(AppSummary{rows.integer(row, 0), rows.text(row, 1), rows.text(row, 2),
-                                  rows.isNull(row, 3) ? std::string() : rows.text(row, 3)});
+                                  rows.isNull(row, 3) ? std::string() : rows.text(row, 3), rows.integer(row, 4),
+                                  rows.integer(row, 5)});
     }
     return apps;
 }
@@ -519,6 +621,11 @@ Result<void> recordInTransaction(PostgresStorage::Connection &db, const VersionR
         *measured -
         (inserted ? static_cast<std::int64_t>(report.bundleId.size() + report.title.size()) + StorageLimits::kRowBytes
                   : 0);
+    if (inserted) {
+        if (auto indexed = indexAppForSearch(db, appId, report.bundleId, report.title, nullptr); !indexed) {
+            return indexed;
+        }
+    }
     const std::string counted = std::to_string(StorageLimits::kCountedClients);
     if (auto source = db.query(kCountAppSource, {appId, report.client, counted}); !source) {
         return source.error();
@@ -601,6 +708,87 @@ Result<std::vector<AppSummary>> PostgresStorage::appsWithBundleId(const std::str
         return rows.error();
     }
     return readSummaries(**rows);
+}
+
+namespace {
+
+// A text array as PostgreSQL reads it: every element quoted, quotes and backslashes escaped.
+std::string textArray(const std::vector<std::string> &elements) {
+    std::string array = "{";
+    for (const auto &element : elements) {
+        array += array.size() == 1 ? "\"" : ",\"";
+        for (const char c : element) {
+            if (c == '"' || c == '\\') {
+                array += '\\';
+            }
+            array += c;
+        }
+        array += '"';
+    }
+    return array + "}";
+}
+
+} // namespace
+
+Result<std::vector<VersionHistory>> PostgresStorage::versionHistoryOf(std::int64_t appId) {
+    Lease lease(*this);
+    auto rows = lease.query(kSelectVersionHistory, {std::to_string(appId)});
+    if (!rows) {
+        return rows.error();
+    }
+    std::vector<VersionHistory> versions;
+    versions.reserve(static_cast<std::size_t>((*rows)->rows()));
+    for (int row = 0; row < (*rows)->rows(); ++row) {
+        versions.push_back(VersionHistory{(*rows)->text(row, 0), (*rows)->integer(row, 1), (*rows)->integer(row, 2),
+                                          (*rows)->integer(row, 3)});
+    }
+    return versions;
+}
+
+Result<std::vector<AppSummary>> PostgresStorage::searchApps(const AppSearch &search, std::size_t limit) {
+    std::vector<std::string> bounds;
+    bounds.reserve(search.words.size());
+    for (const auto &word : search.words) {
+        bounds.push_back(searchWordBound(word));
+    }
+    Lease lease(*this);
+    const std::vector<std::string> parameters{textArray(search.words), textArray(bounds),
+                                              search.storeIdentifier ? std::to_string(*search.storeIdentifier) : "",
+                                              std::to_string(limit)};
+    // No store identifier is a NULL, which finds nothing.
+    auto leased = lease.connection();
+    if (!leased) {
+        return leased.error();
+    }
+    std::vector<const char *> values{parameters[0].c_str(), parameters[1].c_str(),
+                                     search.storeIdentifier ? parameters[2].c_str() : nullptr, parameters[3].c_str()};
+    auto rows = (*leased)->queryValues(kSearchApps, values);
+    if (!rows) {
+        lease.checkAfterFailure();
+        return rows.error();
+    }
+    return readSummaries(**rows);
+}
+
+Result<std::vector<AppSummary>> PostgresStorage::recentlyReportedApps(std::size_t limit) {
+    Lease lease(*this);
+    auto rows = lease.query(kRecentApps, {std::to_string(limit)});
+    if (!rows) {
+        return rows.error();
+    }
+    return readSummaries(**rows);
+}
+
+Result<StorageTotals> PostgresStorage::totals() {
+    Lease lease(*this);
+    auto rows = lease.query(kTotals, {});
+    if (!rows) {
+        return rows.error();
+    }
+    if ((*rows)->rows() != 1) {
+        return storageFailure("totals: no row");
+    }
+    return StorageTotals{(*rows)->integer(0, 0), (*rows)->integer(0, 1)};
 }
 
 namespace {

@@ -116,6 +116,32 @@ CREATE TABLE client_key(
   id integer PRIMARY KEY CHECK(id = 1),
   secret text NOT NULL);
 )sql"},
+    // When apps and versions were first reported, and the words apps are searched by. Rows from before take their
+    // latest report as their first, the best that is known of them; the storages fill in the words of apps already
+    // stored (see kSearchWordsChange). PostgreSQL compares the words byte by byte, as SQLite does, so a word's prefix
+    // is one range of the index.
+    {R"sql(
+ALTER TABLE apps ADD COLUMN first_reported_at INTEGER NOT NULL DEFAULT 0;
+UPDATE apps SET first_reported_at = reported_at;
+ALTER TABLE versions ADD COLUMN first_reported_at INTEGER NOT NULL DEFAULT 0;
+UPDATE versions SET first_reported_at = reported_at;
+CREATE INDEX apps_by_reported_at ON apps(reported_at);
+CREATE TABLE app_search_terms(
+  term TEXT NOT NULL,
+  app_id INTEGER NOT NULL,
+  PRIMARY KEY(term, app_id)) WITHOUT ROWID;
+)sql",
+     R"sql(
+ALTER TABLE apps ADD COLUMN first_reported_at bigint NOT NULL DEFAULT 0;
+UPDATE apps SET first_reported_at = reported_at;
+ALTER TABLE versions ADD COLUMN first_reported_at bigint NOT NULL DEFAULT 0;
+UPDATE versions SET first_reported_at = reported_at;
+CREATE INDEX apps_by_reported_at ON apps(reported_at);
+CREATE TABLE app_search_terms(
+  term text COLLATE "C" NOT NULL,
+  app_id bigint NOT NULL,
+  PRIMARY KEY(term, app_id));
+)sql"},
 };
 
 } // namespace

@@ -22,6 +22,10 @@ struct SchemaChange {
 // place. A new change goes at the end, never between or into changes a released service has run.
 std::span<const SchemaChange> schemaChanges();
 
+// The change (counted from 1) that adds the search words. Splitting names into words is code, not SQL, so a storage
+// opening a database that had fewer changes fills in the words of the apps it already holds, in the same transaction.
+inline constexpr std::int64_t kSearchWordsChange = 3;
+
 // The same in both dialects: the table that holds the count, reading it, and recording a new one.
 inline constexpr const char *kSchemaVersionTable =
     "CREATE TABLE IF NOT EXISTS schema_version(version integer NOT NULL)";

@@ -18,6 +18,8 @@ namespace qv::server {
 namespace {
 
 // The statements stay C strings: SQLite reads them up to their terminating NUL.
+constexpr const char *kAppsToIndex = "SELECT app_id, bundle_id, title FROM apps";
+constexpr const char *kInsertSearchTerm = "INSERT OR IGNORE INTO app_search_terms(term, app_id) VALUES(?1, ?2)";
 constexpr const char *kMakeClientKey = "INSERT OR IGNORE INTO client_key(id, secret) VALUES(1, ?1)";
 constexpr const char *kClientKey = "SELECT secret FROM client_key WHERE id = 1";
 
@@ -26,8 +28,9 @@ constexpr const char *kProveWritable = "INSERT OR REPLACE INTO service_state(id,
 
 constexpr const char *kBundleIdOf = "SELECT bundle_id FROM apps WHERE app_id = ?1";
 // The names stay as the first report gave them.
-constexpr const char *kUpsertApp = "INSERT INTO apps(app_id, bundle_id, title, reported_at) VALUES(?1, ?2, ?3, ?4) "
-                                   "ON CONFLICT(app_id) DO UPDATE SET reported_at = excluded.reported_at";
+constexpr const char *kUpsertApp =
+    "INSERT INTO apps(app_id, bundle_id, title, reported_at, first_reported_at) VALUES(?1, ?2, ?3, ?4, ?4) "
+    "ON CONFLICT(app_id) DO UPDATE SET reported_at = excluded.reported_at";
 constexpr const char *kCountAppSource = "INSERT OR IGNORE INTO app_sources(app_id, client) SELECT ?1, ?2 "
                                         "WHERE (SELECT COUNT(*) FROM app_sources WHERE app_id = ?1) < ?3";
 constexpr const char *kCountVersionSource =
@@ -46,7 +49,7 @@ constexpr const char *kDropOrphanSources = "DELETE FROM version_sources WHERE ap
 constexpr const char *kVersionBytes = "SELECT total FROM version_bytes WHERE id = 1";
 constexpr const char *kSetVersionBytes = "UPDATE version_bytes SET total = ?1 WHERE id = 1";
 constexpr const char *kUpsertVersion =
-    "INSERT INTO versions(app_id, external_id, display, reported_at) VALUES(?1, ?2, ?3, ?4) "
+    "INSERT INTO versions(app_id, external_id, display, reported_at, first_reported_at) VALUES(?1, ?2, ?3, ?4, ?4) "
     "ON CONFLICT(app_id, external_id) DO UPDATE SET "
     "display = CASE WHEN versions.display = '' THEN excluded.display ELSE versions.display END, "
     "reported_at = excluded.reported_at";
@@ -54,7 +57,12 @@ constexpr const char *kSelectVersions =
     "SELECT display, external_id FROM versions WHERE app_id = ?1 ORDER BY external_id DESC";
 constexpr const char *kSelectAppSummary =
     "SELECT a.app_id, a.bundle_id, a.title, (SELECT v.display FROM versions v WHERE v.app_id = a.app_id "
-    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1) FROM apps a ";
+    "AND v.display <> '' ORDER BY v.external_id DESC LIMIT 1), a.first_reported_at, a.reported_at FROM apps a ";
+constexpr const char *kMostRecentFirst = " ORDER BY a.reported_at DESC, a.app_id DESC LIMIT ?";
+constexpr const char *kSelectVersionHistory = "SELECT display, external_id, first_reported_at, reported_at "
+                                              "FROM versions WHERE app_id = ?1 ORDER BY external_id DESC";
+constexpr const char *kCountApps = "SELECT COUNT(*) FROM apps";
+constexpr const char *kCountVersions = "SELECT COUNT(*) FROM versions";
 constexpr const char *kBestSupportedByBundleId =
     "WHERE a.bundle_id = ?1 ORDER BY (SELECT COUNT(*) FROM app_sources s WHERE s.app_id = a.app_id) DESC, "
     "a.app_id LIMIT 1";
@@ -89,6 +97,8 @@ std::string columnText(sqlite3_stmt *statement, int column) {
     const auto *text = sqlite3_column_text(statement, column);
     return text != nullptr ? std::string(reinterpret_cast<const char *>(text)) : std::string();
 }
+
+Result<void> indexAppsForSearch(SqliteStorage::Connection &db);
 
 } // namespace
 
@@ -199,6 +209,11 @@ class SqliteStorage::Connection {
                 return changed;
             }
         }
+        if (*applied < kSearchWordsChange) {
+            if (auto indexed = indexAppsForSearch(*this); !indexed) {
+                return indexed;
+            }
+        }
         return pending->empty() ? Result<void>() : execute(recordSchemaVersion(schemaChanges().size()).c_str());
     }
 
@@ -276,12 +291,72 @@ Result<std::vector<AppSummary>> readSummaries(SqliteStorage::Connection &connect
     int step = SQLITE_ROW;
     while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
         apps.push_back(AppSummary{sqlite3_column_int64(statement, 0), columnText(statement, 1),
-                                  columnText(statement, 2), columnText(statement, 3)});
+                                  columnText(statement, 2), columnText(statement, 3),
+                                  sqlite3_column_int64(statement, 4), sqlite3_column_int64(statement, 5)});
     }
     if (step != SQLITE_DONE) {
         return storageFailure(connection.lastError());
     }
     return apps;
+}
+
+Result<void> indexAppForSearch(SqliteStorage::Connection &db, std::int64_t appId, std::string_view bundleId,
+                               std::string_view title) {
+    for (const auto &term : searchTermsOf(bundleId, title)) {
+        sqlite3_stmt *insert = db.prepare(kInsertSearchTerm);
+        if (insert == nullptr) {
+            return storageFailure(db.lastError());
+        }
+        bindText(insert, 1, term);
+        sqlite3_bind_int64(insert, 2, appId);
+        if (sqlite3_step(insert) != SQLITE_DONE) {
+            return storageFailure(db.lastError());
+        }
+    }
+    return {};
+}
+
+// The words of every app stored before apps were searchable; runs once, inside the migration that adds the index.
+Result<void> indexAppsForSearch(SqliteStorage::Connection &db) {
+    struct Names {
+        std::int64_t appId;
+        std::string bundleId;
+        std::string title;
+    };
+    std::vector<Names> apps;
+    sqlite3_stmt *all = db.prepare(kAppsToIndex);
+    if (all == nullptr) {
+        return storageFailure(db.lastError());
+    }
+    int step = SQLITE_ROW;
+    while ((step = sqlite3_step(all)) == SQLITE_ROW) {
+        apps.push_back(Names{sqlite3_column_int64(all, 0), columnText(all, 1), columnText(all, 2)});
+    }
+    sqlite3_reset(all);
+    if (step != SQLITE_DONE) {
+        return storageFailure(db.lastError());
+    }
+    for (const auto &app : apps) {
+        if (auto indexed = indexAppForSearch(db, app.appId, app.bundleId, app.title); !indexed) {
+            return indexed;
+        }
+    }
+    return {};
+}
+
+// One range of the term index per word, intersected; an all-digit query adds the app with that identifier.
+std::string searchStatement(std::size_t words, bool byIdentifier) {
+    std::string sql = std::string(kSelectAppSummary) + "WHERE a.app_id IN (";
+    for (std::size_t word = 0; word < words; ++word) {
+        const std::string low = std::to_string(2 * word + 1);
+        const std::string high = std::to_string(2 * word + 2);
+        sql += (word == 0 ? "" : " INTERSECT ") + std::string("SELECT app_id FROM app_search_terms WHERE term >= ?") +
+               low + " AND term < ?" + high;
+    }
+    if (byIdentifier) {
+        sql += " UNION SELECT app_id FROM apps WHERE app_id = ?" + std::to_string(2 * words + 1);
+    }
+    return sql + ")" + kMostRecentFirst;
 }
 
 } // namespace
@@ -419,6 +494,11 @@ Result<void> SqliteStorage::recordLocked(Connection &db, const VersionReport &re
         sqlite3_bind_int64(source, 3, StorageLimits::kCountedClients);
         ok = sqlite3_step(source) == SQLITE_DONE;
     }
+    if (ok && !knownBundleId) {
+        if (auto indexed = indexAppForSearch(db, report.appId, report.bundleId, report.title); !indexed) {
+            return indexed;
+        }
+    }
     for (const auto &version : report.versions) {
         sqlite3_stmt *upsert = ok ? db.prepare(kUpsertVersion) : nullptr;
         if (upsert == nullptr) {
@@ -524,6 +604,72 @@ Result<std::vector<AppSummary>> SqliteStorage::appsWithBundleId(const std::strin
     auto result = readSummaries(*lease, statement);
     sqlite3_reset(statement);
     return result;
+}
+
+Result<std::vector<VersionHistory>> SqliteStorage::versionHistoryOf(std::int64_t appId) {
+    const Lease lease(*this);
+    sqlite3_stmt *statement = (*lease).prepare(kSelectVersionHistory);
+    if (statement == nullptr) {
+        return storageFailure((*lease).lastError());
+    }
+    sqlite3_bind_int64(statement, 1, appId);
+    std::vector<VersionHistory> versions;
+    int step = SQLITE_ROW;
+    while ((step = sqlite3_step(statement)) == SQLITE_ROW) {
+        versions.push_back(VersionHistory{columnText(statement, 0), sqlite3_column_int64(statement, 1),
+                                          sqlite3_column_int64(statement, 2), sqlite3_column_int64(statement, 3)});
+    }
+    sqlite3_reset(statement);
+    if (step != SQLITE_DONE) {
+        return storageFailure((*lease).lastError());
+    }
+    return versions;
+}
+
+Result<std::vector<AppSummary>> SqliteStorage::searchApps(const AppSearch &search, std::size_t limit) {
+    const Lease lease(*this);
+    sqlite3_stmt *statement =
+        (*lease).prepare(searchStatement(search.words.size(), search.storeIdentifier.has_value()));
+    if (statement == nullptr) {
+        return storageFailure((*lease).lastError());
+    }
+    // Bound texts must outlive the steps.
+    std::vector<std::string> bounds;
+    bounds.reserve(search.words.size());
+    int parameter = 1;
+    for (const auto &word : search.words) {
+        bindText(statement, parameter++, word);
+        bindText(statement, parameter++, bounds.emplace_back(searchWordBound(word)));
+    }
+    if (search.storeIdentifier) {
+        sqlite3_bind_int64(statement, parameter++, *search.storeIdentifier);
+    }
+    sqlite3_bind_int64(statement, parameter, static_cast<std::int64_t>(limit));
+    auto result = readSummaries(*lease, statement);
+    sqlite3_reset(statement);
+    return result;
+}
+
+Result<std::vector<AppSummary>> SqliteStorage::recentlyReportedApps(std::size_t limit) {
+    const Lease lease(*this);
+    sqlite3_stmt *statement = (*lease).prepare(std::string(kSelectAppSummary) + kMostRecentFirst);
+    if (statement == nullptr) {
+        return storageFailure((*lease).lastError());
+    }
+    sqlite3_bind_int64(statement, 1, static_cast<std::int64_t>(limit));
+    auto result = readSummaries(*lease, statement);
+    sqlite3_reset(statement);
+    return result;
+}
+
+Result<StorageTotals> SqliteStorage::totals() {
+    const Lease lease(*this);
+    const auto apps = (*lease).integer(kCountApps);
+    const auto versions = apps ? (*lease).integer(kCountVersions) : apps;
+    if (!versions) {
+        return versions.error();
+    }
+    return StorageTotals{*apps, *versions};
 }
 
 Result<void> SqliteStorage::recordSearchEvent(const SearchEvent &event) {

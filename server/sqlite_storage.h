@@ -37,6 +37,10 @@ class SqliteStorage : public VersionStorage {
     Result<std::vector<StoredVersion>> versionsOf(std::int64_t appId) override;
     Result<std::vector<AppSummary>> appsWithId(std::int64_t appId) override;
     Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override;
+    Result<std::vector<VersionHistory>> versionHistoryOf(std::int64_t appId) override;
+    Result<std::vector<AppSummary>> searchApps(const AppSearch &search, std::size_t limit) override;
+    Result<std::vector<AppSummary>> recentlyReportedApps(std::size_t limit) override;
+    Result<StorageTotals> totals() override;
     Result<void> recordSearchEvent(const SearchEvent &event) override;
     Result<std::int64_t> searchEventCount() override;
     Result<std::int64_t> versionBytes() override;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "base/result.h"
+#include "server/app_search.h"
 
 namespace qv::server {
 
@@ -35,6 +36,22 @@ struct AppSummary {
     std::string bundleId;
     std::string title;
     std::string newestDisplay; // display text of the highest external identifier whose display is known
+    // Seconds since the epoch of the app's first and latest report.
+    std::int64_t firstReportedAt = 0;
+    std::int64_t lastReportedAt = 0;
+};
+
+// A version with when it was first and last reported, in seconds since the epoch.
+struct VersionHistory {
+    std::string display;
+    std::int64_t externalId = 0;
+    std::int64_t firstReportedAt = 0;
+    std::int64_t lastReportedAt = 0;
+};
+
+struct StorageTotals {
+    std::int64_t apps = 0;
+    std::int64_t versions = 0;
 };
 
 // What a storage keeps at most, whatever the database behind it.
@@ -83,6 +100,14 @@ class VersionStorage {
     // The one app that claims the bundle identifier with the most distinct senders (the lowest store identifier
     // among equals), or none.
     virtual Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) = 0;
+    // The app's versions as versionsOf lists them, with when each was first and last reported.
+    virtual Result<std::vector<VersionHistory>> versionHistoryOf(std::int64_t appId) = 0;
+    // The apps whose words begin with every word searched (and the app with the store identifier searched), the
+    // most recently reported first, through the search index: never a scan of every app.
+    virtual Result<std::vector<AppSummary>> searchApps(const AppSearch &search, std::size_t limit) = 0;
+    // The most recently reported apps first.
+    virtual Result<std::vector<AppSummary>> recentlyReportedApps(std::size_t limit) = 0;
+    virtual Result<StorageTotals> totals() = 0;
     // Keeps at most the configured number of events and bytes of events, dropping the oldest.
     virtual Result<void> recordSearchEvent(const SearchEvent &event) = 0;
     virtual Result<std::int64_t> searchEventCount() = 0;

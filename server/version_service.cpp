@@ -7,6 +7,7 @@
 
 #include "base/json.h"
 #include "base/text.h"
+#include "server/app_search.h"
 
 namespace qv::server {
 
@@ -16,6 +17,15 @@ constexpr std::string_view kAppsPrefix = "/v1/apple_apps/";
 constexpr std::string_view kVersionsSuffix = "/versions";
 constexpr std::string_view kEventsRoute = "/v1/events";
 constexpr std::string_view kLookupRoute = "/lookup";
+constexpr std::string_view kSearchRoute = "/v1/apple_apps";
+constexpr std::string_view kHomeRoute = "/";
+constexpr std::string_view kSearchPageRoute = "/search";
+constexpr std::string_view kAppPagePrefix = "/apps/";
+constexpr std::string_view kStylesheetRoute = "/style.css";
+constexpr std::size_t kRecentApps = 20;
+// Pages load nothing but their own stylesheet and submit forms only here; no script runs at all.
+constexpr std::string_view kPagePolicy = "default-src 'none'; style-src 'self'; img-src 'self'; form-action 'self'; "
+                                         "base-uri 'none'; frame-ancestors 'none'";
 constexpr std::string_view kIfNoneMatch = "if-none-match";
 // What a cached reply costs beyond its bytes: list node, hash bucket, string headers.
 constexpr std::size_t kCacheEntryOverhead = 128;
@@ -260,6 +270,21 @@ ServiceResponse VersionService::handle(const ServiceRequest &request) const {
     if (request.path == kLookupRoute) {
         return lookup(request);
     }
+    if (request.path == kSearchRoute) {
+        return searchApps(request);
+    }
+    if (request.path == kHomeRoute) {
+        return homePage(request);
+    }
+    if (request.path == kSearchPageRoute) {
+        return searchPage(request);
+    }
+    if (request.path == kStylesheetRoute) {
+        return stylesheet(request);
+    }
+    if (request.path.rfind(kAppPagePrefix, 0) == 0) {
+        return appPage(request, std::string_view(request.path).substr(kAppPagePrefix.size()));
+    }
     return errorResponse(
         fail(ErrorCode::NotFound, std::string(errorMessage(ErrorCode::NotFound)) + ": " + request.path));
 }
@@ -399,6 +424,153 @@ ServiceResponse VersionService::lookup(const ServiceRequest &request) const {
         return storageFailure(counted(apps.error()));
     }
     return taggedResponse(request, tagged(toJson(lookupResults(*apps))));
+}
+
+namespace {
+
+// Pages are read-only: anything but GET or HEAD is refused before the database is asked.
+std::optional<ServiceResponse> refuseUnlessGet(const ServiceRequest &request) {
+    if (!isGet(request.method)) {
+        return methodNotAllowed("GET");
+    }
+    return std::nullopt;
+}
+
+void addPageHeaders(ServiceResponse &response, std::string_view contentType) {
+    response.headers.emplace_back("Content-Type", std::string(contentType));
+    response.headers.emplace_back("Content-Security-Policy", std::string(kPagePolicy));
+    response.headers.emplace_back("X-Content-Type-Options", "nosniff");
+    response.headers.emplace_back("Referrer-Policy", "no-referrer");
+}
+
+// The one value of a query parameter, or nothing when it is absent.
+std::optional<std::string> queryValue(const ServiceRequest &request, const std::string &name) {
+    const auto found = request.query.find(name);
+    return found == request.query.end() ? std::nullopt : std::optional<std::string>(found->second);
+}
+
+// Where the person's browser reached this service, for commands it can paste.
+std::string serviceAddressOf(const ServiceRequest &request) {
+    const auto host = request.headers.find("host");
+    return "http://" + (host != request.headers.end() && !host->second.empty() ? host->second : "HOST:PORT") + "/";
+}
+
+} // namespace
+
+ServiceResponse VersionService::htmlResponse(const ServiceRequest &request, int status,
+                                             const Result<std::string> &page) const {
+    if (!page) {
+        return errorResponse(page.error());
+    }
+    ServiceResponse response =
+        status == status::kOk ? taggedResponse(request, tagged(*page)) : ServiceResponse{status, *page, {}};
+    addPageHeaders(response, "text/html; charset=utf-8");
+    return response;
+}
+
+ServiceResponse VersionService::problemPage(const ServiceRequest &request, int status, std::string heading,
+                                            std::string message) const {
+    return htmlResponse(request, status, pages_.problem(ProblemPage{std::move(heading), std::move(message)}));
+}
+
+ServiceResponse VersionService::homePage(const ServiceRequest &request) const {
+    if (auto refusal = refuseUnlessGet(request)) {
+        return std::move(*refusal);
+    }
+    HomePage page;
+    auto totals = storage_.totals();
+    if (!totals) {
+        return storageFailure(totals.error());
+    }
+    page.totals = *totals;
+    auto recent = storage_.recentlyReportedApps(kRecentApps);
+    if (!recent) {
+        return storageFailure(recent.error());
+    }
+    page.recent = std::move(*recent);
+    page.serviceAddress = serviceAddressOf(request);
+    return htmlResponse(request, status::kOk, pages_.home(page));
+}
+
+ServiceResponse VersionService::searchPage(const ServiceRequest &request) const {
+    if (auto refusal = refuseUnlessGet(request)) {
+        return std::move(*refusal);
+    }
+    SearchPage page;
+    page.query = queryValue(request, "q").value_or("");
+    const auto search = parseAppSearch(page.query);
+    if (!search) {
+        page.problem = "Cannot search for that: " + search.error().detail + ".";
+        return htmlResponse(request, status::kBadRequest, pages_.search(page));
+    }
+    auto results = storage_.searchApps(*search, kMaxSearchResults);
+    if (!results) {
+        return storageFailure(results.error());
+    }
+    page.results = std::move(*results);
+    return htmlResponse(request, status::kOk, pages_.search(page));
+}
+
+ServiceResponse VersionService::appPage(const ServiceRequest &request, std::string_view appIdText) const {
+    if (auto refusal = refuseUnlessGet(request)) {
+        return std::move(*refusal);
+    }
+    const auto appId = identifierFrom(appIdText);
+    if (!appId) {
+        return problemPage(request, status::kBadRequest, "Not a store identifier",
+                           "A store identifier is decimal digits, as in /apps/284882215.");
+    }
+    auto apps = storage_.appsWithId(*appId);
+    if (!apps) {
+        return storageFailure(apps.error());
+    }
+    if (apps->empty()) {
+        return problemPage(request, status::kNotFound, "Unknown app",
+                           "No app with store identifier " + std::to_string(*appId) + " has been reported here.");
+    }
+    auto versions = storage_.versionHistoryOf(*appId);
+    if (!versions) {
+        return storageFailure(versions.error());
+    }
+    return htmlResponse(request, status::kOk, pages_.app(AppPage{apps->front(), std::move(*versions)}));
+}
+
+ServiceResponse VersionService::stylesheet(const ServiceRequest &request) const {
+    if (auto refusal = refuseUnlessGet(request)) {
+        return std::move(*refusal);
+    }
+    ServiceResponse response = taggedResponse(request, tagged(std::string(pages_.stylesheet())));
+    addPageHeaders(response, "text/css; charset=utf-8");
+    return response;
+}
+
+ServiceResponse VersionService::searchApps(const ServiceRequest &request) const {
+    if (auto refusal = refuseUnlessGet(request)) {
+        return std::move(*refusal);
+    }
+    const auto query = queryValue(request, "query");
+    if (!query) {
+        return badRequest("give the query parameter query: an app name, bundle identifier or store identifier");
+    }
+    const auto search = parseAppSearch(*query);
+    if (!search) {
+        return errorResponse(search.error());
+    }
+    const auto apps = storage_.searchApps(*search, kMaxSearchResults);
+    if (!apps) {
+        return storageFailure(apps.error());
+    }
+    Array results;
+    for (const auto &app : *apps) {
+        results.push_back(Value(Dictionary{{"identifier", std::to_string(app.appId)},
+                                           {"bundle_id", app.bundleId},
+                                           {"title", app.title},
+                                           {"newest_version", app.newestDisplay},
+                                           {"last_reported", isoTime(app.lastReportedAt)}}));
+    }
+    auto response = taggedResponse(request, tagged(toJson(Value(std::move(results)))));
+    response.headers.emplace_back("X-Content-Type-Options", "nosniff");
+    return response;
 }
 
 } // namespace qv::server

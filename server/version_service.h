@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "server/clients.h"
+#include "server/pages.h"
 #include "server/request_bodies.h"
 #include "server/storage.h"
 
@@ -137,6 +138,16 @@ class VersionService {
     ServiceResponse versions(const ServiceRequest &request, const std::string &appIdText) const;
     ServiceResponse events(const ServiceRequest &request) const;
     ServiceResponse lookup(const ServiceRequest &request) const;
+    // The pages for people and the search they share with the JSON API.
+    ServiceResponse homePage(const ServiceRequest &request) const;
+    ServiceResponse searchPage(const ServiceRequest &request) const;
+    ServiceResponse appPage(const ServiceRequest &request, std::string_view appIdText) const;
+    ServiceResponse stylesheet(const ServiceRequest &request) const;
+    ServiceResponse searchApps(const ServiceRequest &request) const;
+    // The page as HTML with the headers every page carries, or a JSON 500 when it could not be rendered.
+    ServiceResponse htmlResponse(const ServiceRequest &request, int status, const Result<std::string> &page) const;
+    ServiceResponse problemPage(const ServiceRequest &request, int status, std::string heading,
+                                std::string message) const;
     // The sender's keyed hash, and a 429 when it has written too much lately.
     std::string clientOf(const ServiceRequest &request) const;
     std::optional<ServiceResponse> rateLimited(const std::string &client) const;
@@ -149,6 +160,7 @@ class VersionService {
     const std::string clientKey_;
     mutable WriteRateLimiter writeRate_;
     mutable std::atomic<std::uint64_t> databaseErrors_{0};
+    const PageRenderer pages_{};
 };
 
 } // namespace qv::server

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -31,6 +32,16 @@ class BrokenStorage : public VersionStorage {
     Result<std::vector<AppSummary>> appsWithBundleId(const std::string &bundleId) override {
         return working() ? behind_->appsWithBundleId(bundleId) : ioError();
     }
+    Result<std::vector<VersionHistory>> versionHistoryOf(std::int64_t appId) override {
+        return working() ? behind_->versionHistoryOf(appId) : ioError();
+    }
+    Result<std::vector<AppSummary>> searchApps(const AppSearch &search, std::size_t limit) override {
+        return working() ? behind_->searchApps(search, limit) : ioError();
+    }
+    Result<std::vector<AppSummary>> recentlyReportedApps(std::size_t limit) override {
+        return working() ? behind_->recentlyReportedApps(limit) : ioError();
+    }
+    Result<StorageTotals> totals() override { return working() ? behind_->totals() : ioError(); }
     Result<void> recordSearchEvent(const SearchEvent &event) override {
         return working() ? behind_->recordSearchEvent(event) : diskFull();
     }

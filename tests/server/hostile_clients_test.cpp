@@ -184,6 +184,16 @@ class GatedStorage : public qv::server::VersionStorage {
     qv::Result<std::vector<qv::server::AppSummary>> appsWithBundleId(const std::string &) override {
         return std::vector<qv::server::AppSummary>{};
     }
+    qv::Result<std::vector<qv::server::VersionHistory>> versionHistoryOf(std::int64_t) override {
+        return std::vector<qv::server::VersionHistory>{};
+    }
+    qv::Result<std::vector<qv::server::AppSummary>> searchApps(const qv::server::AppSearch &, std::size_t) override {
+        return std::vector<qv::server::AppSummary>{};
+    }
+    qv::Result<std::vector<qv::server::AppSummary>> recentlyReportedApps(std::size_t) override {
+        return std::vector<qv::server::AppSummary>{};
+    }
+    qv::Result<qv::server::StorageTotals> totals() override { return qv::server::StorageTotals{}; }
     qv::Result<void> recordSearchEvent(const qv::server::SearchEvent &) override { return recordReport({}); }
     qv::Result<std::int64_t> searchEventCount() override { return 0; }
     qv::Result<std::int64_t> versionBytes() override { return 0; }

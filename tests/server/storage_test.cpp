@@ -388,6 +388,76 @@ TEST_P(EachBackend, ABundleIdentifierAnswersTheBestSupportedAppOnly) {
     EXPECT_EQ(answer->at(0).appId, 5);
 }
 
+// Apps reported in this order; within one second the higher store identifier counts as the more recent.
+const std::vector<VersionReport> kSearchableApps{
+    {1, "com.example.notes", "Notes Plus", {{10, "1.0"}}, "a"},
+    {2, "com.example.maps", "Maps", {{20, "2.0"}, {21, ""}}, "a"},
+    {3, "org.paper.book", "Notebook <b>", {{30, "3.0"}}, "a"},
+    {4, "de.example.notizen", "GROSSE Notizen", {{40, "4.0"}}, "a"},
+};
+
+struct SearchCase {
+    const char *name;
+    const char *query;
+    std::size_t limit;
+    std::vector<std::int64_t> found; // store identifiers, most recent first
+};
+using AppSearchOnStorage = OnEachBackend<SearchCase>;
+TEST_P(AppSearchOnStorage, FindsAppsByTheStartOfTheirWords) {
+    auto storage = database_->open({});
+    ASSERT_TRUE(storage) << storage.error().describe();
+    for (const auto &report : kSearchableApps) {
+        ASSERT_TRUE((*storage)->recordReport(report));
+    }
+    const auto search = parseAppSearch(testCase().query);
+    ASSERT_TRUE(search) << search.error().describe();
+    const auto apps = (*storage)->searchApps(*search, testCase().limit);
+    ASSERT_TRUE(apps) << apps.error().describe();
+    std::vector<std::int64_t> found;
+    for (const auto &app : *apps) {
+        found.push_back(app.appId);
+    }
+    EXPECT_EQ(found, testCase().found);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Queries, AppSearchOnStorage,
+    ::testing::Combine(kBackends, ::testing::Values(SearchCase{"PrefixOfATitleWord", "note", 50, {3, 1}},
+                                                    SearchCase{"EveryWordMustMatch", "plus note", 50, {1}},
+                                                    SearchCase{"BundleIdentifierPieces", "com.example", 50, {2, 1}},
+                                                    SearchCase{"WholeBundleIdentifier", "org.paper.book", 50, {3}},
+                                                    SearchCase{"CaseDoesNotMatter", "grosse NOTIZ", 50, {4}},
+                                                    SearchCase{"StoreIdentifier", "2", 50, {2}},
+                                                    SearchCase{"PrefixOfABundleWord", "boo", 50, {3}},
+                                                    SearchCase{"NothingMatches", "zebra", 50, {}},
+                                                    SearchCase{"LimitKeepsTheMostRecent", "example", 2, {4, 2}})),
+    [](const auto &info) { return backendAndCaseName(info); });
+
+TEST_P(EachBackend, ListsRecentAppsTotalsAndWhenVersionsWereReported) {
+    auto storage = database_->open({});
+    ASSERT_TRUE(storage) << storage.error().describe();
+    for (const auto &report : kSearchableApps) {
+        ASSERT_TRUE((*storage)->recordReport(report));
+    }
+    const auto totals = (*storage)->totals();
+    ASSERT_TRUE(totals);
+    EXPECT_EQ(totals->apps, 4);
+    EXPECT_EQ(totals->versions, 5);
+    const auto recent = (*storage)->recentlyReportedApps(3);
+    ASSERT_TRUE(recent);
+    ASSERT_EQ(recent->size(), 3U);
+    EXPECT_EQ(recent->at(0).appId, 4);
+    EXPECT_EQ(recent->at(0).newestDisplay, "4.0");
+    const auto history = (*storage)->versionHistoryOf(2);
+    ASSERT_TRUE(history);
+    ASSERT_EQ(history->size(), 2U);
+    EXPECT_EQ(history->at(0).externalId, 21);
+    EXPECT_EQ(history->at(0).display, "");
+    for (const auto &version : *history) {
+        EXPECT_GT(version.firstReportedAt, 0);
+        EXPECT_LE(version.firstReportedAt, version.lastReportedAt);
+    }
+}
+
 struct ByteBudgetCase {
     const char *name;
     const char *reports; // one word per report, one digit per version: "12 3" is {1, 2} then {3}

@@ -245,7 +245,15 @@ INSTANTIATE_TEST_SUITE_P(
                    R"({"name":"search","attributes":{"query":"q","results":[{"appId":"1","rank":0}]}})", 400},
         BadRequest{"POST", "/v1/apple_apps/42/versions", kOversized, 413, "the body is larger than 1 MiB"},
         BadRequest{"GET", "/v1/apple_apps/42", "", 404}, BadRequest{"GET", "/v1/apple_apps/4/2/versions", "", 404},
-        BadRequest{"GET", "/", "", 404, "no such resource: /"},
+        BadRequest{"GET", "/nowhere", "", 404, "no such resource: /nowhere"},
+        BadRequest{"POST", "/", "", 405, "method not allowed; use GET"},
+        BadRequest{"GET", "/v1/apple_apps", "", 400,
+                   "give the query parameter query: an app name, bundle identifier or store identifier"},
+        BadRequest{"GET", "/v1/apple_apps", "", 400, nullptr, {{"query", ""}}},
+        BadRequest{"GET", "/v1/apple_apps", "", 400, "the query has no letter or digit", {{"query", "!?"}}},
+        BadRequest{
+            "GET", "/v1/apple_apps", "", 400, "the query is longer than 200 bytes", {{"query", std::string(201, 'a')}}},
+        BadRequest{"POST", "/v1/apple_apps", "", 405},
         BadRequest{"DELETE", "/v1/apple_apps/42/versions", "", 405, "method not allowed; use GET, POST"},
         BadRequest{"GET", "/v1/events", "", 405}, BadRequest{"POST", "/lookup", "", 405},
         BadRequest{"GET", "/lookup", "", 400},
@@ -319,7 +327,8 @@ INSTANTIATE_TEST_SUITE_P(
                    R"x({"error":"the database cannot be written at the moment; try again shortly (disk full)"})x"},
         OutageCase{"POST", "/v1/events", eventWithQuery("q"), 503, R"({"error":"the database cannot be written)"},
         OutageCase{"GET", "/v1/apple_apps/42/versions", "", 500, R"({"error":"storage failure: disk I/O error"})"},
-        OutageCase{"GET", "/lookup", "", 500, R"({"error":"storage failure: disk I/O error"})"}));
+        OutageCase{"GET", "/lookup", "", 500, R"({"error":"storage failure: disk I/O error"})"},
+        OutageCase{"GET", "/", "", 500, R"({"error":"storage failure: disk I/O error"})"}));
 
 struct ConditionalCase {
     const char *name;
@@ -347,7 +356,10 @@ TEST_P(ConditionalRead, CarriesAStrongTagAndAnswersAMatchWithoutABody) {
         cacheHeaders.emplace_back("Content-Length", std::to_string(plain.body.size()));
     }
     if (response.status == 200 || response.status == 304) {
-        EXPECT_EQ(response.headers, cacheHeaders);
+        // Pages add their own headers after these.
+        ASSERT_GE(response.headers.size(), cacheHeaders.size());
+        EXPECT_EQ(decltype(cacheHeaders)(response.headers.begin(), response.headers.begin() + cacheHeaders.size()),
+                  cacheHeaders);
         EXPECT_EQ(response.body, response.status == 200 ? plain.body : "");
     } else {
         EXPECT_TRUE(response.headers.empty());
@@ -368,8 +380,104 @@ INSTANTIATE_TEST_SUITE_P(
         ConditionalCase{"UnknownAppSameTag", "/v1/apple_apps/43/versions", {}, {"{tag}"}, 304},
         ConditionalCase{"LookupSameTag", "/lookup", {{"id", "42"}}, {"{tag}"}, 304},
         ConditionalCase{"LookupOtherTag", "/lookup", {{"bundleId", "com.example.renamed"}}, {R"("x")"}, 200},
-        ConditionalCase{"ErrorsCarryNoTag", "/lookup", {{"id", "x"}}, {"*"}, 400}),
+        ConditionalCase{"ErrorsCarryNoTag", "/lookup", {{"id", "x"}}, {"*"}, 400},
+        ConditionalCase{"SearchSameTag", "/v1/apple_apps", {{"query", "example"}}, {"{tag}"}, 304},
+        ConditionalCase{"HomePageSameTag", "/", {}, {"{tag}"}, 304},
+        ConditionalCase{"AppPageSameTag", "/apps/42", {}, {"{tag}"}, 304},
+        ConditionalCase{"AppPageOtherTag", "/apps/42", {}, {R"("x")"}, 200},
+        ConditionalCase{"StylesheetSameTag", "/style.css", {}, {"{tag}"}, 304}),
     [](const auto &info) { return std::string(info.param.name); });
+
+const char *const kHostileReport =
+    R"({"bundle_id":"com.example.notes","identifier":42,"title":"Notes <script>alert(1)</script> & \"Co\"",)"
+    R"("versions":[{"display":"<b>1.2</b>","externalId":900},{"display":"","externalId":901}]})";
+
+struct PageCase {
+    const char *name;
+    const char *path;
+    std::multimap<std::string, std::string> query;
+    int status;
+    std::vector<std::string> shows; // each must be in the page
+};
+class Page : public ServiceTest, public ::testing::WithParamInterface<PageCase> {};
+TEST_P(Page, ShowsItsValuesEscapedUnderAStrictPolicy) {
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kHostileReport).status, 200);
+    const auto page = call("GET", GetParam().path, {}, GetParam().query, {{"host", "versions.test:8080"}});
+    EXPECT_EQ(page.status, GetParam().status);
+    for (const auto &text : GetParam().shows) {
+        EXPECT_NE(page.body.find(text), std::string::npos) << text << "\n" << page.body;
+    }
+    EXPECT_EQ(page.body.find("<script"), std::string::npos) << page.body;
+    EXPECT_EQ(page.body.find("<b>"), std::string::npos) << page.body;
+    const auto header = [&](const std::string &name) {
+        for (const auto &[key, value] : page.headers) {
+            if (key == name) {
+                return value;
+            }
+        }
+        return std::string();
+    };
+    EXPECT_EQ(header("Content-Type"), "text/html; charset=utf-8");
+    EXPECT_EQ(header("X-Content-Type-Options"), "nosniff");
+    EXPECT_EQ(header("Content-Security-Policy").rfind("default-src 'none'; style-src 'self';", 0), 0U);
+}
+INSTANTIATE_TEST_SUITE_P(
+    Paths, Page,
+    ::testing::Values(
+        PageCase{"HomeCountsAndListsTheRecentApp",
+                 "/",
+                 {},
+                 200,
+                 {R"(<strong id="app-count">1</strong>)", R"(<strong id="version-count">2</strong> versions)",
+                  R"(<a href="/apps/42">Notes &lt;script&gt;alert(1)&lt;/script&gt; &amp; &quot;Co&quot;</a>)",
+                  "&lt;b&gt;1.2&lt;/b&gt;"}},
+        PageCase{"SearchFindsAWordOfTheTitle", "/search", {{"q", "SCRIPT"}}, 200, {"1 app matches", "/apps/42"}},
+        PageCase{"SearchFindsTheStoreIdentifier", "/search", {{"q", "42"}}, 200, {"/apps/42"}},
+        PageCase{"SearchShowsTheQueryAsText",
+                 "/search",
+                 {{"q", "<script>zebra"}},
+                 200,
+                 {"No app matches “&lt;script&gt;zebra”", R"(value="&lt;script&gt;zebra")"}},
+        PageCase{"SearchExplainsARefusal", "/search", {{"q", "<>"}}, 400, {"the query has no letter or digit"}},
+        PageCase{"SearchExplainsAnEmptyQuery", "/search", {}, 400, {"the query is empty"}},
+        PageCase{"AppListsVersionsWithTheirCommands",
+                 "/apps/42",
+                 {},
+                 200,
+                 {"<h3>&lt;b&gt;1.2&lt;/b&gt;</h3>", "<h3>Unknown version</h3>", "qvdovrin downgrade 42 --version 900",
+                  "qvdovrin downgrade 42 --version 901", R"(<dd id="bundle-id">com.example.notes</dd>)"}},
+        PageCase{"UnknownAppIsNotFound", "/apps/43", {}, 404, {"No app with store identifier 43"}},
+        PageCase{"AppNeedsDigits", "/apps/4%32", {}, 400, {"A store identifier is decimal digits"}}),
+    [](const auto &info) { return std::string(info.param.name); });
+
+TEST_F(ServiceTest, AnEmptyServiceSaysHowToFeedIt) {
+    const auto page = call("GET", "/", {}, {}, {{"host", "versions.test:8080"}});
+    EXPECT_EQ(page.status, 200);
+    EXPECT_NE(page.body.find(R"(<strong id="app-count">0</strong>)"), std::string::npos);
+    EXPECT_NE(page.body.find("qvdovrin import ~/Downloads/SomeApp.ipa --server http://versions.test:8080/"),
+              std::string::npos)
+        << page.body;
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kMetadataReport).status, 200);
+    EXPECT_EQ(call("GET", "/").body.find("qvdovrin import"), std::string::npos);
+}
+
+TEST_F(ServiceTest, SearchAnswersJsonWithTheAppsFound) {
+    ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kHostileReport).status, 200);
+    ASSERT_EQ(
+        call("POST", "/v1/apple_apps/7/versions",
+             R"({"bundle_id":"org.maps","identifier":7,"title":"Maps","versions":[{"display":"3","externalId":1}]})")
+            .status,
+        200);
+    const auto found = parseJson(call("GET", "/v1/apple_apps", {}, {{"query", "com.example"}}).body);
+    ASSERT_TRUE(found && found->asArray());
+    ASSERT_EQ(found->asArray()->size(), 1U);
+    const auto *app = (*found->asArray())[0].asDictionary();
+    ASSERT_NE(app, nullptr);
+    EXPECT_EQ(*app->find(Value("identifier")), Value("42"));
+    EXPECT_EQ(*app->find(Value("title")), Value("Notes <script>alert(1)</script> & \"Co\""));
+    EXPECT_EQ(*app->find(Value("newest_version")), Value("<b>1.2</b>"));
+    EXPECT_EQ(call("GET", "/v1/apple_apps", {}, {{"query", "zebra"}}).body, "[]");
+}
 
 TEST_F(ServiceTest, AReportGivesTheListANewTag) {
     ASSERT_EQ(call("POST", "/v1/apple_apps/42/versions", kMetadataReport).status, 200);

@@ -1,0 +1,22 @@
+# Writes OUTPUT, a C++ source holding each of FILES (a ;-list of paths) as bytes, so the service carries its page
+# templates and stylesheet inside the binary and finds them from a build tree, a clone or an install alike.
+# Run as: cmake -DOUTPUT=... -DNAMESPACE=... -DFILES=a;b -P embed-files.cmake
+set(body "// Generated from ${FILES} by cmake/embed-files.cmake; do not edit.\n")
+string(APPEND body "#include \"server/embedded_files.h\"\n\nnamespace ${NAMESPACE} {\n\nnamespace {\n")
+set(index 0)
+set(entries "")
+foreach(path IN LISTS FILES)
+  file(READ "${path}" hex HEX)
+  string(LENGTH "${hex}" hex_length)
+  math(EXPR size "${hex_length} / 2")
+  string(REGEX REPLACE "([0-9a-f][0-9a-f])" "'\\\\x\\1'," bytes "${hex}")
+  get_filename_component(name "${path}" NAME)
+  string(APPEND body "constexpr char kFile${index}[] = {${bytes}'\\0'};\n")
+  string(APPEND entries "    {\"${name}\", {kFile${index}, ${size}}},\n")
+  math(EXPR index "${index} + 1")
+endforeach()
+string(APPEND body "\n} // namespace\n\nconst std::vector<EmbeddedFile> &embeddedPageFiles() {\n")
+string(APPEND body "    static const std::vector<EmbeddedFile> files{\n${entries}    };\n    return files;\n}\n\n")
+string(APPEND body "} // namespace ${NAMESPACE}\n")
+file(WRITE "${OUTPUT}.tmp" "${body}")
+file(RENAME "${OUTPUT}.tmp" "${OUTPUT}")
