@@ -19,10 +19,10 @@ using kainjow::mustache::partial;
 
 constexpr std::string_view kUnknownVersion = "Unknown version";
 
-std::string fileNamed(std::string_view name) {
+std::string_view fileNamed(std::string_view name) {
     for (const auto &file : embeddedPageFiles()) {
         if (file.name == name) {
-            return std::string(file.contents);
+            return file.contents;
         }
     }
     return {};
@@ -72,14 +72,12 @@ data appRows(const std::vector<AppSummary> &apps) {
 }
 
 Result<std::string> render(std::string_view templateName, data &values) {
-    mustache page{fileNamed(templateName)};
+    mustache page{std::string(fileNamed(templateName))};
     if (!page.is_valid()) {
         return fail(ErrorCode::ServerFailed, std::string(templateName) + ": " + page.error_message());
     }
-    const std::string header = fileNamed("header.mustache");
-    const std::string footer = fileNamed("footer.mustache");
-    values.set("header", partial([header] { return header; }));
-    values.set("footer", partial([footer] { return footer; }));
+    values.set("header", partial([] { return std::string(fileNamed("header.mustache")); }));
+    values.set("footer", partial([] { return std::string(fileNamed("footer.mustache")); }));
     std::string html = page.render(values);
     if (!page.is_valid()) {
         return fail(ErrorCode::ServerFailed, std::string(templateName) + ": " + page.error_message());
@@ -165,12 +163,7 @@ Result<std::string> PageRenderer::problem(const ProblemPage &page) const {
 }
 
 std::string_view PageRenderer::stylesheet() const {
-    for (const auto &file : embeddedPageFiles()) {
-        if (file.name == "style.css") {
-            return file.contents;
-        }
-    }
-    return {};
+    return fileNamed("style.css");
 }
 
 } // namespace qv::server

@@ -348,10 +348,11 @@ Result<void> indexAppsForSearch(SqliteStorage::Connection &db) {
 std::string searchStatement(std::size_t words, bool byIdentifier) {
     std::string sql = std::string(kSelectAppSummary) + "WHERE a.app_id IN (";
     for (std::size_t word = 0; word < words; ++word) {
-        const std::string low = std::to_string(2 * word + 1);
-        const std::string high = std::to_string(2 * word + 2);
-        sql += (word == 0 ? "" : " INTERSECT ") + std::string("SELECT app_id FROM app_search_terms WHERE term >= ?") +
-               low + " AND term < ?" + high;
+        sql += word == 0 ? "" : " INTERSECT ";
+        sql += "SELECT app_id FROM app_search_terms WHERE term >= ?";
+        sql += std::to_string(2 * word + 1);
+        sql += " AND term < ?";
+        sql += std::to_string(2 * word + 2);
     }
     if (byIdentifier) {
         sql += " UNION SELECT app_id FROM apps WHERE app_id = ?" + std::to_string(2 * words + 1);
