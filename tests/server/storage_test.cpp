@@ -1,6 +1,7 @@
 // Version storage on SQLite and on PostgreSQL: one table of what both keep and refuse, then what each does when
 // its database fails.
 #include <gtest/gtest.h>
+#include <libpq-fe.h>
 #include <sqlite3.h>
 
 #include <sys/stat.h>
@@ -543,6 +544,70 @@ class ForeignLock {
   private:
     sqlite3 *db_ = nullptr;
 };
+
+// A file from before apps were searchable: its apps are found once it is opened, and their latest report stands in
+// for the first one, which it never recorded.
+TEST(SqliteSearchUpgrade, AppsStoredBeforeTheIndexAreFoundAfterOpening) {
+    test::TemporaryDirectory directory("qv-search-upgrade");
+    const std::string path = directory.file("old.sqlite");
+    sqlite3 *old = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &old), SQLITE_OK);
+    const char *const kOldFile = R"sql(
+CREATE TABLE apps(app_id INTEGER PRIMARY KEY, bundle_id TEXT NOT NULL, title TEXT NOT NULL,
+  reported_at INTEGER NOT NULL);
+CREATE INDEX apps_by_bundle_id ON apps(bundle_id);
+CREATE TABLE versions(app_id INTEGER NOT NULL REFERENCES apps(app_id), external_id INTEGER NOT NULL,
+  display TEXT NOT NULL, reported_at INTEGER NOT NULL, PRIMARY KEY(app_id, external_id)) WITHOUT ROWID;
+INSERT INTO apps VALUES(77, 'com.old.Ledger', 'Old Ledger', 1600000000);
+INSERT INTO versions VALUES(77, 700, '1.0', 1600000000);
+)sql";
+    ASSERT_EQ(sqlite3_exec(old, kOldFile, nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(old);
+    sqlite3_close(old);
+    for (int opening = 0; opening < 2; ++opening) { // the second opening must not index the app again
+        auto storage = openAt(path);
+        ASSERT_TRUE(storage) << storage.error().describe();
+        const auto found = (*storage)->searchApps(parseAppSearch("ledger").value(), kMaxSearchResults);
+        ASSERT_TRUE(found) << found.error().describe();
+        ASSERT_EQ(found->size(), 1U);
+        EXPECT_EQ(found->at(0).appId, 77);
+        EXPECT_EQ(found->at(0).firstReportedAt, 1600000000);
+        const auto history = (*storage)->versionHistoryOf(77);
+        ASSERT_TRUE(history && history->size() == 1U);
+        EXPECT_EQ(history->at(0).firstReportedAt, 1600000000);
+        EXPECT_EQ(history->at(0).lastReportedAt, 1600000000);
+    }
+}
+
+TEST(PostgresSearchUpgrade, AppsStoredBeforeTheIndexAreFoundAfterOpening) {
+    auto url = freshPostgresDatabase();
+    if (!url) {
+        GTEST_SKIP() << url.error().detail;
+    }
+    {
+        // A database at the schema before the index: made by a service, then taken back to that state.
+        auto storage = PostgresStorage::open(postgresOptions(*url));
+        ASSERT_TRUE(storage) << storage.error().describe();
+    }
+    PGconn *old = PQconnectdb(url->c_str());
+    const char *const kBackToTheOldSchema = R"sql(
+DROP TABLE app_search_terms; DROP INDEX apps_by_reported_at;
+ALTER TABLE apps DROP COLUMN first_reported_at; ALTER TABLE versions DROP COLUMN first_reported_at;
+UPDATE schema_version SET version = 2;
+INSERT INTO apps VALUES(77, 'com.old.Ledger', 'Old Ledger', 1600000000);
+INSERT INTO versions VALUES(77, 700, '1.0', 1600000000);
+)sql";
+    PGresult *result = PQexec(old, kBackToTheOldSchema);
+    const bool ok = PQresultStatus(result) == PGRES_COMMAND_OK;
+    PQclear(result);
+    PQfinish(old);
+    ASSERT_TRUE(ok);
+    auto storage = PostgresStorage::open(postgresOptions(*url));
+    ASSERT_TRUE(storage) << storage.error().describe();
+    const auto found = (*storage)->searchApps(parseAppSearch("ledger").value(), kMaxSearchResults);
+    ASSERT_TRUE(found) << found.error().describe();
+    ASSERT_EQ(found->size(), 1U);
+    EXPECT_EQ(found->at(0).firstReportedAt, 1600000000);
+}
 
 TEST(SqliteWriteFailure, WritesResumeByThemselvesOnceTheDatabaseTakesThemAgain) {
     const test::TemporaryDirectory directory("qv-lock");
