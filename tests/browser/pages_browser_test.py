@@ -6,6 +6,7 @@ chromedriver's WebDriver protocol (python3's standard library only) as a person 
 page, type a search, follow a result. Keeps a screenshot of each page in the given folder.
 """
 import argparse
+import base64
 import json
 import os
 import select
@@ -77,20 +78,25 @@ def free_port():
 
 
 def start_driver(driver):
-    port = free_port()
-    process = subprocess.Popen([driver, f"--port={port}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-    base = f"http://127.0.0.1:{port}"
-    deadline = time.monotonic() + WAIT_SECONDS
-    while True:
-        try:
-            status, reply = request("GET", base + "/status", timeout=2)
-            if status == 200 and reply["value"].get("ready"):
-                return process, base
-        except (urllib.error.URLError, ConnectionError, OSError):
-            pass
-        check(process.poll() is None, f"chromedriver exited with {process.returncode}")
-        check(time.monotonic() < deadline, f"chromedriver was not ready within {WAIT_SECONDS} s")
-        select.select([], [], [], 0.1)  # poll interval for the readiness check, not a synchronisation
+    """chromedriver on a free port; a port taken between choosing and binding it means one more try."""
+    for _ in range(3):
+        port = free_port()
+        process = subprocess.Popen([driver, f"--port={port}"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        base = f"http://127.0.0.1:{port}"
+        deadline = time.monotonic() + WAIT_SECONDS
+        while process.poll() is None:
+            try:
+                status, reply = request("GET", base + "/status", timeout=2)
+                if status == 200 and reply["value"].get("ready"):
+                    return process, base
+            except (urllib.error.URLError, ConnectionError, OSError):
+                pass
+            if time.monotonic() >= deadline:
+                process.kill()
+                process.wait()
+                raise Failure(f"chromedriver was not ready within {WAIT_SECONDS} s")
+            select.select([], [], [], 0.1)  # poll interval for the readiness check, not a synchronisation
+    raise Failure(f"chromedriver exited with {process.returncode} three times")
 
 
 class Browser:
@@ -147,7 +153,6 @@ class Browser:
         check(self.run("return document.readyState") == "complete", f"{path} did not finish loading")
 
     def screenshot(self, path):
-        import base64
         with open(path + ".tmp", "wb") as image:
             image.write(base64.b64decode(self.call("GET", "/screenshot")))
         os.replace(path + ".tmp", path)
