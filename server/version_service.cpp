@@ -119,23 +119,23 @@ Value lookupResults(const std::vector<AppSummary> &apps) {
 } // namespace
 
 std::uint64_t VersionsReplyCache::ticket() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::shared_lock<std::shared_mutex> lock(mutex_);
     return generation_;
 }
 
 std::optional<TaggedReply> VersionsReplyCache::find(std::int64_t appId) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::shared_lock<std::shared_mutex> lock(mutex_);
     const auto found = byApp_.find(appId);
     if (found == byApp_.end()) {
         return std::nullopt;
     }
-    recentFirst_.splice(recentFirst_.begin(), recentFirst_, found->second);
+    found->second->read.store(true, std::memory_order_relaxed);
     hits_.fetch_add(1, std::memory_order_relaxed);
-    return found->second->second;
+    return found->second->reply;
 }
 
 void VersionsReplyCache::store(std::int64_t appId, std::uint64_t ticket, TaggedReply reply) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::unique_lock<std::shared_mutex> lock(mutex_);
     if (ticket != generation_) {
         return;
     }
@@ -146,16 +146,22 @@ void VersionsReplyCache::store(std::int64_t appId, std::uint64_t ticket, TaggedR
     if (cost > maxBytes_) {
         return;
     }
-    recentFirst_.emplace_front(appId, std::move(reply));
-    byApp_[appId] = recentFirst_.begin();
+    oldestFirst_.emplace_back(appId, std::move(reply));
+    byApp_[appId] = std::prev(oldestFirst_.end());
     bytes_ += cost;
+    // The new entry is last and unread, so this ends: at worst every older one is spared once and then goes.
     while (bytes_ > maxBytes_) {
-        eraseLocked(std::prev(recentFirst_.end()));
+        const auto oldest = oldestFirst_.begin();
+        if (oldest->read.exchange(false, std::memory_order_relaxed)) {
+            oldestFirst_.splice(oldestFirst_.end(), oldestFirst_, oldest);
+        } else {
+            eraseLocked(oldest);
+        }
     }
 }
 
 void VersionsReplyCache::invalidate(std::int64_t appId) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::unique_lock<std::shared_mutex> lock(mutex_);
     ++generation_;
     if (const auto found = byApp_.find(appId); found != byApp_.end()) {
         eraseLocked(found->second);
@@ -163,14 +169,14 @@ void VersionsReplyCache::invalidate(std::int64_t appId) {
 }
 
 std::size_t VersionsReplyCache::bytes() const {
-    const std::lock_guard<std::mutex> lock(mutex_);
+    const std::shared_lock<std::shared_mutex> lock(mutex_);
     return bytes_;
 }
 
 void VersionsReplyCache::eraseLocked(std::list<Entry>::iterator entry) {
-    bytes_ -= entry->second.body.size() + entry->second.entityTag.size() + kCacheEntryOverhead;
-    byApp_.erase(entry->first);
-    recentFirst_.erase(entry);
+    bytes_ -= entry->reply.body.size() + entry->reply.entityTag.size() + kCacheEntryOverhead;
+    byApp_.erase(entry->appId);
+    oldestFirst_.erase(entry);
 }
 
 std::string entityTagOf(std::string_view body) {

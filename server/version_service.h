@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <string_view>
 #include <unordered_map>
@@ -89,7 +90,9 @@ struct TaggedReply {
 
 // The versions lists already answered, so that repeated reads of a popular app skip the database. It only sees
 // writes made through this process's service, which is the only writer of its database. It holds at most its
-// byte budget, dropping the least recently read lists first.
+// byte budget, dropping lists not read since the last time room was made first (a second chance for each, in the
+// order they were stored). Reads only share the lock: every socket thread reads here for nearly every request,
+// and a thread that waited on another, preempted while holding the lock, would stall all of its connections.
 class VersionsReplyCache {
   public:
     explicit VersionsReplyCache(std::size_t maxBytes = kDefaultReplyCacheBytes) : maxBytes_(maxBytes) {}
@@ -106,13 +109,19 @@ class VersionsReplyCache {
     std::uint64_t hits() const { return hits_.load(std::memory_order_relaxed); }
 
   private:
-    using Entry = std::pair<std::int64_t, TaggedReply>;
+    struct Entry {
+        Entry(std::int64_t app, TaggedReply stored) : appId(app), reply(std::move(stored)) {}
+        std::int64_t appId;
+        TaggedReply reply;
+        // Set by every read; making room spares an entry once for it.
+        std::atomic<bool> read{false};
+    };
     void eraseLocked(std::list<Entry>::iterator entry);
 
     const std::size_t maxBytes_;
-    mutable std::mutex mutex_;
+    mutable std::shared_mutex mutex_;
     std::uint64_t generation_ = 0;
-    std::list<Entry> recentFirst_;
+    std::list<Entry> oldestFirst_;
     std::unordered_map<std::int64_t, std::list<Entry>::iterator> byApp_;
     std::size_t bytes_ = 0;
     std::atomic<std::uint64_t> hits_{0};
