@@ -356,17 +356,7 @@ class PostgresStorage::Connection {
 
     // Runs the work in one transaction: committed when it succeeds, rolled back when it or the commit fails.
     template <typename Work> Result<void> inTransaction(Work &&work) {
-        if (auto begun = execute("BEGIN"); !begun) {
-            return begun;
-        }
-        Result<void> outcome = work();
-        if (outcome) {
-            outcome = execute("COMMIT");
-        }
-        if (!outcome) {
-            rollBack();
-        }
-        return outcome;
+        return runInTransaction(*this, "BEGIN", std::forward<Work>(work));
     }
 
     // Undoes the open transaction; the failure that led here is the one worth reporting.

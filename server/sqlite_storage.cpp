@@ -151,17 +151,7 @@ class SqliteStorage::Connection {
     // Runs the work in one write transaction: committed when it succeeds, rolled back when it or the commit fails.
     // The write lock is taken at the start, so the work never meets another writer half-way.
     template <typename Work> Result<void> inTransaction(Work &&work) {
-        if (auto begun = execute("BEGIN IMMEDIATE"); !begun) {
-            return begun;
-        }
-        Result<void> outcome = work();
-        if (outcome) {
-            outcome = execute("COMMIT");
-        }
-        if (!outcome) {
-            rollBack();
-        }
-        return outcome;
+        return runInTransaction(*this, "BEGIN IMMEDIATE", std::forward<Work>(work));
     }
 
     // Brings the schema up to date and records the opening, in one transaction.

@@ -10,6 +10,23 @@
 
 namespace qv::server {
 
+// Runs work between begin and COMMIT on connection (anything with execute(sql) and rollBack()): committed when the
+// work and the commit succeed, rolled back otherwise, and the first failure is the one returned.
+template <typename Connection, typename Work>
+Result<void> runInTransaction(Connection &connection, const char *begin, Work &&work) {
+    if (auto begun = connection.execute(begin); !begun) {
+        return begun;
+    }
+    Result<void> outcome = work();
+    if (outcome) {
+        outcome = connection.execute("COMMIT");
+    }
+    if (!outcome) {
+        connection.rollBack();
+    }
+    return outcome;
+}
+
 // One version as a report carries it.
 struct ReportedVersion {
     std::int64_t externalId = 0;
