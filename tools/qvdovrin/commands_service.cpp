@@ -41,20 +41,16 @@ constexpr int kFirstClientError = 400;
 
 // ---- serve ----
 
+// What serve is told on its command line: the listening address, and the service's configuration, which the options
+// fill in directly over its defaults.
 struct ServeOptions {
     std::string listen{kDefaultListen};
-    std::string database{kDefaultDatabase};
-    std::int64_t maxEvents = qv::server::StorageLimits::kDefaultMaxSearchEvents;
-    std::int64_t maxEventBytes = qv::server::StorageLimits::kDefaultMaxSearchEventBytes;
-    std::int64_t maxVersionsPerApp = qv::server::StorageLimits::kDefaultMaxVersionsPerApp;
-    std::size_t maxVersionsPerReport = qv::server::kDefaultMaxVersionsPerReport;
-    std::size_t replyCacheBytes = qv::server::kDefaultReplyCacheBytes;
-    std::int64_t maxVersionBytes = qv::server::StorageLimits::kDefaultMaxVersionBytes;
-    std::size_t writesPerMinute = qv::server::ServiceLimits::kDefaultWritesPerMinute;
-    std::string clientAddressHeader;
-    std::string accessLog;
-    std::string packageSource;
-    int threads = qv::server::hardwareThreads();
+    qv::server::ServeConfig config = [] {
+        qv::server::ServeConfig defaults;
+        defaults.database = kDefaultDatabase;
+        defaults.threads = qv::server::hardwareThreads();
+        return defaults;
+    }();
 };
 
 // The database as a person finds it: the SQLite file's full path, or the PostgreSQL URL without its password.
@@ -72,21 +68,9 @@ void serve(const ServeOptions &options, Io &io) {
     if (!address) {
         throw BadInput("--listen takes HOST:PORT with a port from 0 to 65535: " + options.listen);
     }
-    qv::server::ServeConfig config;
+    qv::server::ServeConfig config = options.config;
     config.host = address->first;
     config.port = address->second;
-    config.database = options.database;
-    config.maxSearchEvents = options.maxEvents;
-    config.maxSearchEventBytes = options.maxEventBytes;
-    config.maxVersionsPerApp = options.maxVersionsPerApp;
-    config.maxVersionsPerReport = options.maxVersionsPerReport;
-    config.replyCacheBytes = options.replyCacheBytes;
-    config.maxVersionBytes = options.maxVersionBytes;
-    config.writesPerMinute = options.writesPerMinute;
-    config.clientAddressHeader = options.clientAddressHeader;
-    config.accessLog = options.accessLog;
-    config.packageSource = options.packageSource;
-    config.threads = options.threads;
     const auto served = qv::server::serveUntilSignalled(config, [&](int port) {
         const std::string url = "http://" + config.host + ":" + std::to_string(port) + "/";
         io.out << "serving on " << url << " (database " << qv::server::withoutPassword(config.database) << ")\n"
@@ -281,44 +265,48 @@ void registerServiceCommands(CLI::App &app, Io &io) {
     serveCommand->add_option("--listen", serveOptions->listen, "HOST:PORT to listen on (port 0: any free port)")
         ->capture_default_str();
     serveCommand
-        ->add_option("--db", serveOptions->database,
+        ->add_option("--db", serveOptions->config.database,
                      "SQLite database file (created on first start), or a postgresql:// URL of a database that "
                      "several instances may share")
         ->capture_default_str();
-    serveCommand->add_option("--max-events", serveOptions->maxEvents, "Search events kept, newest first")
-        ->capture_default_str()
-        ->check(wholeNumber(1));
-    serveCommand->add_option("--max-event-bytes", serveOptions->maxEventBytes, "Bytes of search events kept")
-        ->capture_default_str()
-        ->check(wholeNumber(1));
-    serveCommand->add_option("--max-versions-per-app", serveOptions->maxVersionsPerApp, "Versions kept per app")
+    serveCommand->add_option("--max-events", serveOptions->config.maxSearchEvents, "Search events kept, newest first")
         ->capture_default_str()
         ->check(wholeNumber(1));
     serveCommand
-        ->add_option("--max-versions-per-report", serveOptions->maxVersionsPerReport, "Versions one report may carry")
+        ->add_option("--max-event-bytes", serveOptions->config.maxSearchEventBytes, "Bytes of search events kept")
         ->capture_default_str()
         ->check(wholeNumber(1));
-    serveCommand->add_option("--reply-cache-bytes", serveOptions->replyCacheBytes, "Memory for cached versions lists")
+    serveCommand->add_option("--max-versions-per-app", serveOptions->config.maxVersionsPerApp, "Versions kept per app")
+        ->capture_default_str()
+        ->check(wholeNumber(1));
+    serveCommand
+        ->add_option("--max-versions-per-report", serveOptions->config.maxVersionsPerReport,
+                     "Versions one report may carry")
+        ->capture_default_str()
+        ->check(wholeNumber(1));
+    serveCommand
+        ->add_option("--reply-cache-bytes", serveOptions->config.replyCacheBytes, "Memory for cached versions lists")
         ->capture_default_str()
         ->check(wholeNumber(0));
-    serveCommand->add_option("--max-version-bytes", serveOptions->maxVersionBytes, "Bytes of apps and versions kept")
+    serveCommand
+        ->add_option("--max-version-bytes", serveOptions->config.maxVersionBytes, "Bytes of apps and versions kept")
         ->capture_default_str()
         ->check(wholeNumber(1));
     serveCommand
-        ->add_option("--max-writes-per-minute", serveOptions->writesPerMinute,
+        ->add_option("--max-writes-per-minute", serveOptions->config.writesPerMinute,
                      "Reports and events one client may send per minute (0: no limit)")
         ->capture_default_str()
         ->check(wholeNumber(0));
-    serveCommand->add_option("--client-address-header", serveOptions->clientAddressHeader,
+    serveCommand->add_option("--client-address-header", serveOptions->config.clientAddressHeader,
                              "Header a trusted proxy sets to the client's address (e.g. X-Real-IP)");
-    serveCommand->add_option("--access-log", serveOptions->accessLog,
+    serveCommand->add_option("--access-log", serveOptions->config.accessLog,
                              "Write one line per request to this file (- for standard output); queries are never "
                              "written");
-    serveCommand->add_option("--repo", serveOptions->packageSource,
+    serveCommand->add_option("--repo", serveOptions->config.packageSource,
                              "Serve this folder (made by make repo) as the package source under /repo/");
     constexpr std::int64_t kMostThreads = 1024;
     serveCommand
-        ->add_option("--threads", serveOptions->threads,
+        ->add_option("--threads", serveOptions->config.threads,
                      "Threads that read, answer and write requests (default: the machine's hardware threads)")
         ->capture_default_str()
         ->check(wholeNumber(1, kMostThreads));
