@@ -1,23 +1,17 @@
 // Request counts and latencies per route, and the exposition text an operator's scraper reads.
 #include "server/metrics.h"
 
+#include "server/operator_routes.h"
+#include "server/package_source.h"
+#include "server/version_service.h"
+
 #include <cstdio>
 
 namespace qv::server {
 
 namespace {
 
-constexpr std::string_view kAppsPrefix = "/v1/apple_apps/";
-constexpr std::string_view kVersionsSuffix = "/versions";
 constexpr double kMicrosPerSecond = 1e6;
-
-bool startsWith(std::string_view text, std::string_view prefix) {
-    return text.substr(0, prefix.size()) == prefix;
-}
-
-bool endsWith(std::string_view text, std::string_view suffix) {
-    return text.size() >= suffix.size() && text.substr(text.size() - suffix.size()) == suffix;
-}
 
 std::string seconds(double value) {
     char text[32];
@@ -37,28 +31,30 @@ void sample(std::string &out, std::string_view name, std::uint64_t value) {
 } // namespace
 
 Route routeOf(std::string_view path) {
-    if (startsWith(path, kAppsPrefix) && endsWith(path, kVersionsSuffix)) {
+    if (path.starts_with(kAppsPrefix) && path.ends_with(kVersionsSuffix)) {
         return Route::Versions;
     }
-    if (path == "/v1/apple_apps") {
+    if (path == kSearchRoute) {
         return Route::Search;
     }
-    if (path == "/lookup") {
+    if (path == kLookupRoute) {
         return Route::Lookup;
     }
-    if (path == "/v1/events") {
+    if (path == kEventsRoute) {
         return Route::Events;
     }
-    if (path == "/healthz") {
+    if (path == kHealthRoute) {
         return Route::Health;
     }
-    if (path == "/metrics") {
+    if (path == kMetricsRoute) {
         return Route::Metrics;
     }
-    if (path == "/repo" || startsWith(path, "/repo/")) {
+    if (path.starts_with(kPackageSourcePrefix) ||
+        path == kPackageSourcePrefix.substr(0, kPackageSourcePrefix.size() - 1)) {
         return Route::Repo;
     }
-    if (path == "/" || path == "/search" || path == "/style.css" || startsWith(path, "/apps/")) {
+    if (path == kHomeRoute || path == kSearchPageRoute || path == kStylesheetRoute ||
+        path.starts_with(kAppPagePrefix)) {
         return Route::Pages;
     }
     return Route::Other;

@@ -10,10 +10,7 @@ namespace {
 constexpr std::string_view kHealthy = "{\"status\":\"ok\"}";
 
 ServiceResponse readOnly() {
-    auto refusal = errorResponse(
-        fail(ErrorCode::MethodNotAllowed, std::string(errorMessage(ErrorCode::MethodNotAllowed)) + "; use GET"));
-    refusal.headers.emplace_back("Allow", "GET, HEAD");
-    return refusal;
+    return methodNotAllowed("GET, HEAD", "GET");
 }
 
 bool isRead(const ServiceRequest &request) {

@@ -134,10 +134,7 @@ Result<PackageSource> PackageSource::open(const std::string &folder) {
 
 ServiceResponse PackageSource::answer(const ServiceRequest &request) const {
     if (request.method != "GET" && request.method != "HEAD") {
-        auto refusal = errorResponse(
-            fail(ErrorCode::MethodNotAllowed, std::string(errorMessage(ErrorCode::MethodNotAllowed)) + "; use GET"));
-        refusal.headers.emplace_back("Allow", "GET, HEAD");
-        return refusal;
+        return methodNotAllowed("GET, HEAD", "GET");
     }
     const std::string_view path = request.path;
     if (path.substr(0, kPackageSourcePrefix.size()) != kPackageSourcePrefix &&

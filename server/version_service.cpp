@@ -13,15 +13,6 @@ namespace qv::server {
 
 namespace {
 
-constexpr std::string_view kAppsPrefix = "/v1/apple_apps/";
-constexpr std::string_view kVersionsSuffix = "/versions";
-constexpr std::string_view kEventsRoute = "/v1/events";
-constexpr std::string_view kLookupRoute = "/lookup";
-constexpr std::string_view kSearchRoute = "/v1/apple_apps";
-constexpr std::string_view kHomeRoute = "/";
-constexpr std::string_view kSearchPageRoute = "/search";
-constexpr std::string_view kAppPagePrefix = "/apps/";
-constexpr std::string_view kStylesheetRoute = "/style.css";
 constexpr std::size_t kRecentApps = 20;
 // Pages load nothing but their own stylesheet and submit forms only here; no script runs at all.
 constexpr std::string_view kPagePolicy = "default-src 'none'; style-src 'self'; img-src 'self'; form-action 'self'; "
@@ -34,13 +25,6 @@ constexpr std::uint64_t kFnvPrime = 0x100000001b3ULL;
 
 ServiceResponse jsonResponse(const Value &body) {
     return ServiceResponse{status::kOk, toJson(body), {}};
-}
-
-ServiceResponse methodNotAllowed(const std::string &allowed) {
-    auto response = errorResponse(
-        fail(ErrorCode::MethodNotAllowed, std::string(errorMessage(ErrorCode::MethodNotAllowed)) + "; use " + allowed));
-    response.headers.emplace_back("Allow", allowed);
-    return response;
 }
 
 ServiceResponse storageFailure(const Error &failure) {
@@ -251,6 +235,14 @@ int statusFor(ErrorCode code) {
 
 ServiceResponse errorResponse(const Error &error) {
     return errorResponse(statusFor(error.code), error.describe());
+}
+
+ServiceResponse methodNotAllowed(std::string_view allowed, std::string_view use) {
+    auto response =
+        errorResponse(fail(ErrorCode::MethodNotAllowed, std::string(errorMessage(ErrorCode::MethodNotAllowed)) +
+                                                            "; use " + std::string(use.empty() ? allowed : use)));
+    response.headers.emplace_back("Allow", std::string(allowed));
+    return response;
 }
 
 ServiceResponse VersionService::handle(const ServiceRequest &request) const {

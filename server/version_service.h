@@ -22,6 +22,18 @@
 
 namespace qv::server {
 
+// The routes the service answers; versions are under kAppsPrefix + ID + kVersionsSuffix, app pages under
+// kAppPagePrefix + ID.
+inline constexpr std::string_view kAppsPrefix = "/v1/apple_apps/";
+inline constexpr std::string_view kVersionsSuffix = "/versions";
+inline constexpr std::string_view kEventsRoute = "/v1/events";
+inline constexpr std::string_view kLookupRoute = "/lookup";
+inline constexpr std::string_view kSearchRoute = "/v1/apple_apps";
+inline constexpr std::string_view kHomeRoute = "/";
+inline constexpr std::string_view kSearchPageRoute = "/search";
+inline constexpr std::string_view kAppPagePrefix = "/apps/";
+inline constexpr std::string_view kStylesheetRoute = "/style.css";
+
 inline constexpr std::size_t kMaxBodyBytes = std::size_t{1024} * 1024;
 inline constexpr std::size_t kDefaultReplyCacheBytes = std::size_t{64} * 1024 * 1024;
 // How long a client waits before retrying a write the database could not take.
@@ -76,6 +88,8 @@ ServiceResponse errorResponse(int status, const std::string &message);
 int statusFor(ErrorCode code);
 // {"error": the failure's one line} with the status its code calls for.
 ServiceResponse errorResponse(const Error &error);
+// 405 with the methods the route takes in Allow; the message tells what to use (by default, those methods).
+ServiceResponse methodNotAllowed(std::string_view allowed, std::string_view use = {});
 
 // A strong entity tag for exactly these bytes, quoted as it goes on the wire.
 std::string entityTagOf(std::string_view body);
