@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <initializer_list>
 #include <string>
 #include <vector>
 
@@ -29,6 +30,12 @@ struct PhoneBodies {
         }
     }
 };
+
+void defineClasses(FakeRuntime &runtime, std::initializer_list<const char *> classes) {
+    for (const char *name : classes) {
+        runtime.defineClass(name);
+    }
+}
 
 // Rows are named by what they hook, never by their position in the table.
 const HookRow &row(std::string_view className, std::string_view selector) {
@@ -219,9 +226,7 @@ INSTANTIATE_TEST_SUITE_P(
 // the resources before their hooks, the updates' objects before theirs.
 TEST(StartUp, RunsItsStepsBetweenTheBatches) {
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
-    runtime.defineClass("SKUIItemStateCenter");
-    runtime.defineClass("SKUIOfferView");
-    runtime.defineClass("NSBundle");
+    defineClasses(runtime, {"SKUIItemStateCenter", "SKUIOfferView", "NSBundle"});
     runtime.defineClass("ASUpdatesPageSection");
     PhoneBodies all;
     std::vector<std::string> order;
@@ -243,9 +248,7 @@ TEST(StartUp, RunsItsStepsBetweenTheBatches) {
 // A second start-up must not replace our own bodies again: orig would then point at them and call itself.
 TEST(StartUp, ASecondStartUpInstallsNothingAgain) {
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
-    runtime.defineClass("SKUIItemStateCenter");
-    runtime.defineClass("SKUIOfferView");
-    runtime.defineClass("NSBundle");
+    defineClasses(runtime, {"SKUIItemStateCenter", "SKUIOfferView", "NSBundle"});
     PhoneBodies all;
     startUp(runtime, all.bodies, {});
     const auto origAfterFirst = all.origSlots;
@@ -294,9 +297,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(RowInstallation, KeepsTheReplacedImplementationAndTheSignature) {
     FakeRuntime runtime{std::string(kAppStoreBundleId)};
-    runtime.defineClass("SKUIItemStateCenter");
-    runtime.defineClass("SKUIOfferView");
-    runtime.defineClass("NSBundle");
+    defineClasses(runtime, {"SKUIItemStateCenter", "SKUIOfferView", "NSBundle"});
     PhoneBodies all;
     startUp(runtime, all.bodies, {});
     EXPECT_EQ(all.origSlots.at(row("NSBundle", "pathForResource:ofType:").number), FakeRuntime::originalImplementation);
